@@ -1,0 +1,347 @@
+#include "controller/Controller.h"
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include "core/Constants.h"
+#include "core/DirectoryFinder.h"
+#include "core/Logger.h"
+#include "core/SystemState.h"
+#include "intake/EventParser.h"
+#include "platform/Clock.h"
+#include "platform/FileManager.h"
+#include "platform/Precondition.h"
+#include "platform/Service.h"
+#include "platform/SystemVersion.h"
+
+namespace ravelin {
+
+using platform::RunLoop;
+
+namespace {
+
+constexpr RunLoop::Seconds RUN_LOOP_PASS_LIMIT{43200.0};
+constexpr std::int32_t LAST_VERSION_BEFORE_SNOW_LEOPARD = 0x105F;
+
+platform::FileManager& fileManager() { return platform::service<platform::FileManager>(); }
+
+Disk::Date now() { return platform::service<platform::Clock>().now(); }
+
+bool removeShortcut(const std::string& path, Text& reason) {
+  const auto error = fileManager().removeItemAtPath(path, DirectoryFinder::desktopDirectory());
+  if (error) {
+    reason = error->localizedDescription;
+  }
+  return !error;
+}
+
+void removeShortcutOrLog(const std::string& path) {
+  if (Text reason; !removeShortcut(path, reason)) {
+    Logger::logMessage("Error when deleting alias file. Reason: " + shown(reason), LogTypeError);
+  }
+}
+
+bool shortcutExists(const std::string& path) {
+  return fileManager().fileExistsAtPath(path, DirectoryFinder::desktopDirectory());
+}
+
+std::string lastPathComponent(const std::string& path) {
+  const std::size_t end = path.find_last_not_of('/');
+  if (end == std::string::npos) {
+    return path.empty() ? "" : "/";
+  }
+  const std::size_t slash = path.find_last_of('/', end);
+  return slash == std::string::npos ? path.substr(0, end + 1) : path.substr(slash + 1, end - slash);
+}
+
+bool mayStandInUrl(unsigned char character) {
+  static constexpr std::string_view PUNCTUATION = "!$&'()*+,-./:;=?@_~";
+  return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
+         (character >= '0' && character <= '9') ||
+         PUNCTUATION.find(static_cast<char>(character)) != std::string_view::npos;
+}
+
+}  // namespace
+
+Controller::Controller() {
+  precondition(RunLoop::main().isCurrent(), "Controller::Controller()", "main thread");
+  std::promise<RunLoop*> started;
+  auto runLoop = started.get_future();
+  _handlerThread =
+      std::thread(&Controller::_startDiskEventHandler, this, std::move(started));
+  _handlerRunLoop = runLoop.get();
+}
+
+Controller::~Controller() {
+  _handlerShouldEnd = true;
+  _handlerRunLoop->perform([] {});
+  while (!_handlerHasEnded) {
+    RunLoop::main().runOnce(RunLoop::DISTANT_FUTURE);
+  }
+  _handlerThread.join();
+}
+
+std::vector<DiskPtr> Controller::mountedDisks() const {
+  const std::lock_guard lock(_mutex);
+  return _mountedDisks.copy();
+}
+
+std::size_t Controller::waitingEvents() const {
+  const std::lock_guard lock(_mutex);
+  return _diskEventQueue.count();
+}
+
+void Controller::server(Server& /*server*/, std::span<const std::byte> receivedData,
+                        std::span<const std::byte> /*fromAddress*/) {
+  if (gSystemWillTerminate) {
+    return;
+  }
+  DiskPtr event = EventParser::parse(receivedData);
+  if (!_isDiskValid(event.get()) || !_isUniqueEvent(*event)) {
+    return;
+  }
+  const std::lock_guard lock(_mutex);
+  if (_diskEventQueue.count() < WAITING_EVENTS_LIMIT &&
+      _diskEventQueue.textSize() < WAITING_TEXT_LIMIT) {
+    _diskEventQueue.enqueue(std::move(event));
+  }
+}
+
+bool Controller::_isDiskValid(const Disk* disk) {
+  if (disk == nullptr) {
+    return false;
+  }
+  const Text& event = disk->eventName();
+  if (event == "disk_mounted" || event == "disk_status") {
+    return disk->uuid() && disk->macAddress() && disk->ipAddress() && disk->label();
+  }
+  if (event == "disk_unmounted") {
+    return disk->macAddress() && disk->uuid();
+  }
+  return event == "no_disk" && disk->macAddress();
+}
+
+bool Controller::_isUniqueEvent(const Disk& event) const {
+  const std::lock_guard lock(_mutex);
+  return !_diskEventQueue.containsReceiverEqualTo(event);
+}
+
+void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
+  RunLoop& runLoop = RunLoop::current();
+  const auto eventTimer = runLoop.scheduleTimer(RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL),
+                                                [this] { _processNextDiskEvent(); });
+  const auto livenessTimer =
+      runLoop.scheduleTimer(RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
+                            [this] { _checkUpdateTimesAndUnmountDisksIfNecessary(); });
+  started.set_value(&runLoop);
+  while (!_handlerShouldEnd) {
+    runLoop.runOnce(RUN_LOOP_PASS_LIMIT);
+  }
+  _handlerHasEnded = true;
+  RunLoop::main().perform([] {});
+}
+
+void Controller::_processNextDiskEvent() {
+  if (gSystemWillTerminate) {
+    return;
+  }
+  while (!_handlerShouldEnd) {
+    DiskPtr event;
+    {
+      const std::lock_guard lock(_mutex);
+      event = _diskEventQueue.dequeue();
+    }
+    if (!event) {
+      return;
+    }
+    _process(event);
+  }
+}
+
+void Controller::_process(const DiskPtr& event) {
+  const Text& name = event->eventName();
+  const bool isStatus = name == "disk_status";
+  if (name == "disk_mounted" || isStatus) {
+    if (!_isDiskMounted(*event)) {
+      if (isStatus) {
+        Logger::logMessage("Disk " + shown(event->label()) +
+                               " is being mounted because it was already mounted on the device as "
+                               "stated in disk_status message",
+                           LogTypeInfo);
+      }
+      _mountDisk(event);
+    } else if (_shouldDiskRemounted(*event)) {
+      _unmountDisk(*event);
+      _mountDisk(event);
+    } else {
+      _updateDiskUpdateTime(*event);
+    }
+  } else if (name == "disk_unmounted") {
+    if (_isDiskMounted(*event)) {
+      _unmountDisk(*event);
+    }
+  } else if (name == "no_disk") {
+    std::vector<DiskPtr> disks;
+    {
+      const std::lock_guard lock(_mutex);
+      disks = _mountedDisks.ofDevice(event->macAddress());
+    }
+    for (const DiskPtr& disk : disks) {
+      Logger::logMessage("Disk " + shown(disk->label()) +
+                             " is being unmounted because it was already unmounted on the device "
+                             "as stated in no_disk message",
+                         LogTypeInfo);
+      _unmountDisk(*disk);
+    }
+  }
+}
+
+DiskPtr Controller::_findMountedInternalDisk(const Disk& event) const {
+  const std::lock_guard lock(_mutex);
+  return _mountedDisks.find(event.uuid());
+}
+
+bool Controller::_isDiskMounted(const Disk& event) const {
+  return _findMountedInternalDisk(event) != nullptr;
+}
+
+bool Controller::_shouldDiskRemounted(const Disk& event) const {
+  // A mounted disk keeps the values with which it was mounted, whatever the device says later; a
+  // disk without a record differs from it in everything.
+  return !_isDiskMounted(event);
+}
+
+void Controller::_mountDisk(const DiskPtr& disk) {
+  const std::string path = _shortcutPathForDisk(*disk);
+  if (shortcutExists(path)) {
+    removeShortcutOrLog(path);
+  }
+  const platform::ShortcutScript script{
+      disk->ipAddress(), disk->label() ? _encodeURLString(*disk->label()) : std::nullopt,
+      disk->label()};
+  RunLoop::main().performAndWait([&] {
+    {
+      const std::lock_guard lock(_mutex);
+      if (_handlerShouldEnd) {
+        return;
+      }
+      _diskBeingMounted = disk;
+    }
+    runApplescript(script);
+  });
+  disk->setLastUpdateTime(now());
+  const std::lock_guard lock(_mutex);
+  if (std::exchange(_diskBeingMounted, nullptr) == disk) {
+    _mountedDisks.append(disk);
+  }
+}
+
+void Controller::_unmountDisk(const Disk& event) {
+  const DiskPtr mounted = _findMountedInternalDisk(event);
+  if (!mounted) {
+    // The other thread was faster.
+    return;
+  }
+  _deleteAliasAtPath(_shortcutPathForDisk(*mounted));
+  const std::lock_guard lock(_mutex);
+  _mountedDisks.remove(*mounted);
+}
+
+void Controller::unmountAll() {
+  std::vector<DiskPtr> disks;
+  DiskPtr beingMounted;
+  {
+    const std::lock_guard lock(_mutex);
+    disks = _mountedDisks.copy();
+    beingMounted = std::exchange(_diskBeingMounted, nullptr);
+  }
+  for (const DiskPtr& disk : disks) {
+    _unmountDisk(*disk);
+  }
+  if (beingMounted) {
+    const std::string path = _shortcutPathForDisk(*beingMounted);
+    if (shortcutExists(path)) {
+      _deleteAliasAtPath(path);
+    }
+  }
+}
+
+void Controller::_deleteAliasAtPath(const std::string& path) {
+  if (SnowLeopardAndAbove()) {
+    removeShortcutOrLog(path);
+    return;
+  }
+  const platform::RemovalScript script{lastPathComponent(path)};
+  RunLoop::main().performAndWait([&] { runApplescript(script); });
+  Text ignored;
+  removeShortcut(path, ignored);
+}
+
+std::string Controller::_getAliasPathForDisk(const Disk& disk) {
+  return shown(DirectoryFinder::desktopDirectory()) + "/" + shown(disk.label());
+}
+
+std::string Controller::_shortcutPathForDisk(const Disk& disk) {
+  return _getAliasPathForDisk(disk) + ".app";
+}
+
+void Controller::runApplescript(const platform::Script& source) {
+  platform::service<platform::ScriptRunner>().run(source);
+}
+
+Text Controller::_encodeURLString(const std::string& string) {
+  static constexpr std::string_view DIGITS = "0123456789ABCDEF";
+  std::string escaped;
+  for (const char character : string) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x80) {
+      return std::nullopt;
+    }
+    if (mayStandInUrl(byte)) {
+      escaped += character;
+    } else {
+      escaped += {'%', DIGITS[byte >> 4U], DIGITS[byte & 0xFU]};
+    }
+  }
+  return escaped;
+}
+
+bool Controller::SnowLeopardAndAbove() {
+  return platform::service<platform::SystemVersion>().gestaltSystemVersion() >
+         LAST_VERSION_BEFORE_SNOW_LEOPARD;
+}
+
+void Controller::_updateDiskUpdateTime(const Disk& event) {
+  if (const DiskPtr mounted = _findMountedInternalDisk(event)) {
+    mounted->setLastUpdateTime(now());
+  }
+}
+
+void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {
+  const std::vector<DiskPtr> disks = mountedDisks();
+  if (disks.empty()) {
+    return;
+  }
+  const Disk::Date current = now();
+  std::vector<DiskPtr> stale;
+  for (const DiskPtr& disk : disks) {
+    const std::chrono::duration<double> silence =
+        current - disk->lastUpdateTime().value_or(current);
+    if (silence.count() > DISK_EXPECTED_UPDATE_TIME_INTERVAL) {
+      stale.push_back(disk);
+      std::array<char, 64> seconds{};
+      std::snprintf(seconds.data(), seconds.size(), "%f", silence.count());
+      Logger::logMessage("Disk " + shown(disk->label()) + " has not been updated in " +
+                             seconds.data() + " seconds, so it is assumed to be unmounted!",
+                         LogTypeInfo);
+    }
+  }
+  for (const DiskPtr& disk : stale) {
+    _unmountDisk(*disk);
+  }
+}
+
+}  // namespace ravelin

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "controller/MountedDisks.h"
+#include "disk/Disk.h"
+#include "disk/DiskManager.h"
+#include "disk/Queue.h"
+#include "intake/ServerDelegate.h"
+#include "platform/RunLoop.h"
+#include "platform/ScriptRunner.h"
+
+namespace ravelin {
+
+/// Takes the announcements, decides which disks count as mounted, and keeps one shortcut on the
+/// desktop for each of them. Announcements come in on the main thread; a thread of the
+/// controller's own, the handler thread, acts on them. Create and destroy it on the main thread.
+class Controller : public ServerDelegate {
+ public:
+  /// Starts the handler thread.
+  Controller();
+  /// Ends the handler thread, and waits for it; what it has handed to the main thread by then is
+  /// served meanwhile, but no shortcut is made any more. The shortcuts that are there stay.
+  ~Controller() override;
+  Controller(const Controller&) = delete;
+  Controller& operator=(const Controller&) = delete;
+
+  /// Takes one datagram; a complete announcement that does not repeat a waiting one waits for the
+  /// handler thread, anything else is dropped without a trace. Main thread.
+  void server(Server& server, std::span<const std::byte> receivedData,
+              std::span<const std::byte> fromAddress) override;
+
+  /// Removes the shortcut of every mounted disk, and of one that is just being mounted, and forgets
+  /// the disks. Main thread.
+  void unmountAll();
+
+  /// What mounts shares directly; nothing in the handling of announcements uses it.
+  [[nodiscard]] DiskManager& diskManager() { return _diskManager; }
+
+  /// The mounted records, in the order in which they were mounted. A copy; any thread.
+  [[nodiscard]] std::vector<DiskPtr> mountedDisks() const;
+
+  /// How many events wait for the handler thread. Any thread.
+  [[nodiscard]] std::size_t waitingEvents() const;
+
+ protected:
+  // The handler thread.
+  void _startDiskEventHandler(std::promise<platform::RunLoop*> started);
+  void _processNextDiskEvent();
+  void _process(const DiskPtr& event);
+
+  // Judging events. Any thread.
+  static bool _isDiskValid(const Disk* disk);
+  [[nodiscard]] bool _isUniqueEvent(const Disk& event) const;
+  [[nodiscard]] DiskPtr _findMountedInternalDisk(const Disk& event) const;
+  [[nodiscard]] bool _isDiskMounted(const Disk& event) const;
+  [[nodiscard]] bool _shouldDiskRemounted(const Disk& event) const;
+
+  // Mounting and unmounting. The handler thread, or the main thread through unmountAll.
+  void _mountDisk(const DiskPtr& disk);
+  void _unmountDisk(const Disk& event);
+  static void _deleteAliasAtPath(const std::string& path);
+  static std::string _getAliasPathForDisk(const Disk& disk);
+  static std::string _shortcutPathForDisk(const Disk& disk);
+  static void runApplescript(const platform::Script& source);
+  static Text _encodeURLString(const std::string& string);
+  static bool SnowLeopardAndAbove();
+
+  // Liveness. The handler thread.
+  void _updateDiskUpdateTime(const Disk& event);
+  void _checkUpdateTimesAndUnmountDisksIfNecessary();
+
+ private:
+  /// Guards the three below; never held across a hand-over, a script or a file operation.
+  mutable std::mutex _mutex;
+  MountedDisks _mountedDisks;
+  Queue _diskEventQueue;
+  /// The disk whose shortcut is being made, or made, but that is not on the list yet; taken away
+  /// when unmountAll comes in between.
+  DiskPtr _diskBeingMounted;
+
+  DiskManager _diskManager;
+  std::atomic<bool> _handlerShouldEnd = false;
+  std::atomic<bool> _handlerHasEnded = false;
+  platform::RunLoop* _handlerRunLoop = nullptr;
+  std::thread _handlerThread;
+};
+
+}  // namespace ravelin

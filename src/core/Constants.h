@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace ravelin {
+
+/// How often the shell mount is tried.
+inline constexpr int SHELL_MOUNT_RETRY_COUNT = 3;
+
+/// Seconds between two looks at which disks have fallen silent.
+inline constexpr double DISK_UPDATE_TIME_CHECKER_INTERVAL = 30.0;
+
+/// Seconds of silence that a mounted disk is allowed.
+inline constexpr double DISK_EXPECTED_UPDATE_TIME_INTERVAL = 120.0;
+
+/// The file, in the per-user support folder, that lists the shortcuts.
+inline constexpr std::string_view DISK_RECORD_FILE = "RavelinDiskTempFile.txt";
+
+/// Seconds between two looks at the waiting events.
+inline constexpr double DISK_EVENT_HANDLER_INTERVAL = 0.5;
+
+/// Events that may wait, and the bytes of text that they may hold together. What arrives beyond
+/// either is dropped as if the network had lost it, so that a flood finds bounded memory.
+inline constexpr std::size_t WAITING_EVENTS_LIMIT = 65536;
+inline constexpr std::size_t WAITING_TEXT_LIMIT = std::size_t{64} * 1024 * 1024;
+
+}  // namespace ravelin

@@ -1,0 +1,151 @@
+#include "core/Warden.h"
+
+#include <ifaddrs.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "controller/Controller.h"
+#include "core/DirectoryFinder.h"
+#include "core/SystemState.h"
+#include "intake/Server.h"
+
+namespace ravelin {
+
+using platform::PropertyListArray;
+using platform::PropertyListDictionary;
+using platform::PropertyListValue;
+using platform::RunLoop;
+
+namespace {
+
+const char* const CONFIG_FILE = "Ravelin Disk Config.plist";
+
+std::optional<PropertyListDictionary> dictionaryInFolder(const Text& folder) {
+  return folder ? platform::dictionaryWithContentsOfFile(*folder + "/" + CONFIG_FILE)
+                : std::nullopt;
+}
+
+/// What stands under the key, or a value that is nothing, 0 and false.
+PropertyListValue valueForKey(const std::optional<PropertyListDictionary>& dictionary,
+                              std::string_view key) {
+  if (!dictionary) {
+    return {};
+  }
+  const auto found = dictionary->find(key);
+  return found == dictionary->end() ? PropertyListValue() : found->second;
+}
+
+}  // namespace
+
+Warden::Warden() = default;
+Warden::~Warden() = default;
+
+void Warden::systemWillTerminate() {
+  if (_controller) {
+    _controller->unmountAll();
+  }
+}
+
+int Warden::run() {
+  _controller = std::make_shared<Controller>();
+  _serverArray.clear();
+  _initializeServers();
+  gSystemActive = true;
+  while (!gSystemWillTerminate) {
+    RunLoop::current().runOnce(RunLoop::DISTANT_FUTURE);
+  }
+  IGMPMembershipRefreshTimer.reset();
+  _serverArray.clear();
+  _controller->unmountAll();
+  gSystemActive = false;
+  _controller.reset();
+  return 0;
+}
+
+std::optional<PropertyListDictionary> Warden::_getConfigDictionary() {
+  auto dictionary = dictionaryInFolder(DirectoryFinder::UserApplicationSupportDirectory());
+  if (dictionary && !dictionary->empty()) {
+    return dictionary;
+  }
+  return dictionaryInFolder(DirectoryFinder::LocalApplicationSupportDirectory());
+}
+
+void Warden::_initializeServers() {
+  const auto config = _getConfigDictionary();
+  IGMPMembershipRefreshRate = valueForKey(config, "IGMPMembershipRefreshRate").intValue();
+  IGMPMembershipRefreshTimer.reset();
+  IGMPMembershipRefreshTimer = RunLoop::current().scheduleTimer(
+      RunLoop::Seconds(IGMPMembershipRefreshRate), [this] { _refreshIGMPMembership(); });
+  const bool joinIGMP = valueForKey(config, "JoinIGMP").boolValue();
+  const PropertyListValue addresses = valueForKey(config, "MulticastAddresses");
+  // The old servers go first, so that their ports are free again.
+  _serverArray.clear();
+  if (addresses.array() == nullptr) {
+    return;
+  }
+  for (const PropertyListValue& entry : *addresses.array()) {
+    if (entry.array() != nullptr && entry.array()->size() == 2) {
+      _startServer(*entry.array(), joinIGMP);
+    }
+  }
+}
+
+void Warden::_startServer(const PropertyListArray& entry, bool joinIGMP) {
+  auto server = std::make_unique<Server>();
+  server->startOnPort(entry[1].intValue());
+  if (joinIGMP) {
+    const std::string group = shown(entry[0].stringValue());
+    _localIpAddresses = _getLocalIPAdresses();
+    for (const std::string& address : _localIpAddresses) {
+      server->joinMulticastGroup(group, address);
+    }
+  }
+  server->setDelegate(_controller);
+  _serverArray.push_back(std::move(server));
+}
+
+void Warden::_refreshIGMPMembership() {
+  for (const auto& server : _serverArray) {
+    const Text group = server->multicastGroup();
+    const auto addresses = server->multicastSourceAddresses();
+    if (!group || !addresses) {
+      continue;
+    }
+    for (const std::string& address : *addresses) {
+      server->dropMulticastGroup(*group, address);
+      server->joinMulticastGroup(*group, address);
+    }
+  }
+}
+
+std::vector<std::string> Warden::_getLocalIPAdresses() {
+  std::vector<std::string> addresses;
+  ifaddrs* interfaces = nullptr;
+  if (::getifaddrs(&interfaces) != 0) {
+    return addresses;
+  }
+  for (const ifaddrs* entry = interfaces; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) {
+      continue;
+    }
+    sockaddr_in local{};
+    std::memcpy(&local, entry->ifa_addr, sizeof local);
+    const std::uint32_t address = ntohl(local.sin_addr.s_addr);
+    if (address == 0) {
+      continue;
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", address >> 24U, address >> 16U & 0xFFU,
+                  address >> 8U & 0xFFU, address & 0xFFU);
+    if (std::strcmp(text.data(), "127.0.0.1") != 0) {
+      addresses.emplace_back(text.data());
+    }
+  }
+  ::freeifaddrs(interfaces);
+  return addresses;
+}
+
+}  // namespace ravelin

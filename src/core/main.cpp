@@ -1,0 +1,44 @@
+#include <cstdlib>
+#include <memory>
+
+#include "core/Logger.h"
+#include "core/SystemState.h"
+#include "core/Warden.h"
+#include "platform/ConsoleLog.h"
+#include "platform/Precondition.h"
+#include "platform/TerminationSignal.h"
+#include "platform/Workspace.h"
+
+namespace ravelin {
+
+namespace {
+
+/// The one agent, or null while it is not there; `main` owns it.
+Warden* mounter = nullptr;
+
+/// Runs on the main thread, woken by SIGTERM. Leaving the process from here, without the orderly
+/// way out of `run`, is what keeps the handler thread from making another shortcut.
+[[noreturn]] void handleSigTermSignal() {
+  if (mounter != nullptr) {
+    mounter->systemWillTerminate();
+  }
+  gSystemWillTerminate = true;
+  Logger::logMessage("System will terminate signal has been catched and handled.", LogTypeInfo);
+  std::exit(0);
+}
+
+}  // namespace
+
+}  // namespace ravelin
+
+int main() {
+  using namespace ravelin;
+  platform::installTerminationHandler(handleSigTermSignal);
+  platform::consoleLog(platform::loadApplicationServices() ? "Success initializing Cocoa."
+                                                           : "Error initializing Cocoa.");
+  const auto agent = std::make_unique<Warden>();
+  mounter = agent.get();
+  mounter->run();
+  mounter = nullptr;
+  return 0;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+
+#include "platform/Text.h"
+
+namespace ravelin {
+
+/// One announcement about one disk behind one network device, and, once the share is mounted, the
+/// local volume that belongs to it. One thread at a time, but for lastUpdateTime. A disk that a
+/// queue or the list of mounted disks holds keeps its five texts.
+class Disk {
+ public:
+  using Date = std::chrono::system_clock::time_point;
+
+  /// Everything absent, no volume.
+  Disk() = default;
+  Disk(const Disk&) = delete;
+  Disk& operator=(const Disk&) = delete;
+
+  /// What the device announces: "disk_mounted", "disk_status", "disk_unmounted" or "no_disk".
+  [[nodiscard]] const Text& eventName() const { return _eventName; }
+  void setEventName(Text eventName) { _eventName = std::move(eventName); }
+
+  /// The announcing device, by the text of its MAC address.
+  [[nodiscard]] const Text& macAddress() const { return _macAddr; }
+  void setMacAddress(Text macAddress) { _macAddr = std::move(macAddress); }
+
+  /// The SMB server of the share: the device's IPv4 address as dotted text.
+  [[nodiscard]] const Text& ipAddress() const { return _ipAddr; }
+  void setIpAddress(Text ipAddress) { _ipAddr = std::move(ipAddress); }
+
+  /// The disk's identifier, as announced.
+  [[nodiscard]] const Text& uuid() const { return _uuid; }
+  void setUuid(Text uuid) { _uuid = std::move(uuid); }
+
+  /// The disk's label, which is also the name of its share on the device.
+  [[nodiscard]] const Text& label() const { return _label; }
+  void setLabel(Text label) { _label = std::move(label); }
+
+  /// The reference number of the locally mounted volume; 0 while none is known.
+  [[nodiscard]] std::int16_t volumeReference() const { return _volumeReference; }
+  void setVolumeReference(std::int16_t volumeReference) { _volumeReference = volumeReference; }
+
+  /// When the disk was last announced; null until it is mounted. Any thread.
+  [[nodiscard]] std::optional<Date> lastUpdateTime() const;
+  void setLastUpdateTime(std::optional<Date> lastUpdateTime);
+
+  /// Whether each of the five texts that this disk has stands in the other one too, exactly. A
+  /// text that this disk lacks matches anything, so the answer may differ the other way round.
+  [[nodiscard]] bool isEqual(const Disk& other) const;
+
+ private:
+  static constexpr Date::rep NO_DATE = std::numeric_limits<Date::rep>::min();
+
+  Text _eventName;
+  Text _macAddr;
+  Text _ipAddr;
+  Text _uuid;
+  Text _label;
+  std::int16_t _volumeReference = 0;
+  std::atomic<Date::rep> _lastUpdateTime = NO_DATE;
+};
+
+using DiskPtr = std::shared_ptr<Disk>;
+
+}  // namespace ravelin

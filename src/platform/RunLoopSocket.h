@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+
+namespace ravelin::platform {
+
+class RunLoop;
+
+/// A native datagram socket as a run loop serves it: owns the descriptor, tells its callback that
+/// there is something to read, and closes the descriptor when it is invalidated or destroyed.
+/// Everything happens on the thread of the run loop to which it was added.
+class RunLoopSocket {
+ public:
+  enum class CallbackType : unsigned { none = 0, read = 1 };
+
+  /// Flag: invalidating the socket closes its descriptor. Always set.
+  static constexpr unsigned CLOSE_ON_INVALIDATE = 128;
+
+  /// How often the callback is called at the most for one wake-up of the run loop.
+  static constexpr int READS_PER_WAKE = 16;
+
+  /// Reads once and answers whether it got something, so that a further read may find more. The
+  /// address and data arguments are always null. It may invalidate or destroy the socket.
+  using Callback = bool (*)(RunLoopSocket& socket, CallbackType type, const void* address,
+                            const void* data, void* info);
+
+  /// Takes over the descriptor, which must be open; `info` is handed to every callback.
+  RunLoopSocket(int descriptor, Callback callback, void* info);
+  ~RunLoopSocket();
+  RunLoopSocket(const RunLoopSocket&) = delete;
+  RunLoopSocket& operator=(const RunLoopSocket&) = delete;
+
+  /// The descriptor, or -1 once the socket has been invalidated.
+  [[nodiscard]] int native() const;
+
+  [[nodiscard]] unsigned flags() const { return CLOSE_ON_INVALIDATE; }
+
+  /// Whether the read that the callback is being called for follows another one that got
+  /// something in the same wake-up: then finding nothing is no failure.
+  [[nodiscard]] bool isFurtherRead() const;
+
+  /// Has the run loop serve the socket from now on; false when the system refuses.
+  /// The run loop's thread only.
+  [[nodiscard]] bool addTo(RunLoop& loop);
+
+  /// Takes the socket off its run loop and closes the descriptor; nothing the second time.
+  void invalidate();
+
+ private:
+  struct State;
+  std::shared_ptr<State> _state;
+};
+
+}  // namespace ravelin::platform

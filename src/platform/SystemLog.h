@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace ravelin::platform {
+
+/// The system's log service, under one program's identity. A service that does not read, is not
+/// there or comes back later never stalls, fails or ends the caller: the line is lost instead.
+/// Any thread.
+class SystemLog {
+ public:
+  /// The levels of the log service, under their numbers there.
+  enum class Level { error = 3, warning = 4, info = 6 };
+
+  /// Opens the log service for lines marked with the ident and the facility ("Daemon"); the copy on
+  /// standard error is written too where it is asked for.
+  static std::unique_ptr<SystemLog> open(std::string ident, std::string_view facility,
+                                         bool copyToStandardError);
+
+  virtual ~SystemLog() = default;
+
+  /// Writes the message as a template without arguments: it is expanded first (see LogTemplate).
+  virtual void log(Level level, std::string_view messageTemplate) = 0;
+};
+
+}  // namespace ravelin::platform

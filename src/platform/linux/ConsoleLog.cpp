@@ -1,0 +1,34 @@
+#include "platform/ConsoleLog.h"
+
+#include <errno.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include "platform/linux/StandardError.h"
+
+namespace ravelin::platform {
+
+void consoleLog(std::string_view text) {
+  timeval now{};
+  ::gettimeofday(&now, nullptr);
+  tm local{};
+  ::localtime_r(&now.tv_sec, &local);
+  std::array<char, 64> date{};
+  (void)::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S", &local);
+  std::array<char, 64> milliseconds{};
+  (void)std::snprintf(milliseconds.data(), milliseconds.size(), ".%03ld",
+                      static_cast<long>(now.tv_usec / 1000));
+
+  std::string line = date.data();
+  line.append(milliseconds.data()).append(" ").append(program_invocation_short_name);
+  line += "[" + std::to_string(::getpid()) + ":" + std::to_string(::gettid()) + "] ";
+  line.append(text) += '\n';
+  writeToStandardError(std::move(line));
+}
+
+}  // namespace ravelin::platform

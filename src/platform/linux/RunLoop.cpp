@@ -1,0 +1,270 @@
+#include "platform/RunLoop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <systemd/sd-event.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "platform/Precondition.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+constexpr RunLoop::Seconds SMALLEST_INTERVAL{0.1};
+constexpr std::uint64_t NEVER = UINT64_MAX;
+
+// In microseconds. To sd-event 0 would mean a quarter of a second.
+constexpr std::uint64_t TIMER_ACCURACY = 1000;
+
+/// The order in which sd-event takes what is ready at the same time.
+enum Priority : std::int64_t { TERMINATION, HANDOVER, TIMER, SOCKET };
+
+struct Release {
+  void operator()(sd_event* event) const { sd_event_unref(event); }
+  void operator()(sd_event_source* source) const { sd_event_source_disable_unref(source); }
+};
+using Event = std::unique_ptr<sd_event, Release>;
+using Source = std::unique_ptr<sd_event_source, Release>;
+
+/// For what fails only when the process has run out of descriptors or memory, or when a loop is
+/// used after fork(): there is no going on without a run loop.
+void mustSucceed(int result, std::string_view operation) {
+  precondition(result >= 0, operation, "the system provides it");
+}
+
+std::uint64_t microseconds(RunLoop::Seconds seconds) {
+  if (!(seconds > RunLoop::Seconds::zero())) {  // so that NaN is nothing, too
+    return 0;
+  }
+  const auto bounded = std::min(seconds, RunLoop::DISTANT_FUTURE);
+  return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(bounded).count());
+}
+
+/// The time on the clock that sd-event's CLOCK_MONOTONIC timers go by.
+std::uint64_t now() {
+  const auto time = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(time).count());
+}
+
+/// What a source calls. It is shared between the object that the user holds and the call that is
+/// under way, because the call may destroy that object.
+struct Subscription : std::enable_shared_from_this<Subscription> {
+  Subscription(RunLoop::Action calledAction, bool& loopHasWorked)
+      : action(std::move(calledAction)), hasWorked(loopHasWorked) {}
+
+  RunLoop::Action action;
+  bool& hasWorked;
+  Source source;  // null once the user's object is destroyed
+  std::uint64_t interval = 0;
+  std::uint64_t due = 0;
+};
+
+/// A timer or a watch, as the user holds it.
+template <class Interface>
+class Handle final : public Interface {
+ public:
+  explicit Handle(std::shared_ptr<Subscription> subscription)
+      : _subscription(std::move(subscription)) {}
+  ~Handle() override { _subscription->source.reset(); }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+ private:
+  std::shared_ptr<Subscription> _subscription;
+};
+
+std::shared_ptr<Subscription> call(void* userdata) {
+  auto subscription = static_cast<Subscription*>(userdata)->weak_from_this().lock();
+  subscription->hasWorked = true;
+  subscription->action();
+  return subscription;
+}
+
+// Exceptions must not travel through the C library that calls these.
+int onReadable(sd_event_source* /*source*/, int /*descriptor*/, std::uint32_t /*events*/,
+               void* userdata) noexcept {
+  call(userdata);
+  return 0;
+}
+
+int onTime(sd_event_source* /*source*/, std::uint64_t /*time*/, void* userdata) noexcept {
+  const auto subscription = call(userdata);
+  if (subscription->source == nullptr) {
+    return 0;
+  }
+  // Only now, after the action, so that one that takes longer than its interval does not make the
+  // timer due all the time.
+  const std::uint64_t time = now();
+  std::uint64_t& due = subscription->due;
+  due += subscription->interval;
+  if (due <= time) {
+    due += ((time - due) / subscription->interval + 1) * subscription->interval;
+  }
+  mustSucceed(sd_event_source_set_time(subscription->source.get(), due), "RunLoop timer");
+  return 0;
+}
+
+/// sd-event is not made for several threads: other threads touch only the queue of what they hand
+/// over, under its mutex, and the eventfd.
+class EventLoop final : public RunLoop {
+ public:
+  explicit EventLoop(pid_t thread)
+      : _thread(thread),
+        _handoverDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE)) {
+    mustSucceed(_handoverDescriptor, "RunLoop eventfd");
+    sd_event* event = nullptr;
+    mustSucceed(sd_event_new(&event), "RunLoop sd_event_new");
+    _event.reset(event);
+    sd_event_source* source = nullptr;
+    mustSucceed(sd_event_add_io(event, &source, _handoverDescriptor, EPOLLIN, _onHandover, this),
+                "RunLoop sd_event_add_io");
+    _handover.reset(source);
+    mustSucceed(sd_event_source_set_priority(source, HANDOVER), "RunLoop priority");
+  }
+
+  ~EventLoop() override {
+    _handover.reset();
+    close(_handoverDescriptor);
+  }
+
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  [[nodiscard]] bool isCurrent() const override { return gettid() == _thread; }
+
+  [[nodiscard]] std::unique_ptr<Timer> scheduleTimer(Seconds interval, Action action) override {
+    precondition(isCurrent(), "RunLoop::scheduleTimer", "the thread is the loop's own");
+    auto subscription = std::make_shared<Subscription>(std::move(action), _hasWorked);
+    subscription->interval = std::max(microseconds(interval), microseconds(SMALLEST_INTERVAL));
+    subscription->due = now() + subscription->interval;
+    sd_event_source* source = nullptr;
+    mustSucceed(sd_event_add_time(_event.get(), &source, CLOCK_MONOTONIC, subscription->due,
+                                  TIMER_ACCURACY, onTime, subscription.get()),
+                "RunLoop::scheduleTimer");
+    subscription->source.reset(source);
+    mustSucceed(sd_event_source_set_priority(source, TIMER), "RunLoop priority");
+    mustSucceed(sd_event_source_set_enabled(source, SD_EVENT_ON), "RunLoop timer");
+    return std::make_unique<Handle<Timer>>(std::move(subscription));
+  }
+
+  [[nodiscard]] std::unique_ptr<Watch> watchReadable(int descriptor, Urgency urgency,
+                                                     Action action) override {
+    precondition(isCurrent(), "RunLoop::watchReadable", "the thread is the loop's own");
+    auto subscription = std::make_shared<Subscription>(std::move(action), _hasWorked);
+    sd_event_source* source = nullptr;
+    if (sd_event_add_io(_event.get(), &source, descriptor, EPOLLIN, onReadable,
+                        subscription.get()) < 0) {
+      return nullptr;
+    }
+    subscription->source.reset(source);
+    mustSucceed(sd_event_source_set_priority(
+                    source, urgency == Urgency::termination ? TERMINATION : SOCKET),
+                "RunLoop priority");
+    return std::make_unique<Handle<Watch>>(std::move(subscription));
+  }
+
+  void runOnce(Seconds limit) override {
+    precondition(isCurrent(), "RunLoop::runOnce", "the thread is the loop's own");
+    const bool forever = limit >= DISTANT_FUTURE;
+    const std::uint64_t end = forever ? NEVER : now() + microseconds(limit);
+    std::uint64_t remaining = forever ? NEVER : microseconds(limit);
+    _hasWorked = false;
+    for (;;) {
+      const int result = sd_event_run(_event.get(), remaining);
+      precondition(result != -EBUSY, "RunLoop::runOnce", "no action of the loop is under way");
+      mustSucceed(result, "RunLoop::runOnce");
+      if (_hasWorked) {
+        return;
+      }
+      // Nothing was done: the time is up, or a signal has interrupted the wait.
+      if (!forever) {
+        const std::uint64_t time = now();
+        if (time >= end) {
+          return;
+        }
+        remaining = end - time;
+      }
+    }
+  }
+
+  void perform(Action action) override {
+    {
+      const std::lock_guard lock(_mutex);
+      _actions.push_back(std::move(action));
+    }
+    mustSucceed(eventfd_write(_handoverDescriptor, 1), "RunLoop::perform");
+  }
+
+  void performAndWait(const Action& action) override {
+    if (isCurrent()) {
+      action();
+      return;
+    }
+    // Shared, because the loop's thread is still inside set_value() when this one goes on.
+    const auto completion = std::make_shared<std::promise<void>>();
+    const auto completed = completion->get_future();
+    perform([&action, completion] {
+      action();
+      completion->set_value();
+    });
+    completed.wait();
+  }
+
+ private:
+  // The eventfd counts the actions that wait, and one is called per turn: termination may come in
+  // between.
+  static int _onHandover(sd_event_source* /*source*/, int descriptor, std::uint32_t /*events*/,
+                         void* userdata) noexcept {
+    auto& self = *static_cast<EventLoop*>(userdata);
+    eventfd_t taken = 0;
+    if (eventfd_read(descriptor, &taken) != 0) {
+      return 0;
+    }
+    Action action;
+    {
+      const std::lock_guard lock(self._mutex);
+      action = std::move(self._actions.front());
+      self._actions.pop_front();
+    }
+    self._hasWorked = true;
+    action();
+    return 0;
+  }
+
+  const pid_t _thread;
+  const int _handoverDescriptor;
+  Event _event;
+  Source _handover;
+  bool _hasWorked = false;  // whether the turn under way has called something
+  std::mutex _mutex;
+  std::deque<Action> _actions;  // guarded by _mutex
+};
+
+}  // namespace
+
+RunLoop& RunLoop::main() {
+  static auto& instance = *new EventLoop(getpid());
+  return instance;
+}
+
+RunLoop& RunLoop::current() {
+  const pid_t thread = gettid();
+  if (thread == getpid()) {
+    return main();
+  }
+  thread_local EventLoop loop(thread);
+  return loop;
+}
+
+}  // namespace ravelin::platform

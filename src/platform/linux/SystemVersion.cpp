@@ -1,0 +1,26 @@
+#include "platform/SystemVersion.h"
+
+#include "platform/Service.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+class LinuxSystemVersion final : public SystemVersion {
+ public:
+  std::int32_t gestaltSystemVersion() override {
+    // The version that removes a shortcut's file directly, as is done here.
+    constexpr std::int32_t DIRECT_REMOVAL = 0x1060;
+    return DIRECT_REMOVAL;
+  }
+};
+
+}  // namespace
+
+template <>
+SystemVersion& native<SystemVersion>() {
+  static auto& instance = *new LinuxSystemVersion;
+  return instance;
+}
+
+}  // namespace ravelin::platform

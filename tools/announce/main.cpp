@@ -1,0 +1,122 @@
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "Announcement.h"
+#include "Options.h"
+#include "Problem.h"
+#include "Sender.h"
+#include "Visible.h"
+#include "Waiter.h"
+
+namespace ravelin::announce {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The most that a UDP datagram over IPv4 carries, in bytes.
+constexpr std::size_t MAXIMAL_SIZE = 65507;
+
+/// How far the sending may fall behind its pace and still catch up in one burst.
+constexpr std::chrono::milliseconds MAXIMAL_DELAY{10};
+
+std::string textOf(const Options& options, std::uint32_t disk) {
+  if (const auto* const raw = std::get_if<std::string>(&options.content)) {
+    return *raw;
+  }
+  return std::get<Announcement>(options.content)
+      .text(options.disks ? "-" + std::to_string(disk) : "");
+}
+
+std::optional<Problem> print(const std::string& text) {
+  std::cout << text << std::flush;
+  return std::cout ? std::nullopt
+                   : std::optional(Problem{FAILED, "cannot write to standard output"});
+}
+
+/// Sends one round, or rounds until a signal comes.
+std::optional<Problem> sendRounds(const Options& options, const Sender& sender) {
+  const std::chrono::nanoseconds gap =
+      std::chrono::nanoseconds(std::chrono::seconds(1)) / options.perSecond;
+  Waiter waiter;
+  if (options.every) {
+    waiter.heedSignals();
+  }
+  Clock::time_point round = Clock::now();
+  Clock::time_point due = round;
+  while (waiter.waitUntil(round)) {
+    for (std::uint32_t disk = 1; disk <= options.disks.value_or(1); ++disk) {
+      due = std::max(due, Clock::now() - MAXIMAL_DELAY);
+      if (!waiter.waitUntil(due)) {
+        return std::nullopt;
+      }
+      due += gap;
+      const std::string text = textOf(options, disk);
+      if (const auto problem = sender.send(text)) {
+        return problem;
+      }
+      if (!options.quiet) {
+        if (const auto problem = print(visible(text) + "\n")) {
+          return problem;
+        }
+      }
+    }
+    if (!options.every) {
+      break;
+    }
+    round = std::max(round + *options.every, Clock::now());
+  }
+  return std::nullopt;
+}
+
+std::optional<Problem> run(Options options) {
+  auto opened = Sender::open(options.host, options.port, options.interface, options.timeToLive);
+  if (const auto* const problem = std::get_if<Problem>(&opened)) {
+    return *problem;
+  }
+  const auto& sender = std::get<Sender>(opened);
+  if (auto* const announcement = std::get_if<Announcement>(&options.content);
+      announcement != nullptr && announcement->lacks(Key::ip)) {
+    const auto local = sender.localAddress();
+    if (const auto* const problem = std::get_if<Problem>(&local)) {
+      return *problem;
+    }
+    announcement->give(Key::ip, std::get<std::string>(local));
+  }
+  const std::size_t longest = textOf(options, options.disks.value_or(1)).size();
+  if (longest > MAXIMAL_SIZE) {
+    return Problem{MISUSED, "the announcement has " + std::to_string(longest) +
+                                " bytes, and a datagram holds no more than " +
+                                std::to_string(MAXIMAL_SIZE)};
+  }
+  return sendRounds(options, sender);
+}
+
+int conclude(const std::optional<Problem>& problem) {
+  if (!problem) {
+    return SUCCEEDED;
+  }
+  std::cerr << "ravelin-disk-announce: " << problem->message << '\n';
+  return problem->status;
+}
+
+}  // namespace
+}  // namespace ravelin::announce
+
+int main(int count, char** arguments) {
+  using namespace ravelin::announce;
+  auto parsed = parseOptions(count, arguments);
+  if (const auto* const information = std::get_if<Information>(&parsed)) {
+    return conclude(print(information->text));
+  }
+  if (const auto* const problem = std::get_if<Problem>(&parsed)) {
+    return conclude(*problem);
+  }
+  return conclude(run(std::get<Options>(std::move(parsed))));
+}
