@@ -215,6 +215,7 @@ std::variant<Options, Information, Problem> conclude(Collected& collected,
 
 std::variant<Options, Information, Problem> parseOptions(int count, char** arguments) {
   std::vector<option> known;
+  known.reserve(CHOICES.size() + 3);
   for (const Choice& choice : CHOICES) {
     known.push_back({choice.name, choice.wanted ? required_argument : no_argument, nullptr,
                      FIRST_CHOICE + static_cast<int>(known.size())});

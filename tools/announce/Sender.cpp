@@ -130,7 +130,8 @@ std::variant<std::string, Problem> Sender::localAddress() const {
       ::getsockname(_socket, reinterpret_cast<sockaddr*>(&local), &size) != 0) {
     return _failure("cannot find the address to announce (--ip gives one) for");
   }
-  ::connect(_socket, generic(nobody), sizeof nobody);
+  // Some systems disconnect and call it an error nevertheless.
+  static_cast<void>(::connect(_socket, generic(nobody), sizeof nobody));
   return dotted(local.sin_addr);
 }
 

@@ -58,11 +58,11 @@ std::optional<Problem> sendRounds(const Options& options, const Sender& sender) 
       }
       due += gap;
       const std::string text = textOf(options, disk);
-      if (const auto problem = sender.send(text)) {
+      if (auto problem = sender.send(text)) {
         return problem;
       }
       if (!options.quiet) {
-        if (const auto problem = print(visible(text) + "\n")) {
+        if (auto problem = print(visible(text) + "\n")) {
           return problem;
         }
       }

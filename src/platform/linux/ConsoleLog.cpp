@@ -1,12 +1,12 @@
 #include "platform/ConsoleLog.h"
 
-#include <errno.h>
 #include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 #include "platform/linux/StandardError.h"

@@ -1,19 +1,19 @@
 #include "platform/linux/StandardError.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstddef>
+#include <ctime>
 #include <mutex>
 #include <string_view>
 

@@ -1,16 +1,16 @@
 #include "platform/linux/SystemLogSocket.h"
 
-#include <errno.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 namespace ravelin::platform {
