@@ -1,15 +1,12 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
-#include <cstdint>
-#include <map>
-#include <set>
-#include <string>
-#include <unordered_map>
+#include <list>
 #include <vector>
 
 #include "disk/Disk.h"
-#include "disk/TextHash.h"
+#include "disk/PointerTable.h"
 
 namespace ravelin {
 
@@ -34,20 +31,29 @@ class MountedDisks {
   /// A copy of the list.
   [[nodiscard]] std::vector<DiskPtr> copy() const;
 
-  [[nodiscard]] std::size_t count() const { return _disks.size(); }
+  [[nodiscard]] std::size_t count() const { return _records.size(); }
 
  private:
-  /// A record's place in the order of mounting.
-  using Place = std::uint64_t;
-  using Index = std::unordered_map<std::string, std::set<Place>, TextHash, std::equal_to<>>;
+  /// The texts by which records are found.
+  enum Key { UUID, MAC_ADDRESS, KEYS };
 
-  static void _insert(Index& index, const Text& text, Place place);
-  static void _erase(Index& index, const Text& text, Place place);
+  /// The records that have a text in common form a ring in list order.
+  struct Record {
+    DiskPtr disk;
+    std::list<Record>::iterator self{};
+    std::array<Record*, KEYS> previous{};
+    std::array<Record*, KEYS> next{};
+  };
 
-  std::map<Place, DiskPtr> _disks;
-  Index _byUuid;
-  Index _byMacAddress;
-  Place _next = 0;
+  static const Text& _textOf(const Disk& disk, Key key);
+  /// The first record with the text, or null.
+  [[nodiscard]] Record* _first(Key key, const Text& text) const;
+  void _join(Key key, Record& record);
+  void _leave(Key key, Record& record);
+  void _remove(Record& record);
+
+  std::list<Record> _records;
+  std::array<PointerTable<Record>, KEYS> _firsts;
 };
 
 }  // namespace ravelin

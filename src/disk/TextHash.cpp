@@ -1,5 +1,7 @@
 #include "disk/TextHash.h"
 
+// Most texts are short: calling the library would take longer than hashing them.
+#define XXH_INLINE_ALL
 #include <xxhash.h>
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 #include "disk/WaitingIndex.h"
 
-#include <algorithm>
 #include <bit>
-#include <utility>
 
 #include "disk/TextHash.h"
 
@@ -15,62 +13,56 @@ using Getter = const Text& (Disk::*)() const;
 constexpr std::array<Getter, 5> TEXTS = {&Disk::eventName, &Disk::macAddress, &Disk::ipAddress,
                                          &Disk::uuid, &Disk::label};
 
-template <std::size_t... Indices, class Make>
-auto arrayOf(std::index_sequence<Indices...> /*indices*/, const Make& make) {
-  return std::array{make(Indices)...};
-}
-
 }  // namespace
 
-WaitingIndex::WaitingIndex()
-    : _kinds(arrayOf(std::make_index_sequence<KINDS>(), [](std::size_t kind) {
-        const auto present = static_cast<Present>(kind);
-        return Disks(0, Hash{present}, Equal{present});
-      })) {}
-
-WaitingIndex::Present WaitingIndex::_presentIn(const Disk& disk) {
-  Present present = 0;
-  for (std::size_t index = 0; index < TEXTS.size(); ++index) {
-    present |= static_cast<Present>((disk.*TEXTS[index])().has_value()) << index;
-  }
-  return present;
-}
-
-std::size_t WaitingIndex::Hash::operator()(const Disk* disk) const {
-  std::size_t hash = 0;
-  for (std::size_t index = 0; index < TEXTS.size(); ++index) {
-    if ((present >> index & 1U) != 0) {
-      hash = std::rotl(hash, 7) ^ TextHash()(*(disk->*TEXTS[index])());
+struct WaitingIndex::Features {
+  explicit Features(const Disk& disk) {
+    for (std::size_t index = 0; index < TEXTS.size(); ++index) {
+      if (const Text& text = (disk.*TEXTS[index])()) {
+        kind |= Kind{1} << index;
+        hashes[index] = TextHash()(*text);
+      }
     }
   }
-  return hash;
-}
 
-bool WaitingIndex::Equal::operator()(const Disk* one, const Disk* other) const {
-  for (std::size_t index = 0; index < TEXTS.size(); ++index) {
-    if ((present >> index & 1U) != 0 && (one->*TEXTS[index])() != (other->*TEXTS[index])()) {
-      return false;
+  /// The hash of those of the texts that make up the kind.
+  [[nodiscard]] std::size_t hashAs(Kind part) const {
+    std::size_t hash = part;
+    for (std::size_t index = 0; index < TEXTS.size(); ++index) {
+      const bool counts = (part >> index & 1U) != 0;
+      hash = std::rotl(hash, 7) ^ (counts ? hashes[index] : 0);
     }
+    return hash;
   }
-  return true;
-}
 
-void WaitingIndex::insert(const Disk& disk) { _kinds[_presentIn(disk)].insert(&disk); }
+  Kind kind = 0;
+  std::array<std::size_t, TEXTS.size()> hashes{};
+};
+
+void WaitingIndex::insert(const Disk& disk) {
+  const Features features(disk);
+  _disks.insert(features.hashAs(features.kind), disk);
+  if (_countOfKind[features.kind]++ == 0) {
+    _kindsInUse |= 1U << features.kind;
+  }
+}
 
 void WaitingIndex::erase(const Disk& disk) {
-  Disks& disks = _kinds[_presentIn(disk)];
-  const auto [begin, end] = disks.equal_range(&disk);
-  const auto found = std::find(begin, end, &disk);
-  if (found != end) {
-    disks.erase(found);
+  const Features features(disk);
+  _disks.erase(features.hashAs(features.kind), disk);
+  if (--_countOfKind[features.kind] == 0) {
+    _kindsInUse &= ~(1U << features.kind);
   }
 }
 
 bool WaitingIndex::containsReceiverEqualTo(const Disk& other) const {
-  const Present theirs = _presentIn(other);
-  for (Present kind = 0; kind < KINDS; ++kind) {
+  const Features features(other);
+  for (std::uint32_t kinds = _kindsInUse; kinds != 0; kinds &= kinds - 1) {
+    const auto kind = static_cast<Kind>(std::countr_zero(kinds));
     // A text that receivers of this kind have and the other lacks makes them unequal.
-    if ((kind & ~theirs) == 0 && !_kinds[kind].empty() && _kinds[kind].contains(&other)) {
+    if ((kind & ~features.kind) == 0 && _disks.find(features.hashAs(kind), [&](const Disk& disk) {
+          return disk.isEqual(other);
+        }) != nullptr) {
       return true;
     }
   }

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "core/Logger.h"
 
@@ -22,11 +25,17 @@ constexpr std::array<Key, 5> KEYS = {{{"event", &Disk::setEventName},
                                       {"label", &Disk::setLabel}}};
 
 bool isAscii(std::string_view text) {
-  unsigned char all = 0;
+  constexpr std::uint64_t HIGH_BITS = 0x8080808080808080U;
+  std::uint64_t all = 0;
+  for (; text.size() >= sizeof all; text.remove_prefix(sizeof all)) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data(), sizeof word);
+    all |= word;
+  }
   for (const char character : text) {
     all |= static_cast<unsigned char>(character);
   }
-  return all < 0x80;
+  return (all & HIGH_BITS) == 0;
 }
 
 /// False when the item has a key that is none of the five.
@@ -41,7 +50,7 @@ bool takeItem(std::string_view item, Disk& disk) {
   if (key == KEYS.end()) {
     return false;
   }
-  (disk.*key->set)(std::string(item.substr(colon + 1)));
+  (disk.*key->set)(Text(std::in_place, item.substr(colon + 1)));
   return true;
 }
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "disk/Disk.h"
+
+namespace ravelin::bench {
+
+/// The disk_status announcement of the disk with that number (below 100,000,000): 83 bytes, with a
+/// uuid and a label that no other number has. No such announcement is logged.
+[[nodiscard]] std::string statusAnnouncement(std::size_t number);
+
+/// The uuid in it.
+[[nodiscard]] std::string uuidOf(std::size_t number);
+
+[[nodiscard]] std::span<const std::byte> bytesOf(std::string_view text);
+
+/// The record that the announcement of that number is parsed to.
+[[nodiscard]] DiskPtr announcedDisk(std::size_t number);
+
+}  // namespace ravelin::bench
