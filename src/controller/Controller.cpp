@@ -1,5 +1,6 @@
 #include "controller/Controller.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -12,10 +13,14 @@
 #include "core/SystemState.h"
 #include "intake/EventParser.h"
 #include "platform/Clock.h"
+#include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
+#include "platform/LogTemplate.h"
 #include "platform/Precondition.h"
 #include "platform/Service.h"
 #include "platform/SystemVersion.h"
+#include "platform/Utf8.h"
+#include "platform/Workspace.h"
 
 namespace ravelin {
 
@@ -25,6 +30,8 @@ namespace {
 
 constexpr RunLoop::Seconds RUN_LOOP_PASS_LIMIT{43200.0};
 constexpr std::int32_t LAST_VERSION_BEFORE_SNOW_LEOPARD = 0x105F;
+
+constexpr std::string_view WHITE_SPACE_AND_LINE_ENDS = " \t\n\v\f\r";
 
 platform::FileManager& fileManager() { return platform::service<platform::FileManager>(); }
 
@@ -46,6 +53,11 @@ void removeShortcutOrLog(const std::string& path) {
 
 bool shortcutExists(const std::string& path) {
   return fileManager().fileExistsAtPath(path, DirectoryFinder::desktopDirectory());
+}
+
+std::string recordFilePath() {
+  return shown(DirectoryFinder::UserApplicationSupportDirectory()) + "/" +
+         std::string(DISK_RECORD_FILE);
 }
 
 std::string lastPathComponent(const std::string& path) {
@@ -70,14 +82,14 @@ Controller::Controller() {
   precondition(RunLoop::main().isCurrent(), "Controller::Controller()", "main thread");
   std::promise<RunLoop*> started;
   auto runLoop = started.get_future();
-  _handlerThread =
-      std::thread(&Controller::_startDiskEventHandler, this, std::move(started));
+  _handlerThread = std::thread(&Controller::_startDiskEventHandler, this, std::move(started));
   _handlerRunLoop = runLoop.get();
 }
 
 Controller::~Controller() {
   _handlerShouldEnd = true;
-  _handlerRunLoop->perform([] {});
+  // Nothing but this ends the handler thread, whose run loop must live to take it.
+  _handlerRunLoop->perform([this] { _handlerMayLeave = true; });
   while (!_handlerHasEnded) {
     RunLoop::main().runOnce(RunLoop::DISTANT_FUTURE);
   }
@@ -137,7 +149,7 @@ void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
       runLoop.scheduleTimer(RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
                             [this] { _checkUpdateTimesAndUnmountDisksIfNecessary(); });
   started.set_value(&runLoop);
-  while (!_handlerShouldEnd) {
+  while (!_handlerMayLeave) {
     runLoop.runOnce(RUN_LOOP_PASS_LIMIT);
   }
   _handlerHasEnded = true;
@@ -232,6 +244,11 @@ void Controller::_mountDisk(const DiskPtr& disk) {
     }
     runApplescript(script);
   });
+  RunLoop::main().performAndWait([&] {
+    if (!_handlerShouldEnd) {
+      setImageInMainThread(*disk);
+    }
+  });
   disk->setLastUpdateTime(now());
   const std::lock_guard lock(_mutex);
   if (std::exchange(_diskBeingMounted, nullptr) == disk) {
@@ -309,6 +326,34 @@ Text Controller::_encodeURLString(const std::string& string) {
   return escaped;
 }
 
+std::unique_ptr<platform::Image> Controller::_getImage() {
+  auto& reader = platform::service<platform::ImageReader>();
+  for (const char* name : {"icon.ico", "icon.icns"}) {
+    for (const auto& folder : {DirectoryFinder::LocalApplicationSupportDirectory,
+                               DirectoryFinder::UserApplicationSupportDirectory}) {
+      if (auto image = reader.imageWithContentsOfFile(shown(folder()) + "/" + name)) {
+        return image;
+      }
+    }
+  }
+  return nullptr;
+}
+
+void Controller::setImageInMainThread(const Disk& disk) {
+  const std::string path = _shortcutPathForDisk(disk);
+  const auto image = _getImage();
+  if (!image) {
+    return;
+  }
+  try {
+    platform::service<platform::Workspace>().setIcon(*image, path,
+                                                     DirectoryFinder::desktopDirectory());
+  } catch (const platform::WorkspaceException& exception) {
+    platform::consoleLog(std::string("Ooops could not set image with NSWorkspace! Reason: ") +
+                         exception.what());
+  }
+}
+
 bool Controller::SnowLeopardAndAbove() {
   return platform::service<platform::SystemVersion>().gestaltSystemVersion() >
          LAST_VERSION_BEFORE_SNOW_LEOPARD;
@@ -341,6 +386,40 @@ void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {
   }
   for (const DiskPtr& disk : stale) {
     _unmountDisk(*disk);
+  }
+}
+
+void Controller::recordMountedDisks() const {
+  std::string text = "Mounted Disks\nstart\n";
+  for (const DiskPtr& disk : mountedDisks()) {
+    text += platform::expandLogTemplate(_shortcutPathForDisk(*disk) + "\n");
+  }
+  text += "end";
+  if (const auto error = fileManager().writeAtomically(recordFilePath(), text)) {
+    Logger::logMessage("Error writing file, reason: " + error->localizedDescription, LogTypeError);
+  }
+}
+
+void Controller::deleteRecordedDisks() {
+  const Text text = fileManager().contentsAtPath(recordFilePath());
+  if (!text || !platform::isUtf8(*text)) {
+    return;
+  }
+  bool isInside = false;
+  std::size_t at = 0;
+  while ((at = text->find_first_not_of(WHITE_SPACE_AND_LINE_ENDS, at)) != std::string::npos) {
+    const std::size_t end = std::min(text->find('\n', at), text->size());
+    const std::string line = text->substr(at, end - at);
+    at = end;
+    if (line == "start") {
+      isInside = true;
+    } else if (line == "end") {
+      isInside = false;
+    } else if (isInside) {
+      Logger::logMessage("Disk record " + line + " has been found. Delete the shortcut.",
+                         LogTypeInfo);
+      _deleteAliasAtPath(line);
+    }
   }
 }
 

@@ -15,6 +15,7 @@
 #include "disk/DiskManager.h"
 #include "disk/Queue.h"
 #include "intake/ServerDelegate.h"
+#include "platform/Image.h"
 #include "platform/RunLoop.h"
 #include "platform/ScriptRunner.h"
 
@@ -41,6 +42,14 @@ class Controller : public ServerDelegate {
   /// Removes the shortcut of every mounted disk, and of one that is just being mounted, and forgets
   /// the disks. Main thread.
   void unmountAll();
+
+  /// Writes the list of the mounted disks' shortcuts to the record file, wholly or not at all; a
+  /// failure is logged. Percent signs in a label are taken for formatting. Any thread.
+  void recordMountedDisks() const;
+
+  /// Removes every shortcut that the record file lists, and logs each; without a readable record
+  /// file nothing happens. The file and the mounted records stay as they are. Any thread.
+  static void deleteRecordedDisks();
 
   /// What mounts shares directly; nothing in the handling of announcements uses it.
   [[nodiscard]] DiskManager& diskManager() { return _diskManager; }
@@ -72,6 +81,9 @@ class Controller : public ServerDelegate {
   static std::string _shortcutPathForDisk(const Disk& disk);
   static void runApplescript(const platform::Script& source);
   static Text _encodeURLString(const std::string& string);
+  /// The first readable picture of the four places, or null. Main thread.
+  static std::unique_ptr<platform::Image> _getImage();
+  static void setImageInMainThread(const Disk& disk);
   static bool SnowLeopardAndAbove();
 
   // Liveness. The handler thread.
@@ -89,6 +101,7 @@ class Controller : public ServerDelegate {
 
   DiskManager _diskManager;
   std::atomic<bool> _handlerShouldEnd = false;
+  bool _handlerMayLeave = false;  // the handler thread's own
   std::atomic<bool> _handlerHasEnded = false;
   platform::RunLoop* _handlerRunLoop = nullptr;
   std::thread _handlerThread;

@@ -20,10 +20,17 @@ void Logger::logMessage(std::string_view message, std::int32_t logType) {
   using Level = platform::SystemLog::Level;
   auto& asl = platform::service<platform::SystemLog>();
   switch (logType) {
-    case LogTypeInfo: asl.log(Level::info, message); break;
-    case LogTypeWarning: asl.log(Level::warning, message); break;
-    case LogTypeError: asl.log(Level::error, message); break;
-    default: break;
+    case LogTypeInfo:
+      asl.log(Level::info, message);
+      break;
+    case LogTypeWarning:
+      asl.log(Level::warning, message);
+      break;
+    case LogTypeError:
+      asl.log(Level::error, message);
+      break;
+    default:
+      break;
   }
 }
 

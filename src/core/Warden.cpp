@@ -3,12 +3,14 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 
 #include "controller/Controller.h"
 #include "core/DirectoryFinder.h"
+#include "core/Logger.h"
 #include "core/SystemState.h"
 #include "intake/Server.h"
 
@@ -41,7 +43,12 @@ PropertyListValue valueForKey(const std::optional<PropertyListDictionary>& dicti
 }  // namespace
 
 Warden::Warden() = default;
-Warden::~Warden() = default;
+
+Warden::~Warden() {
+  _controller.reset();
+  _serverArray.clear();
+  _stopNetworkInterfaceChangeNotifier();
+}
 
 void Warden::systemWillTerminate() {
   if (_controller) {
@@ -52,17 +59,77 @@ void Warden::systemWillTerminate() {
 int Warden::run() {
   _controller = std::make_shared<Controller>();
   _serverArray.clear();
+  _registerWorkspaceNotifications();
+  const auto addressesAtFirst = _getLocalIPAdresses();
   _initializeServers();
+  _startNetworkInterfaceChangeNotifier();
+  if (_getLocalIPAdresses() != addressesAtFirst) {
+    // They changed before the notifier was there to tell of it.
+    NetworkInterfaceNotificationCallback(*this, true);
+  }
   gSystemActive = true;
   while (!gSystemWillTerminate) {
     RunLoop::current().runOnce(RunLoop::DISTANT_FUTURE);
   }
   IGMPMembershipRefreshTimer.reset();
+  _stopNetworkInterfaceChangeNotifier();
   _serverArray.clear();
   _controller->unmountAll();
   gSystemActive = false;
+  _unregisterWorkspaceNotifications();
   _controller.reset();
   return 0;
+}
+
+bool Warden::_startNetworkInterfaceChangeNotifier() {
+  std::string reason;
+  auto watch = platform::AddressChangeWatch::start(
+      RunLoop::current(),
+      [this](bool anAddressWentAway) {
+        NetworkInterfaceNotificationCallback(*this, anAddressWentAway);
+      },
+      reason);
+  if (!watch) {
+    Logger::logMessage("SCDynamicStoreSetNotificationKeys() failed: " + reason, LogTypeError);
+    return false;
+  }
+  _notificationCFRunLoopSourceRef = std::move(watch);
+  return true;
+}
+
+void Warden::_stopNetworkInterfaceChangeNotifier() { _notificationCFRunLoopSourceRef.reset(); }
+
+void Warden::NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway) {
+  const bool isBuilt = mounter._serversAreBuiltFor(_getLocalIPAdresses());
+  if (gSystemWillTerminate) {
+    return;
+  }
+  if (!isBuilt) {
+    mounter._initializeServers();
+  } else if (anAddressWentAway) {
+    // It is back already, but on an interface that may be another one, even if it has the same
+    // name: the memberships have gone with the old one. Dropping them fails then, and is logged.
+    mounter._refreshIGMPMembership();
+  }
+}
+
+/// Order and repetition do not count, as long as there are as many addresses as before.
+bool Warden::_serversAreBuiltFor(const std::vector<std::string>& addresses) const {
+  return addresses.size() == _localIpAddresses.size() && !_addressesChangedWhileBuilding &&
+         std::ranges::all_of(_localIpAddresses, [&](const std::string& address) {
+           return std::ranges::find(addresses, address) != addresses.end();
+         });
+}
+
+void Warden::_registerWorkspaceNotifications() {
+  _workspaceNotifications =
+      platform::SessionActivityWatch::start(RunLoop::current(), _fastUserSwitchHandler);
+}
+
+void Warden::_unregisterWorkspaceNotifications() { _workspaceNotifications.reset(); }
+
+void Warden::_fastUserSwitchHandler(platform::SessionNotification notification) {
+  gSystemActive = notification != platform::SessionNotification::didResignActive;
 }
 
 std::optional<PropertyListDictionary> Warden::_getConfigDictionary() {
@@ -83,6 +150,7 @@ void Warden::_initializeServers() {
   const PropertyListValue addresses = valueForKey(config, "MulticastAddresses");
   // The old servers go first, so that their ports are free again.
   _serverArray.clear();
+  _addressesChangedWhileBuilding = false;
   if (addresses.array() == nullptr) {
     return;
   }
@@ -98,7 +166,11 @@ void Warden::_startServer(const PropertyListArray& entry, bool joinIGMP) {
   server->startOnPort(entry[1].intValue());
   if (joinIGMP) {
     const std::string group = shown(entry[0].stringValue());
-    _localIpAddresses = _getLocalIPAdresses();
+    auto addresses = _getLocalIPAdresses();
+    // The servers before this one have not joined on these, and the notice of the change is yet to
+    // come.
+    _addressesChangedWhileBuilding |= !_serverArray.empty() && addresses != _localIpAddresses;
+    _localIpAddresses = std::move(addresses);
     for (const std::string& address : _localIpAddresses) {
       server->joinMulticastGroup(group, address);
     }

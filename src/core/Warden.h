@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/AddressChangeWatch.h"
 #include "platform/PropertyList.h"
 #include "platform/RunLoop.h"
+#include "platform/SessionActivityWatch.h"
 
 namespace ravelin {
 
@@ -45,6 +47,20 @@ class Warden {
   }
 
  protected:
+  /// Has the servers rebuilt after changes of the machine's IPv4 addresses; false, with a line in
+  /// the log, when the system refuses to tell of them.
+  bool _startNetworkInterfaceChangeNotifier();
+  /// Ends that; nothing the second time.
+  void _stopNetworkInterfaceChangeNotifier();
+  /// After a change: builds the servers anew unless they were built for the addresses of now.
+  static void NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway);
+
+  /// Keeps gSystemActive true while this login session is the active one, until the second is
+  /// called.
+  void _registerWorkspaceNotifications();
+  void _unregisterWorkspaceNotifications();
+  static void _fastUserSwitchHandler(platform::SessionNotification notification);
+
   static std::optional<platform::PropertyListDictionary> _getConfigDictionary();
   void _initializeServers();
   void _refreshIGMPMembership();
@@ -52,10 +68,14 @@ class Warden {
 
  private:
   void _startServer(const platform::PropertyListArray& entry, bool joinIGMP);
+  [[nodiscard]] bool _serversAreBuiltFor(const std::vector<std::string>& addresses) const;
 
   std::vector<std::unique_ptr<Server>> _serverArray;
   std::shared_ptr<Controller> _controller;
+  std::unique_ptr<platform::AddressChangeWatch> _notificationCFRunLoopSourceRef;
+  std::unique_ptr<platform::SessionActivityWatch> _workspaceNotifications;
   std::vector<std::string> _localIpAddresses;
+  bool _addressesChangedWhileBuilding = false;
   std::int32_t IGMPMembershipRefreshRate = 0;
   std::unique_ptr<platform::RunLoop::Timer> IGMPMembershipRefreshTimer;
 };

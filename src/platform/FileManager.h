@@ -40,6 +40,10 @@ class FileManager {
   /// Whether there is something at the path; a link there counts by itself, wherever it leads.
   virtual bool fileExistsAtPath(const std::string& path, const Text& beneath) = 0;
 
+  /// The whole content of the file at the path, or null when it cannot be read; a link there is not
+  /// followed.
+  virtual Text contentsAtPath(const std::string& path, const Text& beneath) = 0;
+
   /// Removes the file or link at the path; never a folder. Null on success, an error also when
   /// nothing is there.
   virtual std::optional<FileError> removeItemAtPath(const std::string& path,

@@ -1,10 +1,14 @@
 #include "platform/linux/DesktopEntry.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace ravelin::platform {
 
 namespace {
+
+/// With the line end before it, so that it is found as a key only.
+constexpr const char* ICON_KEY = "\nIcon=";
 
 std::string escaped(std::string_view value) {
   std::string result;
@@ -46,9 +50,17 @@ std::string DesktopEntry::text() const {
          escaped(name) +
          "\n"
          "URL=" +
-         escaped(url) +
-         "\n"
-         "Icon=ravelin-disk\n";
+         escaped(url) + ICON_KEY + "ravelin-disk\n";
+}
+
+Text DesktopEntry::withIcon(std::string_view text, std::string_view icon) {
+  const std::size_t key = text.rfind(ICON_KEY);
+  if (!text.starts_with(MAGIC) || key == std::string_view::npos) {
+    return std::nullopt;
+  }
+  const std::size_t end = std::min(text.find('\n', key + 1), text.size());
+  return std::string(text.substr(0, key)) + ICON_KEY + escaped(icon) +
+         std::string(text.substr(end));
 }
 
 }  // namespace ravelin::platform

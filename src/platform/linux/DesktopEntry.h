@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Text.h"
+
 namespace ravelin::platform {
 
 /// A shortcut as a file of a Linux desktop: a desktop entry that links to a URL.
@@ -16,6 +18,10 @@ struct DesktopEntry {
   /// The file's content. Whatever the values hold, each stands in a line of its own, escaped, and
   /// adds no other line. Neither may hold a NUL, for which the format has no form.
   [[nodiscard]] std::string text() const;
+
+  /// The content of a shortcut with another icon: the name of a themed one, or the path of a
+  /// picture. Null when the content is not that of a shortcut.
+  [[nodiscard]] static Text withIcon(std::string_view text, std::string_view icon);
 };
 
 }  // namespace ravelin::platform

@@ -125,6 +125,19 @@ Text readWholly(int file, std::size_t expected) {
   return std::nullopt;
 }
 
+// Without O_NONBLOCK a named pipe would be waited for.
+constexpr int READING = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+Text contentsAt(int folder, const std::string& name, int flags) {
+  const Descriptor file(::openat(folder, name.c_str(), flags));
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return std::nullopt;
+  }
+  const auto size = static_cast<std::size_t>(status.st_size);
+  return size > CONTENT_LIMIT ? std::nullopt : readWholly(file.number(), size);
+}
+
 class LinuxFileManager final : public FileManager {
  public:
   bool createDirectoryAtPath(const std::string& path) override {
@@ -149,17 +162,7 @@ class LinuxFileManager final : public FileManager {
   }
 
   Text contentsAtPath(const std::string& path) override {
-    if (namesNothing(path)) {
-      return std::nullopt;
-    }
-    // Without O_NONBLOCK a named pipe would be waited for.
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
-      return std::nullopt;
-    }
-    const auto size = static_cast<std::size_t>(status.st_size);
-    return size > CONTENT_LIMIT ? std::nullopt : readWholly(file.number(), size);
+    return namesNothing(path) ? std::nullopt : contentsAt(AT_FDCWD, path, READING);
   }
 
   std::optional<FileError> writeAtomically(const std::string& path,
@@ -176,6 +179,12 @@ class LinuxFileManager final : public FileManager {
     struct stat status {};
     return place.error == 0 &&
            ::fstatat(place.folder.number(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  }
+
+  Text contentsAtPath(const std::string& path, const Text& beneath) override {
+    const Place place = _resolver.resolve(path, beneath);
+    return place.error != 0 ? std::nullopt
+                            : contentsAt(place.folder.number(), place.name, READING | O_NOFOLLOW);
   }
 
   std::optional<FileError> removeItemAtPath(const std::string& path, const Text& beneath) override {

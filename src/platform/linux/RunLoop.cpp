@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "platform/Precondition.h"
+#include "platform/linux/NativeEvent.h"
 
 namespace ravelin::platform {
 
@@ -28,7 +29,7 @@ constexpr std::uint64_t NEVER = UINT64_MAX;
 constexpr std::uint64_t TIMER_ACCURACY = 1000;
 
 /// The order in which sd-event takes what is ready at the same time.
-enum Priority : std::int64_t { TERMINATION, HANDOVER, TIMER, SOCKET };
+enum Priority : std::int64_t { TERMINATION, HANDOVER, TIMER = NATIVE_EVENT_PRIORITY, SOCKET };
 
 struct Release {
   void operator()(sd_event* event) const { sd_event_unref(event); }
@@ -141,6 +142,8 @@ class EventLoop final : public RunLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
+  [[nodiscard]] sd_event* event() const { return _event.get(); }
+
   [[nodiscard]] bool isCurrent() const override { return gettid() == _thread; }
 
   [[nodiscard]] std::unique_ptr<Timer> scheduleTimer(Seconds interval, Action action) override {
@@ -252,6 +255,12 @@ class EventLoop final : public RunLoop {
 };
 
 }  // namespace
+
+sd_event* nativeEventOf(RunLoop& loop) {
+  precondition(loop.isCurrent(), "nativeEventOf", "the thread is the loop's own");
+  // Every run loop of this system is one of these.
+  return static_cast<EventLoop&>(loop).event();
+}
 
 RunLoop& RunLoop::main() {
   static auto& instance = *new EventLoop(getpid());

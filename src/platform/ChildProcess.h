@@ -1,0 +1,48 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace ravelin::platform {
+
+/// What is raised where a program cannot be started at all.
+class LaunchException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// How a program ended.
+struct ChildResult {
+  /// What it exited with, or the number of the signal that ended it.
+  int terminationStatus = 0;
+  bool wasSignalled = false;
+  /// It had not ended when the time was up, and was killed.
+  bool timedOut = false;
+  /// What it wrote, where that was asked for.
+  std::string output;
+
+  [[nodiscard]] bool succeeded() const { return !wasSignalled && terminationStatus == 0; }
+};
+
+/// Runs programs, without a shell. Any thread; the caller waits.
+class ChildProcesses {
+ public:
+  enum class Output {
+    inherited,  ///< goes where this process's output goes
+    collected,  ///< standard output and standard error together, read while the program runs
+  };
+
+  virtual ~ChildProcesses() = default;
+
+  /// Runs the program at the path with the arguments and waits until it has ended, but no longer
+  /// than the limit; then it is killed. Its standard input is empty. Of the output, 16 MiB are kept
+  /// and the rest is read and dropped. Raises LaunchException when it cannot be started.
+  virtual ChildResult run(const std::string& path, const std::vector<std::string>& arguments,
+                          Output output,
+                          std::optional<std::chrono::milliseconds> limit = std::nullopt) = 0;
+};
+
+}  // namespace ravelin::platform

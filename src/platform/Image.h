@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace ravelin::platform {
+
+/// A picture that the system can show, from a file.
+class Image {
+ public:
+  virtual ~Image() = default;
+
+  /// The file that the picture was read from.
+  [[nodiscard]] virtual const std::string& path() const = 0;
+};
+
+/// Reads pictures, by their content and never by their name. Main thread.
+class ImageReader {
+ public:
+  virtual ~ImageReader() = default;
+
+  /// The picture in the file, or null when there is no file or no readable picture in it. What a
+  /// picture does to its decoder never reaches the caller; a decoder that takes too long is given
+  /// up.
+  virtual std::unique_ptr<Image> imageWithContentsOfFile(const std::string& path) = 0;
+};
+
+}  // namespace ravelin::platform

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+namespace ravelin::platform {
+
+class RunLoop;
+
+enum class SessionNotification { didBecomeActive, didResignActive };
+
+/// Tells when the login session of this process comes to the front or leaves it, until it is
+/// destroyed. Where the system knows of no sessions, nothing is ever told. The run loop's thread
+/// only; starting it never waits.
+class SessionActivityWatch {
+ public:
+  /// Calls `notify` on the loop's thread at every change; the state at the start is not told.
+  static std::unique_ptr<SessionActivityWatch> start(
+      RunLoop& loop, std::function<void(SessionNotification)> notify);
+
+  virtual ~SessionActivityWatch() = default;
+  SessionActivityWatch(const SessionActivityWatch&) = delete;
+  SessionActivityWatch& operator=(const SessionActivityWatch&) = delete;
+
+ protected:
+  SessionActivityWatch() = default;
+};
+
+}  // namespace ravelin::platform

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "platform/ChildProcess.h"
+
+namespace ravelin::platform {
+
+/// A short-lived program that lives beside this one and does what needs libraries that this process
+/// does not want. Any thread.
+class HelperProgram {
+ public:
+  explicit HelperProgram(std::string name) : _name(std::move(name)) {}
+
+  /// Runs the helper, no longer than the limit, and collects its output. Raises LaunchException
+  /// when it cannot be started, as where it is not installed.
+  [[nodiscard]] ChildResult run(const std::vector<std::string>& arguments,
+                                std::chrono::milliseconds limit) const;
+
+ private:
+  std::string _name;
+};
+
+}  // namespace ravelin::platform

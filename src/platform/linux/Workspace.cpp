@@ -1,0 +1,37 @@
+#include "platform/Workspace.h"
+
+#include "platform/FileManager.h"
+#include "platform/Image.h"
+#include "platform/Service.h"
+#include "platform/linux/DesktopEntry.h"
+#include "platform/linux/IconProgram.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+/// Writes the icon where desktops look for it: into the shortcut itself, and into the metadata that
+/// some file managers keep of files.
+class LinuxWorkspace final : public Workspace {
+ public:
+  bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) override {
+    auto& files = service<FileManager>();
+    const Text text = files.contentsAtPath(forFile, beneath);
+    const Text changed = text ? DesktopEntry::withIcon(*text, image.path()) : std::nullopt;
+    return changed && !files.writeAtomically(forFile, beneath, *changed) &&
+           IconProgram::run({"set", forFile, image.path()});
+  }
+};
+
+}  // namespace
+
+// Programs without an application object are the ordinary case here.
+bool loadApplicationServices() { return true; }
+
+template <>
+Workspace& native<Workspace>() {
+  static auto& instance = *new LinuxWorkspace;
+  return instance;
+}
+
+}  // namespace ravelin::platform
