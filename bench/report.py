@@ -1,0 +1,351 @@
+#!/usr/bin/env python3
+"""Runs the benches and measures the real agent, and prints one table of all of it.
+
+Usage: report.py BIN [--quick]
+
+BIN is the folder of the executables. A missed target is told in the table; the exit status tells
+only whether everything could be measured. With --quick fewer and smaller measurements are made,
+which shows that they work, not what they are worth.
+"""
+
+import argparse
+import json
+import os
+import plistlib
+import shutil
+import signal
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+RESIDENT_LIMIT = 6 * 1024  # kB
+HANDLER_SWITCHES = 2  # per second
+SCALE_LIMIT = 2.0
+SETTLING = 2.0  # seconds that the agent is left alone before it is looked at
+PATIENCE = 60.0  # seconds
+
+
+class Table:
+    """Lines of text, in sections, printed as they come in."""
+
+    def section(self, title, *notes):
+        print(f"\n{title}")
+        for note in notes:
+            print(f"  ({note})")
+        sys.stdout.flush()
+
+    def line(self, name, figure, ratio=None, target="", met=None):
+        ratio_text = "" if ratio is None else f"{ratio:.2f}"
+        met_text = "" if met is None else "met" if met else "MISSED"
+        print(f"  {name:<44}{figure:>16}{ratio_text:>9}  {target:<8} {met_text}".rstrip())
+        sys.stdout.flush()
+
+
+def memory_folder():
+    """Where temporary files cost no disk, if there is such a place."""
+    return "/dev/shm" if os.access("/dev/shm", os.W_OK) else tempfile.gettempdir()
+
+
+class Benches:
+    """The results of ravelin-disk-bench, by name: the median of the repetitions."""
+
+    def __init__(self, executable):
+        self._executable = executable
+
+    def run(self, pattern, repetitions, *flags):
+        command = [
+            self._executable,
+            f"--benchmark_filter=^({pattern})",
+            f"--benchmark_repetitions={repetitions}",
+            "--benchmark_enable_random_interleaving=true",
+            "--benchmark_format=json",
+            *flags,
+        ]
+        done = subprocess.run(
+            command, env=dict(os.environ, TMPDIR=memory_folder()), capture_output=True, text=True
+        )
+        if done.returncode != 0:
+            sys.exit(f"{' '.join(command)}\n{done.stderr}")
+        measured = {}
+        for entry in json.loads(done.stdout)["benchmarks"]:
+            if entry.get("run_type") == "aggregate":
+                continue
+            if entry.get("error_occurred"):
+                sys.exit(f"{entry['name']}: {entry['error_message']}")
+            measured.setdefault(entry["run_name"], []).append(entry)
+        return measured
+
+
+def median(measured, name, field):
+    """Of the bench whose name is this, or begins with it and a slash."""
+    for run_name, entries in measured.items():
+        if run_name == name or run_name.startswith(name + "/"):
+            return statistics.median(entry[field] for entry in entries)
+    sys.exit(f"{name} has not been measured")
+
+
+def show_reception(table, benches, quick):
+    table.section(
+        "Datagrams of 83 bytes, received on one core",
+        "ratio: to a tight loop of recvfrom",
+    )
+    measured = benches.run("reception/", 3 if quick else 40)
+    base = median(measured, "reception/bare", "items_per_second")
+    for name, title, target in (
+        ("bare", "recvfrom in a tight loop", None),
+        ("server", "server, taken by nobody", 0.8),
+        ("intake", "server, parsed, judged and queued", 0.6),
+    ):
+        rate = median(measured, "reception/" + name, "items_per_second")
+        ratio = rate / base
+        if target is None:
+            table.line(title, f"{rate:,.0f} /s", ratio)
+        else:
+            table.line(title, f"{rate:,.0f} /s", ratio, f">= {target}", ratio >= target)
+
+
+def show_parser(table, benches, quick):
+    table.section("Parsing one announcement")
+    flags = ["--benchmark_min_time=0.02"] if quick else ["--benchmark_min_time=0.1"]
+    measured = benches.run("parse/", 1 if quick else 9, *flags)
+    for name, title in (
+        ("status", "disk_status, 83 bytes"),
+        ("mounted", "disk_mounted, logged"),
+        ("large_label", "1,400 bytes, most of it the label"),
+        ("many_items", "1,400 bytes, 200 items"),
+        ("unknown_key", "unknown key in front"),
+        ("not_ascii", "not ASCII"),
+    ):
+        table.line(title, f"{median(measured, 'parse/' + name, 'cpu_time'):,.0f} ns")
+
+
+def show_scaling(table, benches, quick):
+    table.section(
+        "One step among few and many known disks or waiting events",
+        "ratio: to the cost at 10; known disks are met in random order",
+    )
+    measured = benches.run("scaling/.*/(10|1000)/" if quick else "scaling/", 1 if quick else 7)
+    for name, title, sizes in (
+        ("intake", "duplicate test and enqueue", (10, 1000, 65000)),
+        ("repeated", "duplicate test of a repeated event", (10, 1000, 65000)),
+        ("dequeue", "dequeue", (10, 1000, 65000)),
+        ("find", "look-up by uuid", (10, 1000, 100000)),
+        ("append", "addition to the mounted disks", (10, 1000, 100000)),
+        ("remove", "removal from the mounted disks", (10, 1000, 100000)),
+        ("handled", "whole handled event, a known disk's status", (10, 1000, 100000)),
+    ):
+        base = median(measured, f"scaling/{name}/10", "step_ns")
+        table.line(f"{title}", f"{base:,.0f} ns")
+        for size in sizes[1:2] if quick else sizes[1:]:
+            cost = median(measured, f"scaling/{name}/{size}", "step_ns")
+            ratio = cost / base
+            table.line(
+                f"    at {size:,}",
+                f"{cost:,.0f} ns",
+                ratio,
+                f"<= {SCALE_LIMIT:.0f}",
+                ratio <= SCALE_LIMIT,
+            )
+
+
+def show_shortcuts(table, benches, quick):
+    table.section(
+        "10,000 shortcuts, each",
+        f"ratio: to open, write and close, or unlink; in {memory_folder()}",
+    )
+    measured = benches.run("shortcuts/", 1 if quick else 5)
+    for field, title in (("make_us", "made"), ("remove_us", "removed")):
+        base = median(measured, "shortcuts/bare", field)
+        cost = median(measured, "shortcuts/agent", field)
+        table.line(f"{title} by bare system calls", f"{base:.1f} us", 1.0)
+        table.line(f"{title} by the agent", f"{cost:.1f} us", cost / base)
+
+
+class Agent:
+    """The real agent in a home of its own, listening on one port of the loopback interface."""
+
+    def __init__(self, folder):
+        self._folder = folder
+        self.home = tempfile.mkdtemp(prefix="ravelin-disk-", dir=memory_folder())
+        self.desktop = os.path.join(self.home, "Desktop")
+        support = os.path.join(self.home, "data", "RavelinDisk")
+        os.makedirs(self.desktop)
+        os.makedirs(support)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
+            free.bind(("127.0.0.1", 0))
+            self.port = free.getsockname()[1]
+        with open(os.path.join(support, "Ravelin Disk Config.plist"), "wb") as file:
+            plistlib.dump(
+                {
+                    "MulticastAddresses": [["239.255.77.1", self.port]],
+                    "JoinIGMP": False,
+                    "IGMPMembershipRefreshRate": 3600,
+                },
+                file,
+            )
+        self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+
+    def __enter__(self):
+        environment = dict(
+            os.environ,
+            HOME=self.home,
+            XDG_DATA_HOME=os.path.join(self.home, "data"),
+            XDG_CONFIG_HOME=os.path.join(self.home, "config"),
+            XDG_DATA_DIRS=os.path.join(self.home, "share"),
+        )
+        self._log_path = os.path.join(self.home, "agent.log")
+        with open(self._log_path, "wb") as log:
+            self._process = subprocess.Popen(
+                [os.path.join(self._folder, "ravelin-disk-agent")], env=environment, stderr=log
+            )
+        self.wait_until(lambda: "Server has been started!" in self.log(), "the agent has started")
+        return self
+
+    def __exit__(self, *_):
+        self._process.send_signal(signal.SIGTERM)
+        try:
+            status = self._process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            status = "none within a minute"
+        left = os.listdir(self.desktop)
+        self._socket.close()
+        shutil.rmtree(self.home, ignore_errors=True)
+        if status != 0 or left:
+            sys.exit(f"the agent: exit status {status}, {len(left)} shortcuts left behind")
+
+    def log(self):
+        with open(self._log_path, encoding="utf-8", errors="replace") as log:
+            return log.read()
+
+    def wait_until(self, condition, what):
+        end = time.monotonic() + PATIENCE
+        while not condition():
+            if time.monotonic() > end or self._process.poll() is not None:
+                sys.exit(f"not so: {what}\nThe log of the agent:\n{self.log()}")
+            time.sleep(0.001)
+
+    def announce_mounted(self, number):
+        text = (
+            "event:disk_mounted;mac:02:00:00:00:00:01;ip:192.0.2.10;"
+            f"uuid:late-{number};label:Late {number}"
+        )
+        self._socket.sendto(text.encode(), ("127.0.0.1", self.port))
+        return os.path.join(self.desktop, f"Late {number}.app")
+
+    def announce_many(self, count):
+        subprocess.run(
+            [
+                os.path.join(self._folder, "ravelin-disk-announce"),
+                *("status", "127.0.0.1", str(self.port)),
+                *("--disks", str(count), "--pace", "1000", "--quiet"),
+            ],
+            check=True,
+        )
+        self.wait_until(lambda: len(os.listdir(self.desktop)) == count, f"{count} shortcuts")
+
+    def _number(self, path, key):
+        with open(f"/proc/{self._process.pid}/{path}", encoding="ascii") as file:
+            for line in file:
+                if line.startswith(key + ":"):
+                    return int(line.split()[1])
+        sys.exit(f"/proc says nothing about {key}")
+
+    def resident(self):
+        """In kB."""
+        return self._number("status", "VmRSS")
+
+    def proportional(self):
+        """In kB; what is shared with other processes counts in part."""
+        return self._number("smaps_rollup", "Pss")
+
+    def switches(self):
+        """How often each thread has gone to sleep, the main thread's first, then the others'."""
+        threads = sorted(int(name) for name in os.listdir(f"/proc/{self._process.pid}/task"))
+        threads.remove(self._process.pid)
+        return [
+            self._number(f"task/{thread}/status", "voluntary_ctxt_switches")
+            for thread in [self._process.pid, *threads]
+        ]
+
+
+def show_rest(table, agent, seconds, targets):
+    """What the agent takes while nothing happens."""
+    time.sleep(SETTLING)
+    before = agent.switches()
+    start = time.monotonic()
+    time.sleep(seconds)
+    passed = time.monotonic() - start
+    main, *others = [late - early for early, late in zip(before, agent.switches())]
+    resident = agent.resident()
+
+    def judged(target, met):
+        return (None, target, met) if targets else ()
+
+    table.line(
+        "resident size",
+        f"{resident:,} kB",
+        *judged(f"<= {RESIDENT_LIMIT:,}", resident <= RESIDENT_LIMIT),
+    )
+    table.line("proportional size", f"{agent.proportional():,} kB")
+    table.line("main thread wakes up", f"{main / passed:.1f} /s", *judged("0", main == 0))
+    # A turn at the very beginning or end of the time may be one too many.
+    most = HANDLER_SWITCHES * passed + 1
+    table.line(
+        "handler thread wakes up",
+        f"{sum(others) / passed:.1f} /s",
+        *judged(f"<= {HANDLER_SWITCHES}", sum(others) <= most),
+    )
+    if len(others) != 1:
+        table.line("threads beside the main one", f"{len(others)}", None, "1", False)
+
+
+def show_agent(table, folder, quick):
+    seconds = 3.0 if quick else 10.0
+    with Agent(folder) as agent:
+        table.section(f"The idle agent, over {seconds:.0f} seconds")
+        show_rest(table, agent, seconds, True)
+        agent.announce_many(1000)
+        table.section(f"The same with 1,000 disks mounted, over {seconds / 2:.0f} seconds")
+        show_rest(table, agent, seconds / 2, False)
+
+
+def show_latency(table, folder, quick):
+    count = 4 if quick else 20
+    latencies = []
+    with Agent(folder) as agent:
+        for number in range(count):
+            # Events are handled at intervals: this spreads the announcements over one of them.
+            time.sleep(0.5 * number / count)
+            start = time.monotonic()
+            path = agent.announce_mounted(number)
+            agent.wait_until(lambda: os.path.exists(path), f"there is {path}")
+            latencies.append(time.monotonic() - start)
+    table.section(f"From the announcement to the shortcut, {count} times")
+    table.line("median", f"{statistics.median(latencies) * 1000:.0f} ms")
+    table.line("worst", f"{max(latencies) * 1000:.0f} ms")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
+    parser.add_argument("bin", help="the folder of the executables")
+    parser.add_argument("--quick", action="store_true", help="fewer and smaller measurements")
+    arguments = parser.parse_args()
+    table = Table()
+    benches = Benches(os.path.join(arguments.bin, "ravelin-disk-bench"))
+    load = os.getloadavg()[0]
+    busy = ", too many for steady figures" if load > 1 else ""
+    print(f"{os.cpu_count()} processors, {load:.1f} other processes running on average{busy}")
+    show_reception(table, benches, arguments.quick)
+    show_parser(table, benches, arguments.quick)
+    show_scaling(table, benches, arguments.quick)
+    show_shortcuts(table, benches, arguments.quick)
+    show_agent(table, arguments.bin, arguments.quick)
+    show_latency(table, arguments.bin, arguments.quick)
+
+
+if __name__ == "__main__":
+    main()

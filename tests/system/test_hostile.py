@@ -1,0 +1,176 @@
+"""Whatever strangers send, nothing outside the desktop folder changes, and the agent goes on."""
+
+import os
+
+import pytest
+
+from agent import REMOVAL_FAILED, snapshot, wait_until
+
+# What becomes of each label: the name of its shortcut, or none.
+LABELS = {
+    "../../x": None,
+    "../x": None,
+    "a/../../../x": None,
+    "/etc/x": None,
+    "//x/y": None,
+    "no folder/x": None,
+    "nul\0nul": None,
+    'double"quote': None,
+    '" & (do shell script "id") & "': None,
+    "back\\slash": None,
+    "x" * 252: None,
+    "x" * 60_000: None,
+    "cr\r\nlf": "cr\r\nlf.app",
+    "lf\nURL=file:///etc/passwd": None,
+    "lf\nName=x": "lf\nName=x.app",
+    "single'quote": "single'quote.app",
+    "%n%s%99999d%*d%-99999s%1$s": "%n%s%99999d%*d%-99999s%1$s.app",
+    "\x1b[31m\x07": "\x1b[31m\x07.app",
+    "..": "...app",
+    ".": "..app",
+    "": ".app",
+    "/": ".app",
+    "x" * 251: "x" * 251 + ".app",
+}
+
+
+def name_of(label):
+    return ascii(label) if len(label) < 40 else f"{len(label)} characters"
+
+
+def keys(path):
+    """The lines of a shortcut, without their values."""
+    return [line.split(b"=")[0] for line in path.read_bytes().split(b"\n")]
+
+
+@pytest.mark.parametrize("label", LABELS, ids=name_of)
+def test_label(home, label):
+    """A label that names no file in the desktop folder makes none, any other one just that."""
+    made = LABELS[label]
+    agent = home.start()
+    with home.nothing_changes_elsewhere():
+        agent.announce("disk_mounted", uuid="hostile", label=label)
+        agent.mount("Ordinary", uuid="ordinary")
+        assert home.shortcuts() == sorted(["Ordinary.app"] + ([made] if made else []))
+        if made:
+            assert keys(home.desktop / made) == keys(home.desktop / "Ordinary.app")
+        agent.announce("disk_unmounted", uuid="hostile")
+        agent.announce("disk_unmounted", uuid="ordinary")
+        home.wait_for_shortcuts()
+        assert agent.log().count(REMOVAL_FAILED) == (0 if made else 1)
+        agent.announce("disk_mounted", uuid="hostile", label=label)
+        agent.mount("Ordinary", uuid="ordinary")
+        assert agent.terminate() == 0
+        agent.check_clean_end()
+
+
+def test_format_directives_write_a_bounded_log_line(home):
+    agent = home.start()
+    for number in range(20):
+        agent.announce("disk_mounted", uuid=str(number), label="%99999d" * 7000 + "%n%s")
+    agent.check_works()
+    assert len(agent.log()) < 20 * 200_000
+
+
+def test_label_with_a_slash_works_where_the_folder_is_there(home):
+    (home.desktop / "Folder/Below").mkdir(parents=True)
+    agent = home.start()
+    with home.nothing_changes_elsewhere():
+        agent.announce("disk_mounted", label="Folder/Below/Disk")
+        wait_until((home.desktop / "Folder/Below/Disk.app").exists, "shortcut")
+        agent.announce("disk_unmounted")
+        wait_until(lambda: not os.listdir(home.desktop / "Folder/Below"), "removal")
+        agent.announce("disk_mounted", label="Folder/Disk")
+        wait_until((home.desktop / "Folder/Disk.app").exists, "shortcut")
+        assert agent.terminate() == 0
+    assert os.listdir(home.desktop / "Folder") == ["Below"]
+
+
+@pytest.mark.parametrize("target", ["outside", "inside"])
+def test_link_on_the_way_is_not_followed(home, target):
+    (home.outside / "Victim.app").write_text("not yours")
+    (home.desktop / "Inside").mkdir()
+    to = home.outside if target == "outside" else home.desktop / "Inside"
+    (home.desktop / "link").symlink_to(to)
+    agent = home.start()
+    with home.nothing_changes_elsewhere():
+        agent.announce("disk_mounted", uuid="1", label="link/x")
+        agent.announce("disk_mounted", uuid="2", label="link/Victim")
+        agent.check_works()
+        agent.announce("disk_unmounted", uuid="1")
+        agent.announce("disk_unmounted", uuid="2")
+        agent.check_works()
+        assert agent.terminate() == 0
+    assert home.shortcuts() == ["Inside", "link"]
+    assert os.listdir(home.desktop / "Inside") == []
+
+
+@pytest.mark.parametrize("kind", ["file", "folder", "nothing"])
+def test_link_in_the_place_of_the_shortcut_is_replaced(home, kind):
+    victim = home.outside / "victim"
+    if kind == "file":
+        victim.write_text("not yours")
+    elif kind == "folder":
+        victim.mkdir()
+        (victim / "content").write_text("not yours")
+    path = home.desktop / "USB Disk.app"
+    path.symlink_to(victim)
+    agent = home.start()
+    with home.nothing_changes_elsewhere():
+        agent.announce("disk_mounted")
+        wait_until(lambda: path.is_file() and not path.is_symlink(), "shortcut")
+        path.unlink()
+        path.symlink_to(victim)
+        agent.announce("disk_unmounted")
+        home.wait_for_shortcuts()
+        agent.check_works()
+        assert agent.terminate() == 0
+        agent.check_clean_end()
+
+
+def test_folder_in_the_place_of_the_shortcut_stays(home):
+    folder = home.desktop / "USB Disk.app"
+    (folder / "Contents").mkdir(parents=True)
+    (folder / "Contents/file").write_text("the user's")
+    before = snapshot(home.desktop)
+    agent = home.start()
+    agent.announce("disk_mounted")
+    agent.wait_for_log(REMOVAL_FAILED)
+    agent.check_works()
+    agent.announce("disk_unmounted")
+    agent.wait_for_log(REMOVAL_FAILED, count=2)
+    agent.announce("disk_mounted")
+    agent.check_works()
+    assert agent.terminate() == 0
+    assert snapshot(home.desktop) == before
+    assert agent.log().count(REMOVAL_FAILED + "Is a directory\n") == 4
+
+
+@pytest.mark.parametrize("ip", [
+    "192.0.2.10\nExec=/bin/false\n[Desktop Entry]\nType=Application",
+    "192.0.2.10\rType=Application",
+    "192.0.2.10\r\n[Desktop Action x]\r\nExec=id",
+    "]\n[Other]\nURL=file:///etc/passwd\n#",
+    "%n%s%99999d",
+    "x" * 60_000,
+], ids=name_of)
+def test_address_adds_nothing_to_the_shortcut(home, ip):
+    agent = home.start()
+    ordinary = agent.mount("Ordinary", uuid="ordinary")
+    hostile = agent.mount("Hostile", uuid="hostile", ip=ip)
+    assert keys(hostile) == keys(ordinary)
+    content = hostile.read_bytes().decode()
+    escaped = ip.replace("\n", "\\n").replace("\r", "\\r")
+    assert f"\nURL=smb://guest:@{escaped}/Hostile\n" in content
+    assert "\nType=Link\n" in content
+    assert "\r" not in content
+
+
+@pytest.mark.parametrize("ip", ['192.0.2.10"\nactivate\n"', "192.0.2.10\\", "192.0.2.10\0"],
+                         ids=ascii)
+def test_address_that_would_break_the_script_makes_no_shortcut(home, ip):
+    agent = home.start()
+    agent.announce("disk_mounted", uuid="hostile", ip=ip, label="Hostile")
+    agent.check_works()
+    assert home.shortcuts() == []
+    assert agent.terminate() == 0

@@ -1,0 +1,1114 @@
+#include "controller/Controller.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "Announcements.h"
+#include "ManualClock.h"
+#include "RecordingLog.h"
+#include "TemporaryHome.h"
+#include "Waiting.h"
+#include "controller/PlainModel.h"
+#include "core/Constants.h"
+#include "core/SystemState.h"
+#include "intake/Server.h"
+#include "platform/RunLoop.h"
+#include "platform/SystemVersion.h"
+
+namespace ravelin {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+using platform::RunLoop;
+using test::bytesOf;
+using test::datagram;
+using test::error;
+using test::info;
+using test::Label;
+using test::labels;
+using test::LogLine;
+using test::makeDisk;
+using test::ManualClock;
+using test::PlainModel;
+using test::receivedLine;
+using test::RecordingLog;
+using test::runUntil;
+using test::TemporaryHome;
+using test::Texts;
+using test::textsOf;
+using test::waitUntil;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+
+const LogLine NOT_THERE =
+    error("Error when deleting alias file. Reason: No such file or directory");
+const LogLine IS_A_FOLDER = error("Error when deleting alias file. Reason: Is a directory");
+
+class OpenController final : public Controller {
+ public:
+  using Controller::_checkUpdateTimesAndUnmountDisksIfNecessary;
+  using Controller::_deleteAliasAtPath;
+  using Controller::_encodeURLString;
+  using Controller::_findMountedInternalDisk;
+  using Controller::_getAliasPathForDisk;
+  using Controller::_isDiskMounted;
+  using Controller::_isDiskValid;
+  using Controller::_isUniqueEvent;
+  using Controller::_process;
+  using Controller::_processNextDiskEvent;
+  using Controller::_shouldDiskRemounted;
+  using Controller::_updateDiskUpdateTime;
+  using Controller::SnowLeopardAndAbove;
+};
+
+/// A system of a version that the test chooses.
+class ChosenVersion final : public platform::SystemVersion {
+ public:
+  explicit ChosenVersion(std::int32_t version) : _version(version) {}
+  std::int32_t gestaltSystemVersion() override { return _version; }
+
+ private:
+  const std::int32_t _version;
+  const platform::Substitute<platform::SystemVersion> _inForce{*this};
+};
+
+constexpr std::int32_t LEOPARD = 0x1058;
+constexpr std::int32_t SNOW_LEOPARD = 0x1060;
+
+/// The URL that a shortcut file opens; empty when there is none in it.
+std::string urlIn(const fs::path& file) {
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.starts_with("URL=")) {
+      return line.substr(4);
+    }
+  }
+  return "";
+}
+
+/// Everything in the folder but folders, by path in it, with the URLs.
+std::map<std::string, std::string> shortcutsIn(const fs::path& folder) {
+  std::map<std::string, std::string> found;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+    if (!entry.is_directory()) {
+      found[entry.path().lexically_relative(folder).string()] = urlIn(entry.path());
+    }
+  }
+  return found;
+}
+
+void writeFile(const fs::path& path, std::string_view content) { std::ofstream(path) << content; }
+
+Texts withEvent(std::string_view event, Texts texts) {
+  texts.event = event;
+  return texts;
+}
+
+const Texts USB{.event = "disk_mounted",
+                .mac = "02:00:00:00:00:01",
+                .ip = "192.168.1.5",
+                .uuid = "1234-ABCD",
+                .label = "USB Disk"};
+const Texts CARD{.event = "disk_mounted",
+                 .mac = "02:00:00:00:00:01",
+                 .ip = "192.168.1.5",
+                 .uuid = "5678-EF01",
+                 .label = "CARD"};
+const Texts ELSEWHERE{.event = "disk_mounted",
+                      .mac = "02:00:00:00:00:02",
+                      .ip = "192.168.1.6",
+                      .uuid = "9999-9999",
+                      .label = "Elsewhere"};
+
+class ControllerTest : public testing::Test {
+ protected:
+  ControllerTest() { fs::create_directory(home.desktop() + "/sub"); }
+  ~ControllerTest() override { gSystemWillTerminate = false; }
+
+  void receive(std::string_view message) { controller->server(unusedServer, bytesOf(message), {}); }
+  void receive(const Texts& texts) { receive(datagram(texts)); }
+
+  /// Acts on the event at once, on this thread, as the handler thread would.
+  void process(const Texts& texts) { controller->_process(makeDisk(texts)); }
+
+  /// Runs the main thread's loop until the handler thread has acted on all that waited.
+  [[nodiscard]] bool settle() {
+    const Texts last{
+        .event = "disk_mounted", .mac = "last", .ip = "last", .uuid = "last", .label = "last"};
+    receive(last);
+    const bool came = runUntil([&] { return isMounted("last"); });
+    receive(withEvent("disk_unmounted", last));
+    const bool went = came && runUntil([&] { return !isMounted("last"); });
+    forgetLinesOf(last);
+    return went;
+  }
+
+  /// Has the handler thread wait for the main thread, which must not run its loop meanwhile. What
+  /// arrives from now on stays waiting until it does.
+  [[nodiscard]] bool holdHandler() {
+    receive(BLOCKER);
+    return waitUntil([&] { return controller->waitingEvents() == 0; });
+  }
+
+  [[nodiscard]] bool isMounted(const std::string& uuid) const {
+    return controller->_isDiskMounted(*makeDisk({.uuid = uuid}));
+  }
+
+  [[nodiscard]] std::vector<Texts> mountedTexts() const {
+    std::vector<Texts> all;
+    for (const DiskPtr& disk : controller->mountedDisks()) {
+      all.push_back(textsOf(*disk));
+    }
+    return all;
+  }
+
+  [[nodiscard]] std::vector<PlainModel::Record> mountedRecords() const {
+    std::vector<PlainModel::Record> all;
+    for (const DiskPtr& disk : controller->mountedDisks()) {
+      all.push_back({.texts = textsOf(*disk),
+                     .lastUpdateTime = disk->lastUpdateTime().value_or(Disk::Date::min())});
+    }
+    return all;
+  }
+
+  [[nodiscard]] std::map<std::string, std::string> shortcuts() const {
+    return shortcutsIn(home.desktop());
+  }
+
+  [[nodiscard]] fs::path onDesktop(const std::string& name) const {
+    return fs::path(home.desktop()) / name;
+  }
+
+  /// The lines since the last time; lines of `settle` are left out.
+  std::vector<LogLine> newLines() {
+    std::vector<LogLine> lines = log.take();
+    std::erase_if(lines, [&](const LogLine& line) {
+      return std::ranges::find(_forgotten, line) != _forgotten.end();
+    });
+    return lines;
+  }
+
+  /// The controller's state is the model's.
+  void expectLike(PlainModel& model) {
+    EXPECT_EQ(mountedRecords(), model.mounted);
+    EXPECT_EQ(shortcuts(), model.desktop);
+    std::vector<LogLine> lines = newLines();
+    for (LogLine& line : lines) {
+      constexpr std::string_view FAILURE = "Error when deleting alias file. Reason: ";
+      if (line.text.starts_with(FAILURE)) {
+        line.text = FAILURE;
+      }
+    }
+    EXPECT_EQ(lines, model.lines);
+    model.lines.clear();
+  }
+
+  static inline const Texts BLOCKER{.event = "disk_mounted",
+                                    .mac = "blocker",
+                                    .ip = "blocker",
+                                    .uuid = "blocker",
+                                    .label = "Blocker"};
+
+  const TemporaryHome home;
+  RecordingLog log;
+  ManualClock clock;
+  Server unusedServer;
+  std::optional<OpenController> controller{std::in_place};
+
+ private:
+  void forgetLinesOf(const Texts& texts) {
+    for (const Texts& each : {texts, withEvent("disk_unmounted", texts)}) {
+      _forgotten.push_back(info(receivedLine(datagram(each), each)));
+    }
+  }
+
+  std::vector<LogLine> _forgotten;
+};
+
+// Which announcements are taken.
+
+TEST_F(ControllerTest, AnAnnouncementIsValidWhenItHasWhatItsEventNeeds) {
+  const std::vector<Text> events{"disk_mounted",
+                                 "disk_status",
+                                 "disk_unmounted",
+                                 "no_disk",
+                                 "DISK_MOUNTED",
+                                 "disk_mounted ",
+                                 "",
+                                 "other",
+                                 std::nullopt};
+  for (const Text& event : events) {
+    for (unsigned present = 0; present < 16; ++present) {
+      const auto textIf = [&](unsigned bit) {
+        return (present & bit) != 0 ? Text("") : std::nullopt;
+      };
+      const Texts texts{
+          .event = event, .mac = textIf(1), .ip = textIf(2), .uuid = textIf(4), .label = textIf(8)};
+      bool expected = false;
+      if (event == "disk_mounted" || event == "disk_status") {
+        expected = present == 15;
+      } else if (event == "disk_unmounted") {
+        expected = (present & 5U) == 5;
+      } else if (event == "no_disk") {
+        expected = (present & 1U) == 1;
+      }
+      EXPECT_EQ(OpenController::_isDiskValid(makeDisk(texts).get()), expected)
+          << shown(event) << " with " << present;
+    }
+  }
+  EXPECT_FALSE(OpenController::_isDiskValid(nullptr));
+}
+
+TEST_F(ControllerTest, InvalidAnnouncementsLeaveNoTrace) {
+  ASSERT_TRUE(holdHandler());
+  log.take();
+  receive("event:disk_status;mac:m;ip:i;uuid:u");
+  receive("event:disk_status;mac:m;ip:i;uuid:u;label:l;unknown:x");
+  receive("event:no_disk;mac:m\xFF");
+  receive("event:other;mac:m;ip:i;uuid:u;label:l");
+  receive("mac:m;ip:i;uuid:u;label:l");
+  receive("event:no_disk");
+  receive("noise");
+  receive("");
+  EXPECT_EQ(controller->waitingEvents(), 0U);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, AMountedEventWithoutLabelIsDropped) {
+  ASSERT_TRUE(holdHandler());
+  receive("event:disk_mounted;mac:m;ip:i;uuid:u");
+  EXPECT_EQ(controller->waitingEvents(), 0U);
+}
+
+TEST_F(ControllerTest, ANoDiskEventWithOnlyTheDeviceIsTaken) {
+  ASSERT_TRUE(holdHandler());
+  receive("event:no_disk;mac:m");
+  EXPECT_EQ(controller->waitingEvents(), 1U);
+}
+
+TEST_F(ControllerTest, AfterTerminationDatagramsAreNotEvenRead) {
+  ASSERT_TRUE(holdHandler());
+  log.take();
+  gSystemWillTerminate = true;
+  receive(USB);
+  EXPECT_EQ(controller->waitingEvents(), 0U);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, ARepeatedAnnouncementIsDroppedWhileTheFirstWaits) {
+  const Texts status = withEvent("disk_status", USB);
+  ASSERT_TRUE(holdHandler());
+  receive(status);
+  receive(status);
+  EXPECT_EQ(controller->waitingEvents(), 1U);
+  ASSERT_TRUE(settle());
+  const auto mounted = controller->_findMountedInternalDisk(*makeDisk(status));
+  ASSERT_NE(mounted, nullptr);
+  const auto before = mounted->lastUpdateTime();
+  clock.advance(10s);
+  receive(status);
+  ASSERT_TRUE(settle());
+  EXPECT_EQ(mounted->lastUpdateTime(), *before + 10s);
+}
+
+TEST_F(ControllerTest, WhatAWaitingEventLacksMatchesAnything) {
+  ASSERT_TRUE(holdHandler());
+  receive("event:no_disk;mac:m");
+  receive("event:no_disk;mac:m;uuid:u");
+  EXPECT_EQ(controller->waitingEvents(), 1U);
+  receive("event:no_disk;mac:n;uuid:u");
+  receive("event:no_disk;mac:n");
+  EXPECT_EQ(controller->waitingEvents(), 3U);
+}
+
+TEST_F(ControllerTest, DifferentEventsOfOneDiskAllWait) {
+  ASSERT_TRUE(holdHandler());
+  receive(USB);
+  receive(withEvent("disk_status", USB));
+  receive(withEvent("disk_unmounted", USB));
+  receive(withEvent("no_disk", USB));
+  EXPECT_EQ(controller->waitingEvents(), 4U);
+  const auto waits = [&](const Texts& texts) {
+    return !controller->_isUniqueEvent(*makeDisk(texts));
+  };
+  EXPECT_TRUE(waits(USB));
+  EXPECT_FALSE(waits(CARD));
+}
+
+TEST_F(ControllerTest, AFloodOfEventsIsCutOff) {
+  ASSERT_TRUE(holdHandler());
+  for (std::size_t number = 0; number < WAITING_EVENTS_LIMIT + 10; ++number) {
+    receive("event:no_disk;mac:" + std::to_string(number));
+  }
+  EXPECT_EQ(controller->waitingEvents(), 65536U);
+  EXPECT_FALSE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "65535"})));
+  EXPECT_TRUE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "65536"})));
+}
+
+TEST_F(ControllerTest, AFloodOfLongTextsIsCutOff) {
+  ASSERT_TRUE(holdHandler());
+  const std::string filler(60000, 'x');
+  std::size_t sent = 0;
+  std::size_t waiting = 0;
+  do {
+    waiting = controller->waitingEvents();
+    receive("event:no_disk;mac:" + std::to_string(sent) + ";label:" + filler);
+    ++sent;
+  } while (controller->waitingEvents() > waiting && sent < 5000);
+  EXPECT_GE(waiting * filler.size(), WAITING_TEXT_LIMIT - 2 * filler.size());
+  EXPECT_LE(waiting * filler.size(), WAITING_TEXT_LIMIT + 2 * filler.size());
+}
+
+// What is done about them.
+
+TEST_F(ControllerTest, AMountedDiskGetsAShortcutAndARecord) {
+  receive(USB);
+  ASSERT_TRUE(runUntil([&] { return isMounted("1234-ABCD"); }));
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_EQ(controller->mountedDisks()[0]->lastUpdateTime(), clock.now());
+  EXPECT_THAT(log.lines(), ElementsAre(info(receivedLine(datagram(USB), USB))));
+  EXPECT_EQ(controller->waitingEvents(), 0U);
+}
+
+TEST_F(ControllerTest, AStatusOfAnUnknownDiskMountsItAndSaysSo) {
+  receive(withEvent("disk_status", USB));
+  ASSERT_TRUE(runUntil([&] { return isMounted("1234-ABCD"); }));
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
+  EXPECT_THAT(mountedTexts(), ElementsAre(withEvent("disk_status", USB)));
+  EXPECT_THAT(log.lines(),
+              ElementsAre(info("Disk USB Disk is being mounted because it was already mounted on "
+                               "the device as stated in disk_status message")));
+}
+
+TEST_F(ControllerTest, AnUnmountedDiskLosesItsShortcutAndItsRecord) {
+  receive(USB);
+  receive(CARD);
+  receive("event:disk_unmounted;mac:other;uuid:1234-ABCD");
+  ASSERT_TRUE(settle());
+  EXPECT_THAT(mountedTexts(), ElementsAre(CARD));
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("CARD.app", "smb://guest:@192.168.1.5/CARD")));
+}
+
+TEST_F(ControllerTest, EventsAreActedOnInTheOrderInWhichTheyArrived) {
+  ASSERT_TRUE(holdHandler());
+  receive(USB);
+  receive(CARD);
+  receive(ELSEWHERE);
+  receive(withEvent("disk_unmounted", CARD));
+  receive(withEvent("disk_status", CARD));
+  ASSERT_TRUE(settle());
+  EXPECT_THAT(mountedTexts(), ElementsAre(BLOCKER, USB, ELSEWHERE, withEvent("disk_status", CARD)));
+}
+
+TEST_F(ControllerTest, AKnownDiskKeepsItsRecordAndShortcutWhateverTheDeviceSaysLater) {
+  for (const char* event : {"disk_mounted", "disk_status"}) {
+    process(USB);
+    const DiskPtr record = controller->mountedDisks()[0];
+    log.take();
+    clock.advance(7s);
+    process(
+        {.event = event, .mac = "other", .ip = "10.0.0.1", .uuid = "1234-ABCD", .label = "Other"});
+    EXPECT_EQ(controller->mountedDisks(), std::vector{record});
+    EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+    EXPECT_EQ(record->lastUpdateTime(), clock.now());
+    EXPECT_THAT(shortcuts(),
+                ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
+    EXPECT_THAT(log.lines(), IsEmpty());
+    controller->unmountAll();
+  }
+}
+
+TEST_F(ControllerTest, AnUnknownDiskIsNotUnmountedForItsDevice) {
+  process(USB);
+  log.take();
+  process({.event = "disk_unmounted", .mac = USB.mac, .uuid = "unknown"});
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_EQ(shortcuts().size(), 1U);
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, NoDiskRemovesEveryDiskOfTheDevice) {
+  receive(USB);
+  receive(ELSEWHERE);
+  receive(CARD);
+  ASSERT_TRUE(settle());
+  log.take();
+  receive("event:no_disk;mac:02:00:00:00:00:01");
+  ASSERT_TRUE(settle());
+  EXPECT_THAT(mountedTexts(), ElementsAre(ELSEWHERE));
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("Elsewhere.app", "smb://guest:@192.168.1.6/Elsewhere")));
+  EXPECT_THAT(newLines(),
+              ElementsAre(info("Disk USB Disk is being unmounted because it was already unmounted "
+                               "on the device as stated in no_disk message"),
+                          info("Disk CARD is being unmounted because it was already unmounted on "
+                               "the device as stated in no_disk message")));
+}
+
+TEST_F(ControllerTest, NoDiskOfAnotherDeviceDoesNothing) {
+  process(USB);
+  log.take();
+  process({.event = "no_disk", .mac = "02:00:00:00:00:0A"});
+  process({.event = "no_disk", .mac = "", .uuid = USB.uuid});
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, DisksOfOneUuidAreOneDiskWhateverTheirDevice) {
+  process(USB);
+  clock.advance(1s);
+  process({.event = "disk_mounted", .mac = "m", .ip = "i", .uuid = USB.uuid, .label = "L"});
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+}
+
+TEST_F(ControllerTest, AnyOtherEventDoesNothing) {
+  process(USB);
+  log.take();
+  process(withEvent("DISK_UNMOUNTED", USB));
+  process({.uuid = USB.uuid});
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, ARecordIsFoundByItsUuidAlone) {
+  process(USB);
+  const DiskPtr record = controller->mountedDisks()[0];
+  EXPECT_EQ(controller->_findMountedInternalDisk(*makeDisk({.uuid = "1234-ABCD"})), record);
+  EXPECT_EQ(controller->_findMountedInternalDisk(*makeDisk({.uuid = "1234-abcd"})), nullptr);
+  Texts without = USB;
+  without.uuid = std::nullopt;
+  EXPECT_EQ(controller->_findMountedInternalDisk(*makeDisk(without)), nullptr);
+  EXPECT_TRUE(controller->_isDiskMounted(*makeDisk({.uuid = "1234-ABCD"})));
+  EXPECT_FALSE(controller->_isDiskMounted(*makeDisk(without)));
+}
+
+TEST_F(ControllerTest, OnlyADiskWithoutRecordWouldBeMountedAnew) {
+  process(USB);
+  EXPECT_FALSE(controller->_shouldDiskRemounted(
+      *makeDisk({.mac = "other", .ip = "other", .uuid = USB.uuid, .label = "other"})));
+  EXPECT_TRUE(controller->_shouldDiskRemounted(*makeDisk(CARD)));
+}
+
+TEST_F(ControllerTest, AfterTerminationWaitingEventsAreNeverProcessed) {
+  // A tick may come between the arrival and the flag; then the controller is made anew.
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    receive(USB);
+    gSystemWillTerminate = true;
+    if (controller->waitingEvents() == 1) {
+      break;
+    }
+    gSystemWillTerminate = false;
+    controller.emplace();
+  }
+  ASSERT_EQ(controller->waitingEvents(), 1U);
+  int passed = 0;
+  const auto timer = RunLoop::main().scheduleTimer(RunLoop::Seconds(0.1), [&] { ++passed; });
+  ASSERT_TRUE(runUntil([&] { return passed >= 15; }));
+  controller->_processNextDiskEvent();
+  EXPECT_EQ(controller->waitingEvents(), 1U);
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, ATickThatHasBegunEmptiesTheQueueInSpiteOfTermination) {
+  ASSERT_TRUE(holdHandler());
+  receive(USB);
+  receive(CARD);
+  gSystemWillTerminate = true;
+  ASSERT_TRUE(runUntil([&] { return isMounted("5678-EF01"); }));
+  EXPECT_THAT(mountedTexts(), ElementsAre(BLOCKER, USB, CARD));
+}
+
+TEST_F(ControllerTest, EventsThatArriveDuringATickBelongToIt) {
+  ASSERT_TRUE(holdHandler());
+  receive(USB);
+  RunLoop::main().perform([&] {
+    receive(CARD);
+    // The next tick would do nothing.
+    gSystemWillTerminate = true;
+  });
+  ASSERT_TRUE(runUntil([&] { return isMounted("5678-EF01"); }));
+  EXPECT_THAT(mountedTexts(), ElementsAre(BLOCKER, USB, CARD));
+}
+
+// Shortcuts.
+
+TEST_F(ControllerTest, AnOldShortcutMakesWayForANewOne) {
+  writeFile(onDesktop("USB Disk.app"), "URL=old\n");
+  process(USB);
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, ALinkInTheShortcutsPlaceIsReplacedAndItsTargetIsNot) {
+  writeFile(home.path() + "/target", "URL=target\n");
+  fs::create_symlink(home.path() + "/target", onDesktop("USB Disk.app"));
+  process(USB);
+  EXPECT_FALSE(fs::is_symlink(onDesktop("USB Disk.app")));
+  EXPECT_EQ(urlIn(onDesktop("USB Disk.app")), "smb://guest:@192.168.1.5/USB%20Disk");
+  EXPECT_EQ(urlIn(home.path() + "/target"), "target");
+}
+
+TEST_F(ControllerTest, AFolderInTheShortcutsPlaceStaysAndTheDiskIsMountedAllTheSame) {
+  fs::create_directory(onDesktop("USB Disk.app"));
+  writeFile(onDesktop("USB Disk.app/kept"), "");
+  process(USB);
+  EXPECT_THAT(log.take(), ElementsAre(IS_A_FOLDER));
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_TRUE(fs::exists(onDesktop("USB Disk.app/kept")));
+  process(withEvent("disk_unmounted", USB));
+  EXPECT_THAT(log.take(), ElementsAre(IS_A_FOLDER));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_TRUE(fs::exists(onDesktop("USB Disk.app/kept")));
+}
+
+TEST_F(ControllerTest, AShortcutIsRemovedUnderTheLabelWithWhichItWasMade) {
+  process(USB);
+  Texts renamed = USB;
+  renamed.label = "Renamed";
+  process(renamed);
+  writeFile(onDesktop("Renamed.app"), "URL=kept\n");
+  process(withEvent("disk_unmounted", renamed));
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("Renamed.app", "kept")));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, AShortcutThatTheUserThrewAwayCostsOneLine) {
+  process(USB);
+  fs::remove(onDesktop("USB Disk.app"));
+  process(withEvent("disk_unmounted", USB));
+  EXPECT_THAT(log.lines(), ElementsAre(NOT_THERE));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, WithoutADesktopFolderDisksAreMountedAndForgottenAllTheSame) {
+  fs::remove_all(home.desktop());
+  process(USB);
+  EXPECT_THAT(log.lines(), IsEmpty());
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  process(withEvent("disk_unmounted", USB));
+  EXPECT_THAT(log.lines(), ElementsAre(NOT_THERE));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_FALSE(fs::exists(home.desktop()));
+}
+
+TEST_F(ControllerTest, AScriptThatDoesNotRunIsPassedOverInSilence) {
+  Texts odd = USB;
+  odd.label = "Quo\"te";
+  process(odd);
+  EXPECT_THAT(log.lines(), IsEmpty());
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_THAT(mountedTexts(), ElementsAre(odd));
+  process(withEvent("disk_unmounted", odd));
+  EXPECT_THAT(log.lines(), ElementsAre(NOT_THERE));
+}
+
+TEST_F(ControllerTest, NothingOutsideTheDesktopFolderIsTouched) {
+  writeFile(home.path() + "/Outside.app", "URL=outside\n");
+  fs::create_directory(home.path() + "/folder");
+  writeFile(home.path() + "/folder/Outside.app", "URL=outside\n");
+  fs::create_directory_symlink(home.path() + "/folder", onDesktop("link"));
+  for (const std::string label :
+       {"../Outside", "link/Outside", "sub/../../Outside", "../folder/Outside"}) {
+    const Texts hostile{
+        .event = "disk_mounted", .mac = "m", .ip = "i", .uuid = label, .label = label};
+    process(hostile);
+    process(withEvent("disk_unmounted", hostile));
+  }
+  EXPECT_EQ(urlIn(home.path() + "/Outside.app"), "outside");
+  EXPECT_EQ(urlIn(home.path() + "/folder/Outside.app"), "outside");
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, TheShortcutsPathIsTheDesktopAndTheLabelAsItIs) {
+  EXPECT_EQ(OpenController::_getAliasPathForDisk(*makeDisk({.label = "USB Disk"})),
+            home.desktop() + "/USB Disk");
+  EXPECT_EQ(OpenController::_getAliasPathForDisk(*makeDisk({.label = "a/../b%"})),
+            home.desktop() + "/a/../b%");
+}
+
+TEST_F(ControllerTest, WhatMayNotStandInAUrlIsEscaped) {
+  EXPECT_EQ(OpenController::_encodeURLString("USB Disk"), "USB%20Disk");
+  EXPECT_EQ(OpenController::_encodeURLString(""), "");
+  const std::string legal =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.!~*'();/?:@&=+$,";
+  EXPECT_EQ(OpenController::_encodeURLString(legal), legal);
+  EXPECT_EQ(OpenController::_encodeURLString(" \"#%<>[\\]^`{|}\x7F"),
+            "%20%22%23%25%3C%3E%5B%5C%5D%5E%60%7B%7C%7D%7F");
+  std::string control;
+  for (char character = 0; character < 0x20; ++character) {
+    control += character;
+  }
+  EXPECT_EQ(OpenController::_encodeURLString(control),
+            "%00%01%02%03%04%05%06%07%08%09%0A%0B%0C%0D%0E%0F"
+            "%10%11%12%13%14%15%16%17%18%19%1A%1B%1C%1D%1E%1F");
+}
+
+TEST_F(ControllerTest, WhatIsNotAsciiCannotBeEscaped) {
+  EXPECT_EQ(OpenController::_encodeURLString("L\xC3\xADn"), std::nullopt);
+  EXPECT_EQ(OpenController::_encodeURLString("\x80"), std::nullopt);
+  Texts foreign = USB;
+  foreign.label = "L\xC3\xADn";
+  process(foreign);
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("L\xC3\xADn.app", "smb://guest:@192.168.1.5/(null)")));
+}
+
+TEST_F(ControllerTest, SystemsFromSnowLeopardOnAreKnown) {
+  const std::vector<std::pair<std::int32_t, bool>> versions{
+      {0, false},     {LEOPARD, false}, {0x105F, false}, {SNOW_LEOPARD, true},
+      {0x1061, true}, {0x10A0, true},   {-1, false}};
+  for (const auto& [version, expected] : versions) {
+    const ChosenVersion system(version);
+    EXPECT_EQ(OpenController::SnowLeopardAndAbove(), expected) << version;
+  }
+}
+
+TEST_F(ControllerTest, BeforeSnowLeopardAShortcutIsRemovedByScriptAndFailuresAreSilent) {
+  const ChosenVersion system(LEOPARD);
+  receive(USB);
+  receive(withEvent("disk_unmounted", USB));
+  ASSERT_TRUE(settle());
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  process(USB);
+  fs::remove(onDesktop("USB Disk.app"));
+  newLines();
+  process(withEvent("disk_unmounted", USB));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+  // The last use of the version must be over.
+  controller.reset();
+}
+
+TEST_F(ControllerTest, BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath) {
+  const ChosenVersion system(LEOPARD);
+  writeFile(onDesktop("USB.app"), "URL=old\n");
+  OpenController::_deleteAliasAtPath("/nowhere/at/all/USB.app");
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  writeFile(onDesktop("USB.app"), "URL=old\n");
+  OpenController::_deleteAliasAtPath("/nowhere/USB.app//");
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, FromSnowLeopardOnOnlyThePathItselfIsRemoved) {
+  const ChosenVersion system(SNOW_LEOPARD);
+  writeFile(onDesktop("USB.app"), "URL=kept\n");
+  OpenController::_deleteAliasAtPath("/nowhere/at/all/USB.app");
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("USB.app", "kept")));
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_THAT(log.lines()[0].text, HasSubstr("Error when deleting alias file. Reason: "));
+}
+
+// Liveness.
+
+TEST_F(ControllerTest, TwoMinutesOfSilenceAreAllowedAndNotMore) {
+  process(USB);
+  clock.advance(120s);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_THAT(log.lines(), IsEmpty());
+  clock.advance(1s);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_THAT(log.lines(),
+              ElementsAre(info("Disk USB Disk has not been updated in 121.000000 seconds, so it is "
+                               "assumed to be unmounted!")));
+}
+
+TEST_F(ControllerTest, AFractionOfASecondCounts) {
+  process(USB);
+  clock.advance(120s + 1us);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(log.lines(),
+              ElementsAre(info("Disk USB Disk has not been updated in 120.000001 seconds, so it is "
+                               "assumed to be unmounted!")));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, AClockThatWasSetBackKeepsADisk) {
+  process(USB);
+  clock.advance(-1000h);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+}
+
+TEST_F(ControllerTest, AnAnnouncementIsASignOfLife) {
+  process(USB);
+  process(CARD);
+  clock.advance(100s);
+  process(withEvent("disk_status", USB));
+  clock.advance(100s);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+}
+
+TEST_F(ControllerTest, SilentDisksAreAllLoggedBeforeTheFirstIsRemovedInListOrder) {
+  process(USB);
+  clock.advance(1s);
+  process(ELSEWHERE);
+  log.take();
+  // Different failures show the order of the removals.
+  fs::remove(onDesktop("USB Disk.app"));
+  fs::remove(onDesktop("Elsewhere.app"));
+  fs::create_directory(onDesktop("Elsewhere.app"));
+  clock.advance(130s);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(log.lines(),
+              ElementsAre(info("Disk USB Disk has not been updated in 131.000000 seconds, so it is "
+                               "assumed to be unmounted!"),
+                          info("Disk Elsewhere has not been updated in 130.000000 seconds, so it "
+                               "is assumed to be unmounted!"),
+                          NOT_THERE, IS_A_FOLDER));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, ACheckWithoutMountedDisksDoesNothing) {
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, TheUpdateTimeOfAnUnknownDiskIsNobodys) {
+  process(USB);
+  const auto before = clock.now();
+  clock.advance(5s);
+  controller->_updateDiskUpdateTime(*makeDisk(CARD));
+  EXPECT_EQ(controller->mountedDisks()[0]->lastUpdateTime(), before);
+}
+
+TEST_F(ControllerTest, AnUnmountedEventDoesNotWaitForSilence) {
+  process(USB);
+  clock.advance(10s);
+  log.take();
+  process(withEvent("disk_unmounted", USB));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, ASilentDiskGoesByItself) {
+  receive(USB);
+  ASSERT_TRUE(settle());
+  clock.advance(121s);
+  // The check comes every half minute.
+  EXPECT_TRUE(runUntil([&] { return !isMounted("1234-ABCD"); }, 90s));
+  EXPECT_THAT(shortcuts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, TheCheckGoesOnAfterTermination) {
+  process(USB);
+  gSystemWillTerminate = true;
+  clock.advance(121s);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+// The end.
+
+TEST_F(ControllerTest, UnmountAllWithoutDisksDoesNothing) {
+  controller->unmountAll();
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, UnmountAllRemovesEveryShortcutAndLogsNothing) {
+  process(USB);
+  process(CARD);
+  process(ELSEWHERE);
+  ASSERT_EQ(shortcuts().size(), 3U);
+  log.take();
+  controller->unmountAll();
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+  controller->unmountAll();
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerTest, UnmountAllGoesThroughTheListInOrder) {
+  process(USB);
+  process(ELSEWHERE);
+  fs::remove(onDesktop("USB Disk.app"));
+  fs::remove(onDesktop("Elsewhere.app"));
+  fs::create_directory(onDesktop("Elsewhere.app"));
+  log.take();
+  controller->unmountAll();
+  EXPECT_THAT(log.lines(), ElementsAre(NOT_THERE, IS_A_FOLDER));
+}
+
+/// A clock at which the handler thread waits until it is let through.
+class GuardedClock final : public platform::Clock {
+ public:
+  Date now() override {
+    std::unique_lock lock(_mutex);
+    _hasArrived = true;
+    _changed.notify_all();
+    _changed.wait(lock, [this] { return _isOpen; });
+    return Date(1000h);
+  }
+
+  [[nodiscard]] bool hasArrived() {
+    const std::lock_guard lock(_mutex);
+    return _hasArrived;
+  }
+
+  void open() {
+    const std::lock_guard lock(_mutex);
+    _isOpen = true;
+    _changed.notify_all();
+  }
+
+ private:
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  bool _hasArrived = false;
+  bool _isOpen = false;
+  const platform::Substitute<platform::Clock> _inForce{*this};
+};
+
+TEST_F(ControllerTest, UnmountAllTakesAwayTheShortcutOfADiskThatIsJustBeingMounted) {
+  GuardedClock guard;
+  const std::unique_ptr<void, std::function<void(void*)>> end(&guard, [&](void* /*guard*/) {
+    guard.open();
+    controller.reset();
+  });
+  receive(USB);
+  // The shortcut is made, the record is not on the list yet.
+  ASSERT_TRUE(runUntil([&] { return guard.hasArrived(); }));
+  ASSERT_EQ(shortcuts().size(), 1U);
+  ASSERT_THAT(mountedTexts(), IsEmpty());
+  controller->unmountAll();
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  guard.open();
+  ASSERT_TRUE(settle());
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_EQ(log.count(NOT_THERE), 0U);
+}
+
+TEST_F(ControllerTest, ADiskMountedAfterUnmountAllIsMountedAsEver) {
+  process(USB);
+  controller->unmountAll();
+  process(USB);
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  EXPECT_EQ(shortcuts().size(), 1U);
+}
+
+TEST_F(ControllerTest, AControllerThatEndsMakesNoFurtherShortcut) {
+  ASSERT_TRUE(holdHandler());
+  receive(USB);
+  controller.reset();
+  EXPECT_THAT(shortcuts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, AControllerThatEndsLeavesItsShortcuts) {
+  process(USB);
+  controller.reset();
+  EXPECT_EQ(shortcuts().size(), 1U);
+}
+
+TEST_F(ControllerTest, ControllersMayEndAtAnyTime) {
+  // Some end right after their start, some at their first ticks.
+  std::vector<std::unique_ptr<OpenController>> controllers;
+  for (int number = 0; number < 12; ++number) {
+    controllers.push_back(std::make_unique<OpenController>());
+    controllers.push_back(std::make_unique<OpenController>());
+    controllers.pop_back();
+  }
+  int passed = 0;
+  const auto timer = RunLoop::main().scheduleTimer(RunLoop::Seconds(0.1), [&] { ++passed; });
+  while (!controllers.empty()) {
+    const int before = passed;
+    ASSERT_TRUE(runUntil([&] { return passed > before; }));
+    controllers.pop_back();
+  }
+}
+
+TEST_F(ControllerTest, UnmountAllAtAnyTimeLeavesNoShortcutWithoutRecord) {
+  for (int round = 0; round < 6; ++round) {
+    ASSERT_TRUE(holdHandler());
+    for (int number = 0; number < 40; ++number) {
+      const std::string name = "Disk " + std::to_string(number);
+      receive({.event = "disk_status", .mac = "m", .ip = "i", .uuid = name, .label = name});
+    }
+    receive(withEvent("disk_unmounted", BLOCKER));
+    // The list is emptied over and over while the handler thread fills it.
+    int passes = 0;
+    ASSERT_TRUE(runUntil([&] {
+      if (++passes % 3 == 0) {
+        controller->unmountAll();
+      }
+      return controller->waitingEvents() == 0;
+    }));
+    ASSERT_TRUE(settle());
+    std::vector<std::string> files;
+    for (const auto& [file, url] : shortcuts()) {
+      files.push_back(file);
+    }
+    std::vector<std::string> records;
+    for (const Texts& texts : mountedTexts()) {
+      records.push_back(*texts.label + ".app");
+    }
+    std::ranges::sort(records);
+    EXPECT_EQ(files, records);
+    controller->unmountAll();
+    EXPECT_THAT(shortcuts(), IsEmpty());
+    EXPECT_THAT(mountedTexts(), IsEmpty());
+  }
+}
+
+// Random events, held against the plain model.
+
+class Chance {
+ public:
+  explicit Chance(unsigned seed) : _random(seed) {}
+
+  std::size_t below(std::size_t bound) { return _random() % bound; }
+
+  template <class Values>
+  const auto& of(const Values& values) {
+    return values[below(values.size())];
+  }
+
+  /// An announcement of one of a few disks of a few devices; complete, as intake demands.
+  Texts announcement(std::size_t usableLabels) {
+    static const std::vector<std::string> UUIDS{"", "A", "B", "C", "D", "E"};
+    static const std::vector<std::string> MACS{"", "02:01", "02:02"};
+    static const std::vector<std::string> ADDRESSES{"192.0.2.1", "192.0.2.2"};
+    const auto sometimes = [this](const std::string& text) {
+      return below(3) == 0 ? std::nullopt : Text(text);
+    };
+    const std::string label = labels()[below(usableLabels)].text;
+    Texts full{.event = "disk_mounted",
+               .mac = of(MACS),
+               .ip = of(ADDRESSES),
+               .uuid = of(UUIDS),
+               .label = label};
+    switch (below(8)) {
+      case 0:
+      case 1:
+      case 2:
+        return full;
+      case 3:
+      case 4:
+        return withEvent("disk_status", full);
+      case 5:
+      case 6:
+        return {.event = "disk_unmounted",
+                .mac = full.mac,
+                .ip = sometimes("192.0.2.1"),
+                .uuid = full.uuid,
+                .label = sometimes(label)};
+      default:
+        return {.event = "no_disk",
+                .mac = full.mac,
+                .ip = std::nullopt,
+                .uuid = sometimes(*full.uuid),
+                .label = sometimes(label)};
+    }
+  }
+
+ private:
+  std::mt19937 _random;
+};
+
+TEST_F(ControllerTest, RandomEventsHaveTheOutcomeOfThePlainModel) {
+  using std::chrono::milliseconds;
+  const std::vector<milliseconds> JUMPS{0ms,      1ms,      30s,      59500ms, 60s,
+                                        119999ms, 120000ms, 120001ms, 121s,    -30s};
+  constexpr unsigned SEEDS = 24;
+  for (unsigned seed = 1; seed <= SEEDS && !HasFailure(); ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Chance chance(seed);
+    const bool removesByScript = seed % 3 == 0;
+    const ChosenVersion system(removesByScript ? LEOPARD : SNOW_LEOPARD);
+    controller.emplace();
+    PlainModel model(removesByScript);
+    for (int step = 0; step < 150 && !HasFailure(); ++step) {
+      SCOPED_TRACE(testing::Message() << "step " << step);
+      switch (chance.below(12)) {
+        case 0:
+          clock.advance(chance.of(JUMPS));
+          break;
+        case 1:
+          controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+          model.check(clock.now());
+          break;
+        case 2:
+          if (chance.below(4) == 0) {
+            controller->unmountAll();
+            model.unmountAll();
+          }
+          break;
+        default: {
+          const Texts event = chance.announcement(labels().size());
+          process(event);
+          model.process(event, clock.now());
+          break;
+        }
+      }
+      expectLike(model);
+    }
+    controller->unmountAll();
+    model.unmountAll();
+    expectLike(model);
+    EXPECT_THAT(model.mounted, IsEmpty());
+    controller.reset();
+  }
+}
+
+TEST_F(ControllerTest, RandomDatagramsHaveTheOutcomeOfThePlainModel) {
+  constexpr unsigned SEED = 41;
+  Chance chance(SEED);
+  PlainModel model(false);
+  for (int batch = 0; batch < 8 && !HasFailure(); ++batch) {
+    SCOPED_TRACE(testing::Message() << "seed " << SEED << ", batch " << batch);
+    ASSERT_TRUE(holdHandler());
+    // The blocker is under way, so it does not wait any more.
+    model.lines.push_back(info(receivedLine(datagram(BLOCKER), BLOCKER)));
+    for (int number = 0; number < 60; ++number) {
+      // All but the label that no ASCII datagram can hold.
+      Texts event = chance.announcement(labels().size());
+      if (event.label == "L\xC3\xADn") {
+        event.label = "One";
+      }
+      receive(event);
+      model.arrives(event);
+      ASSERT_EQ(controller->waitingEvents(), model.waiting.size());
+    }
+    const Texts release = withEvent("disk_unmounted", BLOCKER);
+    receive(release);
+    model.arrives(release);
+    model.waiting.pop_back();
+    ASSERT_TRUE(
+        runUntil([&] { return controller->waitingEvents() == 0 && !isMounted("blocker"); }));
+    model.tick(clock.now());
+    expectLike(model);
+    clock.advance(chance.below(2) == 0 ? 45s : 130s);
+  }
+}
+
+}  // namespace
+}  // namespace ravelin

@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include "PrivateSystemBus.h"
+#include "Waiting.h"
+#include "core/SystemState.h"
+#include "core/Warden.h"
+
+namespace ravelin {
+namespace {
+
+using test::PrivateSystemBus;
+
+class OpenWarden : public Warden {
+ public:
+  using Warden::_registerWorkspaceNotifications;
+  using Warden::_unregisterWorkspaceNotifications;
+};
+
+class SessionActivity : public testing::Test {
+ protected:
+  void TearDown() override { gSystemActive = false; }
+
+  /// As `run` sets it before it enters its loop.
+  void registerAsActive() {
+    warden._registerWorkspaceNotifications();
+    gSystemActive = true;
+  }
+
+  /// The session's state reaches the agent some time after the session manager has it; only a
+  /// change that has been seen tells that the agent follows it.
+  static void setUntilFollowed(PrivateSystemBus& bus, bool active) {
+    EXPECT_TRUE(test::runUntil([&] {
+      bus.setActive(!active);
+      bus.setActive(active);
+      runFor(std::chrono::milliseconds(100));
+      return gSystemActive == active;
+    }));
+  }
+
+  static void runFor(std::chrono::milliseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    static_cast<void>(test::runUntil([end] { return std::chrono::steady_clock::now() > end; }));
+  }
+
+  OpenWarden warden;
+};
+
+TEST_F(SessionActivity, AResignedSessionIsInactiveAndABecomeActiveOneIsActiveAgain) {
+  PrivateSystemBus bus;
+  registerAsActive();
+  setUntilFollowed(bus, false);
+  ASSERT_TRUE(bus.setActive(true));
+  EXPECT_TRUE(test::runUntil([] { return gSystemActive.load(); }));
+  ASSERT_TRUE(bus.setActive(false));
+  EXPECT_TRUE(test::runUntil([] { return !gSystemActive; }));
+}
+
+TEST_F(SessionActivity, AfterUnregisteringNothingIsFollowed) {
+  PrivateSystemBus bus;
+  registerAsActive();
+  setUntilFollowed(bus, false);
+  warden._unregisterWorkspaceNotifications();
+  ASSERT_TRUE(bus.setActive(true));
+  runFor(std::chrono::milliseconds(300));
+  EXPECT_FALSE(gSystemActive);
+}
+
+TEST_F(SessionActivity, WithoutABusTheFlagStaysSilently) {
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+  testing::internal::CaptureStderr();
+  registerAsActive();
+  runFor(std::chrono::milliseconds(200));
+  EXPECT_TRUE(gSystemActive);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(SessionActivity, ABusThatGoesAwayAndComesBackIsFollowedAgain) {
+  PrivateSystemBus bus;
+  registerAsActive();
+  setUntilFollowed(bus, false);
+  bus.stop();
+  runFor(std::chrono::milliseconds(200));
+  EXPECT_FALSE(gSystemActive);
+  bus.start();
+  // The session is active on the new bus, and nobody has told so.
+  EXPECT_TRUE(test::runUntil([] { return gSystemActive.load(); }, std::chrono::seconds(30)));
+  ASSERT_TRUE(bus.setActive(false));
+  EXPECT_TRUE(test::runUntil([] { return !gSystemActive; }));
+}
+
+}  // namespace
+}  // namespace ravelin

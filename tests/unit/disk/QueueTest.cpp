@@ -1,0 +1,185 @@
+#include "disk/Queue.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "Announcements.h"
+
+namespace ravelin {
+namespace {
+
+using test::makeDisk;
+using test::Texts;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+bool someReceiverIsEqual(const std::deque<DiskPtr>& disks, const Disk& other) {
+  return std::ranges::any_of(disks, [&](const DiskPtr& disk) { return disk->isEqual(other); });
+}
+
+TEST(QueueTest, AnEmptyQueueGivesNull) {
+  Queue queue;
+  EXPECT_EQ(queue.dequeue(), nullptr);
+  EXPECT_EQ(queue.dequeue(), nullptr);
+  EXPECT_EQ(queue.count(), 0U);
+  EXPECT_TRUE(queue.elements().empty());
+}
+
+TEST(QueueTest, DisksComeOutInTheOrderInWhichTheyWentIn) {
+  Queue queue;
+  const DiskPtr first = makeDisk({.uuid = "1"});
+  const DiskPtr second = makeDisk({.uuid = "2"});
+  const DiskPtr third = makeDisk({.uuid = "3"});
+  queue.enqueue(first);
+  queue.enqueue(second);
+  queue.enqueue(third);
+  EXPECT_EQ(queue.count(), 3U);
+  EXPECT_THAT(queue.elements(), ElementsAre(first, second, third));
+  EXPECT_EQ(queue.dequeue(), first);
+  EXPECT_EQ(queue.dequeue(), second);
+  EXPECT_THAT(queue.elements(), ElementsAre(third));
+  EXPECT_EQ(queue.dequeue(), third);
+  EXPECT_EQ(queue.dequeue(), nullptr);
+}
+
+TEST(QueueTest, TheSameDiskMayWaitTwice) {
+  Queue queue;
+  const DiskPtr disk = makeDisk({.uuid = "1"});
+  queue.enqueue(disk);
+  queue.enqueue(disk);
+  EXPECT_EQ(queue.dequeue(), disk);
+  EXPECT_TRUE(queue.containsReceiverEqualTo(*disk));
+  EXPECT_EQ(queue.dequeue(), disk);
+  EXPECT_FALSE(queue.containsReceiverEqualTo(*disk));
+}
+
+TEST(QueueTest, AWaitingDiskLivesAndTheQueueLetsGoOfOneThatHasLeft) {
+  std::weak_ptr<Disk> watched;
+  {
+    Queue queue;
+    queue.enqueue(makeDisk({.uuid = "1"}));
+    queue.enqueue(makeDisk({.uuid = "2"}));
+    watched = queue.elements().front();
+    EXPECT_FALSE(watched.expired());
+    DiskPtr handedOver = queue.dequeue();
+    EXPECT_EQ(handedOver->uuid(), "1");
+    handedOver.reset();
+    EXPECT_TRUE(watched.expired());
+    watched = queue.elements().front();
+  }
+  EXPECT_TRUE(watched.expired());
+}
+
+TEST(QueueTest, AWaitingEventWithFewTextsStandsForAllThatHaveThem) {
+  Queue queue;
+  const DiskPtr noDisk = makeDisk({.event = "no_disk", .mac = "m"});
+  const DiskPtr more = makeDisk({.event = "no_disk", .mac = "m", .uuid = "u"});
+  queue.enqueue(noDisk);
+  EXPECT_TRUE(queue.containsReceiverEqualTo(*more));
+  queue.dequeue();
+  queue.enqueue(more);
+  EXPECT_FALSE(queue.containsReceiverEqualTo(*noDisk));
+}
+
+TEST(QueueTest, AWaitingEventWithoutTextsStandsForEverything) {
+  Queue queue;
+  queue.enqueue(makeDisk({}));
+  EXPECT_TRUE(queue.containsReceiverEqualTo(Disk()));
+  EXPECT_TRUE(queue.containsReceiverEqualTo(*makeDisk({.label = "x"})));
+}
+
+TEST(QueueTest, TheSizeOfTheWaitingTextsIsKnown) {
+  Queue queue;
+  EXPECT_EQ(queue.textSize(), 0U);
+  queue.enqueue(makeDisk({.event = "12", .mac = "345", .ip = "", .label = "6789"}));
+  EXPECT_EQ(queue.textSize(), 9U);
+  queue.enqueue(makeDisk({.ip = "0", .uuid = std::string(1000, 'u')}));
+  EXPECT_EQ(queue.textSize(), 1010U);
+  queue.dequeue();
+  EXPECT_EQ(queue.textSize(), 1001U);
+  queue.dequeue();
+  EXPECT_EQ(queue.textSize(), 0U);
+}
+
+/// Random disks, with texts from the alphabet, come and go; and every answer is a walk's.
+void compareWithWalk(const std::vector<Text>& alphabet, int rounds) {
+  constexpr unsigned SEED = 7710;
+  std::mt19937 random(SEED);
+  const auto any = [&] { return alphabet[random() % alphabet.size()]; };
+  const auto anyDisk = [&] {
+    return makeDisk({.event = any(), .mac = any(), .ip = any(), .uuid = any(), .label = any()});
+  };
+  Queue queue;
+  std::deque<DiskPtr> plain;
+  int found = 0;
+  for (int round = 0; round < rounds; ++round) {
+    SCOPED_TRACE(testing::Message() << "seed " << SEED << ", round " << round);
+    // Grows and empties by turns.
+    const bool growing = round / 50 % 2 == 0;
+    if (random() % 4 < (growing ? 3U : 1U)) {
+      const DiskPtr disk = !plain.empty() && random() % 8 == 0 ? plain.back() : anyDisk();
+      queue.enqueue(disk);
+      plain.push_back(disk);
+    } else {
+      const DiskPtr expected = plain.empty() ? nullptr : plain.front();
+      ASSERT_EQ(queue.dequeue(), expected);
+      if (!plain.empty()) {
+        plain.pop_front();
+      }
+    }
+    const DiskPtr asked =
+        !plain.empty() && random() % 4 == 0 ? plain[random() % plain.size()] : anyDisk();
+    const bool expected = someReceiverIsEqual(plain, *asked);
+    found += expected ? 1 : 0;
+    ASSERT_EQ(queue.containsReceiverEqualTo(*asked), expected);
+    ASSERT_EQ(queue.count(), plain.size());
+    ASSERT_EQ(queue.elements(), plain);
+  }
+  // The questions must have had both answers often.
+  EXPECT_GT(found, rounds / 6);
+  EXPECT_LT(found, rounds - rounds / 6);
+}
+
+TEST(QueueTest, AnswersWhatAWalkOverTheWaitingDisksAnswers) {
+  compareWithWalk({std::nullopt, "", "a", "b"}, 60000);
+}
+
+TEST(QueueTest, AnswersWhatAWalkAnswersWhenHardlyTwoDisksAreAlike) {
+  std::vector<Text> alphabet(40);
+  for (int number = 0; number < 200; ++number) {
+    alphabet.emplace_back(std::to_string(number));
+  }
+  compareWithWalk(alphabet, 20000);
+}
+
+TEST(QueueTest, AFloodComesAndGoes) {
+  Queue queue;
+  for (int number = 0; number < 30000; ++number) {
+    queue.enqueue(makeDisk({.event = "no_disk", .mac = std::to_string(number)}));
+  }
+  for (int number = 0; number < 30000; ++number) {
+    const DiskPtr disk = makeDisk({.event = "no_disk", .mac = std::to_string(number), .uuid = "u"});
+    ASSERT_TRUE(queue.containsReceiverEqualTo(*disk));
+    ASSERT_EQ(queue.dequeue()->macAddress(), disk->macAddress());
+    ASSERT_FALSE(queue.containsReceiverEqualTo(*disk));
+  }
+  EXPECT_EQ(queue.count(), 0U);
+  EXPECT_EQ(queue.textSize(), 0U);
+}
+
+TEST(QueueDeathTest, ANullDiskEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  Queue queue;
+  EXPECT_DEATH(queue.enqueue(nullptr),
+               AllOf(HasSubstr("Queue::enqueue"), HasSubstr("disk != null")));
+}
+
+}  // namespace
+}  // namespace ravelin

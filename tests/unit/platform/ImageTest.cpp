@@ -1,0 +1,114 @@
+#include "platform/Image.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "Pictures.h"
+#include "TemporaryDirectory.h"
+#include "platform/ChildProcess.h"
+#include "platform/Service.h"
+
+namespace ravelin::platform {
+namespace {
+
+using test::Pictures;
+
+/// Runs another program in the place of each one, and counts.
+class OtherProgram final : public ChildProcesses {
+ public:
+  OtherProgram(std::string path, std::vector<std::string> arguments)
+      : _path(std::move(path)), _arguments(std::move(arguments)) {}
+
+  ChildResult run(const std::string& /*path*/, const std::vector<std::string>& /*arguments*/,
+                  Output output, std::optional<std::chrono::milliseconds> limit) override {
+    ++runs;
+    return native<ChildProcesses>().run(_path, _arguments, output, limit);
+  }
+
+  int runs = 0;
+
+ private:
+  std::string _path;
+  std::vector<std::string> _arguments;
+};
+
+class ImageTest : public testing::Test {
+ protected:
+  std::string file(const std::string& name, std::string_view content) {
+    const std::string path = _folder.path() + "/" + name;
+    Pictures::write(path, content);
+    return path;
+  }
+
+  static std::unique_ptr<Image> read(const std::string& path) {
+    return service<ImageReader>().imageWithContentsOfFile(path);
+  }
+
+  test::TemporaryDirectory _folder;
+};
+
+TEST_F(ImageTest, PicturesAreReadByTheirContentWhateverTheirName) {
+  int number = 0;
+  for (const std::string& content : {Pictures::png(), Pictures::ico(), Pictures::icns()}) {
+    for (const char* name : {"icon.ico", "icon.icns", "picture"}) {
+      const std::string path = file(std::to_string(++number) + name, content);
+      const auto image = read(path);
+      ASSERT_NE(image, nullptr) << path;
+      EXPECT_EQ(image->path(), path);
+    }
+  }
+}
+
+TEST_F(ImageTest, WhatIsNoReadablePictureIsNone) {
+  const std::string png = Pictures::png();
+  EXPECT_EQ(read(_folder.path() + "/missing.ico"), nullptr);
+  EXPECT_EQ(read(_folder.path()), nullptr);
+  EXPECT_EQ(read(file("empty.ico", "")), nullptr);
+  EXPECT_EQ(read(file("text.ico", "no picture at all")), nullptr);
+  EXPECT_EQ(read(file("cut.ico", png.substr(0, 20))), nullptr);
+  EXPECT_EQ(read(file("nul.ico", png) + std::string(1, '\0')), nullptr);
+  const std::string pipe = _folder.path() + "/pipe.ico";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(read(pipe), nullptr);
+}
+
+TEST_F(ImageTest, APictureThatTakesThePlaceOfAnotherFileIsSeen) {
+  const std::string path = file("icon.ico", "not yet");
+  EXPECT_EQ(read(path), nullptr);
+  file("icon.ico", Pictures::ico());
+  EXPECT_NE(read(path), nullptr);
+  std::filesystem::remove(path);
+  EXPECT_EQ(read(path), nullptr);
+}
+
+TEST_F(ImageTest, WithoutAFileNoProgramIsStarted) {
+  OtherProgram program("/bin/true", {});
+  const Substitute<ChildProcesses> substitute(program);
+  EXPECT_EQ(read(_folder.path() + "/missing.ico"), nullptr);
+  EXPECT_EQ(program.runs, 0);
+}
+
+TEST_F(ImageTest, ADecoderThatHangsIsGivenUpOnceForEachFile) {
+  OtherProgram program("/bin/sleep", {"1000"});
+  const Substitute<ChildProcesses> substitute(program);
+  const std::string path = file("icon.ico", Pictures::ico());
+  EXPECT_EQ(read(path), nullptr);
+  EXPECT_EQ(read(path), nullptr);
+  EXPECT_EQ(program.runs, 1);
+}
+
+TEST_F(ImageTest, ADecoderThatCrashesOrIsMissingMeansNoPicture) {
+  OtherProgram crashing("/bin/sh", {"-c", "kill -SEGV $$"});
+  OtherProgram missing("/nonexistent/program", {});
+  for (OtherProgram* program : {&crashing, &missing}) {
+    const Substitute<ChildProcesses> substitute(*program);
+    EXPECT_EQ(read(file("icon" + std::to_string(program->runs), Pictures::png())), nullptr);
+    EXPECT_EQ(program->runs, 1);
+    std::filesystem::remove(_folder.path() + "/icon0");
+  }
+}
+
+}  // namespace
+}  // namespace ravelin::platform

@@ -1,0 +1,77 @@
+#include "platform/Workspace.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "Pictures.h"
+#include "TemporaryHome.h"
+#include "platform/Image.h"
+#include "platform/ScriptRunner.h"
+#include "platform/Service.h"
+
+namespace ravelin::platform {
+namespace {
+
+using test::Pictures;
+
+class WorkspaceTest : public testing::Test {
+ protected:
+  WorkspaceTest() {
+    Pictures::write(picture, Pictures::png());
+    image = service<ImageReader>().imageWithContentsOfFile(picture);
+  }
+
+  static std::string contentOf(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+
+  bool setIcon(const std::string& path) {
+    return service<Workspace>().setIcon(*image, path, home.desktop());
+  }
+
+  test::TemporaryHome home;
+  std::string picture = home.path() + "/a picture.png";
+  std::string shortcut = home.desktop() + "/USB.app";
+  std::unique_ptr<Image> image;
+};
+
+TEST_F(WorkspaceTest, TheShortcutNamesThePictureAndKeepsTheRest) {
+  ASSERT_TRUE(service<ScriptRunner>().run(ShortcutScript{"192.0.2.10", "USB", "USB"}));
+  const std::string before = contentOf(shortcut);
+  setIcon(shortcut);
+  std::string expected = before;
+  const std::string themed = "Icon=ravelin-disk\n";
+  expected.replace(expected.find(themed), themed.size(), "Icon=" + picture + "\n");
+  EXPECT_EQ(contentOf(shortcut), expected);
+  setIcon(shortcut);
+  EXPECT_EQ(contentOf(shortcut), expected);
+}
+
+TEST_F(WorkspaceTest, AMissingShortcutIsNotMade) {
+  EXPECT_FALSE(setIcon(shortcut));
+  EXPECT_TRUE(std::filesystem::is_empty(home.desktop()));
+}
+
+TEST_F(WorkspaceTest, WhatIsNoShortcutStaysAsItIs) {
+  Pictures::write(shortcut, "somebody else's\nIcon=theirs\n");
+  EXPECT_FALSE(setIcon(shortcut));
+  EXPECT_EQ(contentOf(shortcut), "somebody else's\nIcon=theirs\n");
+}
+
+TEST_F(WorkspaceTest, ALinkIsNotFollowed) {
+  ASSERT_TRUE(service<ScriptRunner>().run(ShortcutScript{"192.0.2.10", "USB", "USB"}));
+  const std::string outside = home.path() + "/outside";
+  std::filesystem::rename(shortcut, outside);
+  std::filesystem::create_symlink(outside, shortcut);
+  const std::string before = contentOf(outside);
+  EXPECT_FALSE(setIcon(shortcut));
+  EXPECT_EQ(contentOf(outside), before);
+  EXPECT_TRUE(std::filesystem::is_symlink(shortcut));
+}
+
+}  // namespace
+}  // namespace ravelin::platform

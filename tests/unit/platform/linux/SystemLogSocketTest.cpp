@@ -1,0 +1,285 @@
+#include "platform/linux/SystemLogSocket.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TemporaryDirectory.h"
+
+namespace ravelin::platform {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+/// A log service that listens at the path until it is destroyed, and then takes the path with it.
+class LogService {
+ public:
+  LogService(std::string path, int type)
+      : _path(std::move(path)), _socket(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, _path.data(), _path.size());
+    EXPECT_EQ(::bind(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0)
+        << std::strerror(errno);
+    if (type == SOCK_STREAM) {
+      EXPECT_EQ(::listen(_socket, 5), 0);
+    }
+  }
+  ~LogService() {
+    ::close(_socket);
+    ::unlink(_path.c_str());
+  }
+  LogService(const LogService&) = delete;
+  LogService& operator=(const LogService&) = delete;
+
+  [[nodiscard]] int accept() const { return ::accept4(_socket, nullptr, nullptr, SOCK_CLOEXEC); }
+
+  /// The next datagram, if one waits.
+  [[nodiscard]] std::optional<std::string> next() const { return receive(_socket); }
+
+  static std::optional<std::string> receive(int socket) {
+    pollfd ready{socket, POLLIN, 0};
+    if (::poll(&ready, 1, 0) <= 0) {
+      return std::nullopt;
+    }
+    int length = 0;
+    EXPECT_EQ(::ioctl(socket, FIONREAD, &length), 0);
+    std::string buffer(static_cast<std::size_t>(length), '\0');
+    EXPECT_EQ(::recv(socket, buffer.data(), buffer.size(), 0), length);
+    return buffer;
+  }
+
+ private:
+  const std::string _path;
+  const int _socket;
+};
+
+class SystemLogSocketTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::string path() const { return _directory.path() + "/log"; }
+
+  /// The text of a record whose head is as it should be.
+  static std::string textOf(const std::optional<std::string>& record) {
+    if (!record) {
+      return "no record";
+    }
+    EXPECT_THAT(record->substr(0, 34),
+                MatchesRegex("<[0-9]+>[A-Z][a-z][a-z] [ 123][0-9] "
+                             "[0-2][0-9]:[0-5][0-9]:[0-6][0-9] Ravelin Disk.*"));
+    const std::string marker = " Ravelin Disk: ";
+    const std::size_t start = record->find(marker);
+    return start == std::string::npos ? "no ident" : record->substr(start + marker.size());
+  }
+
+ private:
+  test::TemporaryDirectory _directory;
+};
+
+TEST_F(SystemLogSocketTest, SendsLevelAndFacilityAsPriority) {
+  const LogService service(path(), SOCK_DGRAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  EXPECT_TRUE(socket.send(SystemLog::Level::error, "Server could not read data"));
+  EXPECT_TRUE(socket.send(SystemLog::Level::warning, "two"));
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "three"));
+  const std::optional<std::string> record = service.next();
+  ASSERT_TRUE(record);
+  EXPECT_THAT(*record, StartsWith("<27>"));
+  EXPECT_EQ(textOf(record), "Server could not read data");
+  EXPECT_THAT(service.next().value_or(""), StartsWith("<28>"));
+  EXPECT_THAT(service.next().value_or(""), StartsWith("<30>"));
+  EXPECT_EQ(service.next(), std::nullopt);
+}
+
+TEST_F(SystemLogSocketTest, KnowsFacilitiesByTheirNames) {
+  const LogService service(path(), SOCK_DGRAM);
+  const auto priority = [&](std::string_view facility) {
+    SystemLogSocket(path(), "Ravelin Disk", facility).send(SystemLog::Level::info, "");
+    const std::string record = service.next().value_or("none");
+    return record.substr(0, record.find('>') + 1);
+  };
+  EXPECT_EQ(priority("DAEMON"), "<30>");
+  EXPECT_EQ(priority("user"), "<14>");
+  EXPECT_EQ(priority("Local7"), "<190>");
+  EXPECT_EQ(priority("no such facility"), "<30>");
+  EXPECT_EQ(priority("daemons"), "<30>");
+  EXPECT_EQ(priority(""), "<30>");
+}
+
+TEST_F(SystemLogSocketTest, SendsTextAsData) {
+  const LogService service(path(), SOCK_DGRAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "one\ntwo\n%s %n %d \xFF\n"));
+  EXPECT_EQ(textOf(service.next()), "one\ntwo\n%s %n %d \xFF\n");
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, ""));
+  EXPECT_EQ(textOf(service.next()), "");
+}
+
+TEST_F(SystemLogSocketTest, LosesLinesWhileServiceIsAbsent) {
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+  const LogService service(path(), SOCK_DGRAM);
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "heard"));
+  EXPECT_EQ(textOf(service.next()), "heard");
+  EXPECT_EQ(service.next(), std::nullopt);
+}
+
+TEST_F(SystemLogSocketTest, FindsServiceThatWasStartedAnew) {
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  {
+    const LogService service(path(), SOCK_DGRAM);
+    EXPECT_TRUE(socket.send(SystemLog::Level::info, "first"));
+  }
+  {
+    const LogService service(path(), SOCK_DGRAM);
+    EXPECT_TRUE(socket.send(SystemLog::Level::info, "second"));
+    EXPECT_EQ(textOf(service.next()), "second");
+  }
+  EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+  EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+  const LogService service(path(), SOCK_DGRAM);
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "third"));
+  EXPECT_EQ(textOf(service.next()), "third");
+}
+
+TEST_F(SystemLogSocketTest, NeverWaitsForServiceThatDoesNotRead) {
+  const LogService service(path(), SOCK_DGRAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  int taken = 0;
+  while (taken < 1'000'000 &&
+         socket.send(SystemLog::Level::info, "line " + std::to_string(taken))) {
+    ++taken;
+  }
+  ASSERT_LT(taken, 1'000'000);
+  for (int line = 0; line < 1000; ++line) {
+    EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+  }
+  for (int line = 0; line < taken; ++line) {
+    EXPECT_EQ(textOf(service.next()), "line " + std::to_string(line));
+  }
+  EXPECT_EQ(service.next(), std::nullopt);
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "reads again"));
+  EXPECT_EQ(textOf(service.next()), "reads again");
+}
+
+TEST_F(SystemLogSocketTest, CutsTextTooLongForRecord) {
+  const LogService service(path(), SOCK_DGRAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  const std::string medium(std::size_t{60} * 1024, 'm');
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, medium));
+  EXPECT_EQ(textOf(service.next()), medium);
+
+  for (const std::size_t length : {std::size_t{200} * 1024, std::size_t{4096} * 1024}) {
+    const std::string huge(length, 'x');
+    EXPECT_TRUE(socket.send(SystemLog::Level::info, huge));
+    const std::string received = textOf(service.next());
+    EXPECT_GE(received.size(), 8000U);
+    EXPECT_THAT(huge, StartsWith(received));
+    EXPECT_TRUE(socket.send(SystemLog::Level::info, "next"));
+    EXPECT_EQ(textOf(service.next()), "next");
+  }
+}
+
+TEST_F(SystemLogSocketTest, CutsNoCharacterInTwo) {
+  const LogService service(path(), SOCK_DGRAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  const std::string euro = "\xE2\x82\xAC";
+  std::string many;
+  while (many.size() < std::size_t{1024} * 1024) {
+    many += euro;
+  }
+  for (const std::string start : {"", "1", "12"}) {
+    EXPECT_TRUE(socket.send(SystemLog::Level::info, start + many));
+    const std::string received = textOf(service.next());
+    EXPECT_EQ((received.size() - start.size()) % euro.size(), 0U);
+    EXPECT_THAT(received, EndsWith(euro));
+  }
+}
+
+TEST_F(SystemLogSocketTest, TakesPathThatIsTooLongForAbsentService) {
+  SystemLogSocket socket(path() + std::string(200, 'x'), "Ravelin Disk", "Daemon");
+  EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+}
+
+TEST_F(SystemLogSocketTest, TakesStaleSocketFileForAbsentService) {
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  {
+    const LogService service(path() + ".new", SOCK_DGRAM);
+    ASSERT_EQ(::rename((path() + ".new").c_str(), path().c_str()), 0);
+    EXPECT_TRUE(socket.send(SystemLog::Level::info, "heard"));
+  }
+  ASSERT_EQ(::access(path().c_str(), F_OK), 0);
+  EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+  EXPECT_FALSE(socket.send(SystemLog::Level::info, "lost"));
+}
+
+TEST_F(SystemLogSocketTest, EndsRecordsInStreamWithNul) {
+  const LogService service(path(), SOCK_STREAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "one"));
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "two"));
+  const int connection = service.accept();
+  const std::string received = LogService::receive(connection).value_or("");
+  EXPECT_EQ(textOf(received.substr(0, received.find('\0'))), "one");
+  EXPECT_THAT(received, EndsWith(std::string(": two") + '\0'));
+
+  ::close(connection);
+  EXPECT_TRUE(socket.send(SystemLog::Level::info, "over a new connection"));
+  const int next = service.accept();
+  EXPECT_EQ(textOf(LogService::receive(next)), std::string("over a new connection") + '\0');
+  ::close(next);
+}
+
+TEST_F(SystemLogSocketTest, NeverWaitsForStreamThatNobodyReads) {
+  const LogService service(path(), SOCK_STREAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  const std::string text(10000, 'x');
+  int lost = 0;
+  for (int line = 0; line < 1000; ++line) {
+    lost += socket.send(SystemLog::Level::info, text) ? 0 : 1;
+  }
+  EXPECT_GT(lost, 0);
+}
+
+TEST_F(SystemLogSocketTest, SendsLinesOfSeveralThreadsWhole) {
+  const LogService service(path(), SOCK_DGRAM);
+  SystemLogSocket socket(path(), "Ravelin Disk", "Daemon");
+  constexpr int LINES = 500;
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (char letter : {'a', 'b', 'c', 'd'}) {
+    threads.emplace_back([&socket, letter] {
+      const std::string text(300, letter);
+      for (int line = 0; line < LINES; ++line) {
+        while (!socket.send(SystemLog::Level::info, text)) {
+          std::this_thread::yield();
+        }
+      }
+    });
+  }
+  int received = 0;
+  while (received < 4 * LINES) {
+    if (const std::optional<std::string> record = service.next()) {
+      const std::string text = textOf(record);
+      EXPECT_EQ(text, std::string(300, text.front()));
+      ++received;
+    }
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+}  // namespace
+}  // namespace ravelin::platform

@@ -1,0 +1,144 @@
+#include "platform/Volumes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "StandInChildProcesses.h"
+#include "platform/linux/VolumeSituation.h"
+
+namespace ravelin::platform {
+namespace {
+
+using test::exited;
+using test::ProgramCall;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+VolumeStatus statusOf(VolumeSituation situation) { return -static_cast<VolumeStatus>(situation); }
+
+/// The volumes of this system, with a stand-in for the helper program. What GVfs really mounts is
+/// the system tests' business; nothing is in the mount table here.
+class VolumesTest : public testing::Test {
+ protected:
+  test::StandInChildProcesses _helper;
+  Volumes& _volumes = service<Volumes>();
+};
+
+TEST_F(VolumesTest, TheHelperBesideThisProgramMountsAsTheUserWithoutAPassword) {
+  _helper.answer = [](const ProgramCall&) { return exited(0, "/run/user/1/gvfs/x"); };
+  const auto mount = _volumes.mountServerVolume("smb://192.0.2.10/USB%20Disk", "guest", "");
+  EXPECT_EQ(mount.status, 0);
+  EXPECT_NE(mount.reference, 0);
+  const auto calls = _helper.takeCalls();
+  ASSERT_EQ(calls.size(), 1U);
+  EXPECT_EQ(calls[0].path, std::filesystem::canonical("/proc/self/exe").parent_path() /
+                               "ravelin-disk-volumes-helper");
+  EXPECT_THAT(calls[0].arguments, ElementsAre("mount", "smb://guest:@192.0.2.10/USB%20Disk"));
+  EXPECT_EQ(calls[0].output, ChildProcesses::Output::collected);
+  EXPECT_TRUE(calls[0].limit);
+}
+
+TEST_F(VolumesTest, OnlyGuestsOfSmbServersAreServed) {
+  for (const auto& mount : {_volumes.mountServerVolume("http://192.0.2.10/x", "guest", ""),
+                            _volumes.mountServerVolume("192.0.2.10/x", "guest", ""),
+                            _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "secret"),
+                            _volumes.mountServerVolume("smb://192.0.2.10/x", "", "")}) {
+    EXPECT_EQ(mount.status, statusOf(VolumeSituation::notGuest));
+    EXPECT_EQ(mount.reference, 0);
+  }
+  EXPECT_THAT(_helper.takeCalls(), IsEmpty());
+}
+
+TEST_F(VolumesTest, EverySituationHasAStatusAndACommentOfItsOwn) {
+  std::set<std::string> comments;
+  for (int situation = static_cast<int>(VolumeSituation::noServer);
+       situation <= static_cast<int>(VolumeSituation::failed); ++situation) {
+    _helper.answer = [&](const ProgramCall&) { return exited(situation, "a message"); };
+    const auto mount = _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "");
+    EXPECT_EQ(mount.status, -situation);
+    EXPECT_EQ(mount.reference, 0);
+    comments.insert(_volumes.commentOnStatus(mount.status));
+  }
+  for (const auto own : {VolumeSituation::done, VolumeSituation::noHelper,
+                         VolumeSituation::notGuest, VolumeSituation::noReferenceLeft}) {
+    comments.insert(_volumes.commentOnStatus(statusOf(own)));
+  }
+  EXPECT_EQ(comments.size(), 14U);
+  EXPECT_FALSE(comments.contains(_volumes.commentOnStatus(-1234)));
+  EXPECT_EQ(_volumes.commentOnStatus(0), "no error");
+}
+
+TEST_F(VolumesTest, AHelperThatIsMissingOrEndsOddlyIsAFailure) {
+  _helper.answer = [](const ProgramCall&) -> ChildResult { throw LaunchException("missing"); };
+  const auto status = [&] {
+    return _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "").status;
+  };
+  EXPECT_EQ(status(), statusOf(VolumeSituation::noHelper));
+  for (const int odd : {1, 2, 9, 20, 77, 255}) {
+    _helper.answer = [odd](const ProgramCall&) { return exited(odd); };
+    EXPECT_EQ(status(), statusOf(VolumeSituation::failed)) << odd;
+  }
+  _helper.answer = [](const ProgramCall&) {
+    ChildResult result = exited(11);
+    result.wasSignalled = true;
+    return result;
+  };
+  EXPECT_EQ(status(), statusOf(VolumeSituation::failed));
+  _helper.answer = [](const ProgramCall&) {
+    ChildResult result = exited(9);
+    result.wasSignalled = true;
+    result.timedOut = true;
+    return result;
+  };
+  EXPECT_EQ(status(), statusOf(VolumeSituation::timedOut));
+}
+
+TEST_F(VolumesTest, WhatIsNotMountedHasNoPathAndCannotBeUnmounted) {
+  _helper.answer = [](const ProgramCall&) { return exited(0, "/run/user/1/gvfs/x"); };
+  const auto reference =
+      _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "").reference;
+  _helper.takeCalls();
+  for (const std::int16_t unknown : {std::int16_t{0}, std::int16_t{-1}, reference}) {
+    EXPECT_EQ(_volumes.pathOfVolume(unknown), std::nullopt);
+    EXPECT_EQ(_volumes.unmountVolume(unknown), statusOf(VolumeSituation::notMounted));
+  }
+  EXPECT_THAT(_helper.takeCalls(), IsEmpty());
+}
+
+TEST_F(VolumesTest, ReferencesGoRoundWithoutEverBeingZeroOrNegative) {
+  _helper.answer = [](const ProgramCall& call) { return exited(0, "/gone/" + call.arguments[1]); };
+  std::set<std::int16_t> seen;
+  std::int16_t last = 0;
+  for (int round = 0; round < 33000; ++round) {
+    const auto mount =
+        _volumes.mountServerVolume("smb://h/" + std::to_string(round), "guest", "");
+    ASSERT_EQ(mount.status, 0);
+    ASSERT_GT(mount.reference, 0);
+    ASSERT_NE(mount.reference, last);
+    last = mount.reference;
+    seen.insert(last);
+    if (round % 1000 == 0) {
+      _helper.takeCalls();
+    }
+  }
+  EXPECT_EQ(seen.size(), 32767U);
+}
+
+TEST_F(VolumesTest, VolumesAreEnumeratedFromOne) {
+  std::size_t count = 0;
+  while (const auto volume = _volumes.volumeAtIndex(count + 1)) {
+    EXPECT_TRUE(volume->rootPath.starts_with('/'));
+    EXPECT_TRUE(volume->name.empty() || volume->rootPath.ends_with("/" + volume->name));
+    ++count;
+  }
+  EXPECT_EQ(_volumes.volumeAtIndex(count + 1), std::nullopt);
+  EXPECT_EQ(_volumes.volumeAtIndex(0), std::nullopt);
+  EXPECT_EQ(_volumes.volumeAtIndex(static_cast<std::size_t>(-1)), std::nullopt);
+}
+
+}  // namespace
+}  // namespace ravelin::platform
