@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -49,7 +50,9 @@ class Socket {
  public:
   Socket() : _descriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     const sockaddr_in local = loopback(0);
-    ::bind(_descriptor, generic(local), sizeof local);
+    if (::bind(_descriptor, generic(local), sizeof local) != 0) {
+      std::abort();  // the loopback address always has a free port
+    }
   }
   ~Socket() { ::close(_descriptor); }
   Socket(const Socket&) = delete;

@@ -16,6 +16,8 @@
 #include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
 #include "platform/LogTemplate.h"
+#include "platform/PathComponents.h"
+#include "platform/PercentEscaping.h"
 #include "platform/Precondition.h"
 #include "platform/Service.h"
 #include "platform/SystemVersion.h"
@@ -58,22 +60,6 @@ bool shortcutExists(const std::string& path) {
 std::string recordFilePath() {
   return shown(DirectoryFinder::UserApplicationSupportDirectory()) + "/" +
          std::string(DISK_RECORD_FILE);
-}
-
-std::string lastPathComponent(const std::string& path) {
-  const std::size_t end = path.find_last_not_of('/');
-  if (end == std::string::npos) {
-    return path.empty() ? "" : "/";
-  }
-  const std::size_t slash = path.find_last_of('/', end);
-  return slash == std::string::npos ? path.substr(0, end + 1) : path.substr(slash + 1, end - slash);
-}
-
-bool mayStandInUrl(unsigned char character) {
-  static constexpr std::string_view PUNCTUATION = "!$&'()*+,-./:;=?@_~";
-  return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
-         (character >= '0' && character <= '9') ||
-         PUNCTUATION.find(static_cast<char>(character)) != std::string_view::npos;
 }
 
 }  // namespace
@@ -291,7 +277,7 @@ void Controller::_deleteAliasAtPath(const std::string& path) {
     removeShortcutOrLog(path);
     return;
   }
-  const platform::RemovalScript script{lastPathComponent(path)};
+  const platform::RemovalScript script{platform::lastPathComponent(path)};
   RunLoop::main().performAndWait([&] { runApplescript(script); });
   Text ignored;
   removeShortcut(path, ignored);
@@ -310,20 +296,7 @@ void Controller::runApplescript(const platform::Script& source) {
 }
 
 Text Controller::_encodeURLString(const std::string& string) {
-  static constexpr std::string_view DIGITS = "0123456789ABCDEF";
-  std::string escaped;
-  for (const char character : string) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte >= 0x80) {
-      return std::nullopt;
-    }
-    if (mayStandInUrl(byte)) {
-      escaped += character;
-    } else {
-      escaped += {'%', DIGITS[byte >> 4U], DIGITS[byte & 0xFU]};
-    }
-  }
-  return escaped;
+  return platform::addingPercentEscapes(string);
 }
 
 std::unique_ptr<platform::Image> Controller::_getImage() {

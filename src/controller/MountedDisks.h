@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "disk/Disk.h"
-#include "disk/PointerTable.h"
+#include "disk/HashTable.h"
 
 namespace ravelin {
 
@@ -45,6 +45,13 @@ class MountedDisks {
     std::array<Record*, KEYS> next{};
   };
 
+  /// What is known about a ring without looking at a record, which may be far away in memory.
+  struct Ring {
+    Record* first = nullptr;
+    const Disk* disk = nullptr;  // of the first record
+    explicit operator bool() const { return first != nullptr; }
+  };
+
   static const Text& _textOf(const Disk& disk, Key key);
   /// The first record with the text, or null.
   [[nodiscard]] Record* _first(Key key, const Text& text) const;
@@ -53,7 +60,7 @@ class MountedDisks {
   void _remove(Record& record);
 
   std::list<Record> _records;
-  std::array<PointerTable<Record>, KEYS> _firsts;
+  std::array<HashTable<Ring>, KEYS> _rings;
 };
 
 }  // namespace ravelin

@@ -1,5 +1,11 @@
 #include "disk/Disk.h"
 
+#include <cstddef>
+
+#include "disk/DiskManager.h"
+#include "platform/Service.h"
+#include "platform/Volumes.h"
+
 namespace ravelin {
 
 namespace {
@@ -21,6 +27,34 @@ bool Disk::isEqual(const Disk& other) const {
   return matches(_eventName, other._eventName) && matches(_macAddr, other._macAddr) &&
          matches(_ipAddr, other._ipAddr) && matches(_uuid, other._uuid) &&
          matches(_label, other._label);
+}
+
+Text Disk::getVolumePath() {
+  if (!_volumePath) {
+    _volumePath = _getVolumePath();
+  }
+  return _volumePath;
+}
+
+bool Disk::doesVolumeExist() const {
+  const Text path = _getVolumePath();
+  return path && !path->empty();
+}
+
+Text Disk::_getVolumePath() const {
+  auto& volumes = platform::service<platform::Volumes>();
+  const Text path = _volumeReference == 0 ? std::nullopt : volumes.pathOfVolume(_volumeReference);
+  Text match;
+  if (path) {
+    std::optional<platform::Volume> volume;
+    for (std::size_t index = 1; (volume = volumes.volumeAtIndex(index)); ++index) {
+      // A nameless volume is in no path.
+      if (!volume->name.empty() && path->find(volume->name) != std::string::npos) {
+        match = volume->rootPath;
+      }
+    }
+  }
+  return match ? match : DiskManager::getMountedDiskMountDirectory(*this);
 }
 
 }  // namespace ravelin

@@ -55,6 +55,17 @@ class Disk {
   /// text that this disk lacks matches anything, so the answer may differ the other way round.
   [[nodiscard]] bool isEqual(const Disk& other) const;
 
+  /// Where the disk's volume is mounted, or null. Once it has been found, the answer stays.
+  [[nodiscard]] Text getVolumePath();
+
+  /// Whether the disk's volume is mounted, found out afresh.
+  [[nodiscard]] bool doesVolumeExist() const;
+
+ protected:
+  /// Where the disk's volume is mounted, found out afresh: by its reference, else from the mount
+  /// table; null when it is not. Waits for the system.
+  [[nodiscard]] Text _getVolumePath() const;
+
  private:
   static constexpr Date::rep NO_DATE = std::numeric_limits<Date::rep>::min();
 
@@ -65,6 +76,7 @@ class Disk {
   Text _label;
   std::int16_t _volumeReference = 0;
   std::atomic<Date::rep> _lastUpdateTime = NO_DATE;
+  Text _volumePath;
 };
 
 using DiskPtr = std::shared_ptr<Disk>;

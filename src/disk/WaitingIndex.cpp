@@ -41,7 +41,7 @@ struct WaitingIndex::Features {
 
 void WaitingIndex::insert(const Disk& disk) {
   const Features features(disk);
-  _disks.insert(features.hashAs(features.kind), disk);
+  _disks.insert(features.hashAs(features.kind), &disk);
   if (_countOfKind[features.kind]++ == 0) {
     _kindsInUse |= 1U << features.kind;
   }
@@ -49,7 +49,8 @@ void WaitingIndex::insert(const Disk& disk) {
 
 void WaitingIndex::erase(const Disk& disk) {
   const Features features(disk);
-  _disks.erase(features.hashAs(features.kind), disk);
+  _disks.erase(features.hashAs(features.kind),
+               [&](const Disk* candidate) { return candidate == &disk; });
   if (--_countOfKind[features.kind] == 0) {
     _kindsInUse &= ~(1U << features.kind);
   }
@@ -60,9 +61,11 @@ bool WaitingIndex::containsReceiverEqualTo(const Disk& other) const {
   for (std::uint32_t kinds = _kindsInUse; kinds != 0; kinds &= kinds - 1) {
     const auto kind = static_cast<Kind>(std::countr_zero(kinds));
     // A text that receivers of this kind have and the other lacks makes them unequal.
-    if ((kind & ~features.kind) == 0 && _disks.find(features.hashAs(kind), [&](const Disk& disk) {
-          return disk.isEqual(other);
-        }) != nullptr) {
+    if ((kind & ~features.kind) != 0) {
+      continue;
+    }
+    const auto isEqual = [&](const Disk* disk) { return disk->isEqual(other); };
+    if (_disks.find(features.hashAs(kind), isEqual) != nullptr) {
       return true;
     }
   }

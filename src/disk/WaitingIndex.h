@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "disk/Disk.h"
-#include "disk/PointerTable.h"
+#include "disk/HashTable.h"
 
 namespace ravelin {
 
@@ -30,7 +30,7 @@ class WaitingIndex {
   /// Which texts a disk has, and their hashes.
   struct Features;
 
-  PointerTable<const Disk> _disks;
+  HashTable<const Disk*> _disks;
   std::array<std::size_t, KINDS> _countOfKind{};
   std::uint32_t _kindsInUse = 0;  // one bit for each kind
 };

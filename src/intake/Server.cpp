@@ -132,9 +132,9 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
                "(error == 0) == (cfSocket != null)");
   if (error != nullptr) {
     *error = failure;
-    Logger::logMessage("Server socket cannot be created. Reason: " +
-                           std::generic_category().message(failure),
-                       LogTypeError);
+    Logger::logMessage(
+        "Server socket cannot be created. Reason: " + std::generic_category().message(failure),
+        LogTypeError);
   }
   return false;
 }
@@ -186,7 +186,7 @@ bool Server::_readData() {
 }
 
 void Server::_sendData(std::optional<std::span<const std::byte>> data,
-                       std::optional<std::span<const std::byte>> toAddress) {
+                       std::optional<std::span<const std::byte>> toAddress) const {
   static constexpr const char* OPERATION = "Server::_sendData(data, toAddress)";
   precondition(data.has_value(), OPERATION, "data != null");
   precondition(!toAddress || toAddress->size() <= sizeof(sockaddr_storage), OPERATION,
@@ -231,7 +231,8 @@ Text Server::displayAddressForAddress(std::optional<std::span<const std::byte>> 
   return std::string(host.data()) + ":" + service.data();
 }
 
-bool Server::_changeMembership(int option, const std::string& group, const Text& sourceAddress) {
+bool Server::_changeMembership(int option, const std::string& group,
+                               const Text& sourceAddress) const {
   const int descriptor = cfSocket() != nullptr ? cfSocket()->native() : -1;
   if (descriptor == -1) {
     return false;

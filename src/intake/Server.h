@@ -78,7 +78,7 @@ class Server {
 
   /// Sends a datagram to a raw socket address, or without one. Nothing in the agent does.
   void _sendData(std::optional<std::span<const std::byte>> data,
-                 std::optional<std::span<const std::byte>> toAddress);
+                 std::optional<std::span<const std::byte>> toAddress) const;
 
  private:
   static bool SocketReadCallback(platform::RunLoopSocket& socket,
@@ -89,7 +89,8 @@ class Server {
   bool _setupSocketListeningOnAddress(const Text& address, unsigned long andPort, int* error);
   /// Whether there was a datagram to read.
   bool _readData();
-  bool _changeMembership(int option, const std::string& group, const Text& sourceAddress);
+  [[nodiscard]] bool _changeMembership(int option, const std::string& group,
+                                       const Text& sourceAddress) const;
 
   unsigned long _port = 0;
   std::atomic<platform::RunLoopSocket*> _cfSocket = nullptr;

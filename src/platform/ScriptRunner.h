@@ -2,13 +2,14 @@
 
 #include <variant>
 
+#include "platform/AliasScript.h"
 #include "platform/RemovalScript.h"
 #include "platform/ShortcutScript.h"
 
 namespace ravelin::platform {
 
 /// The scripts that the agent runs on the desktop.
-using Script = std::variant<ShortcutScript, RemovalScript>;
+using Script = std::variant<ShortcutScript, RemovalScript, AliasScript>;
 
 /// Runs scripts on the user's desktop. Main thread only.
 class ScriptRunner {

@@ -39,7 +39,7 @@ class PrivateSystemBus {
     waitFor([this] { return _accepts(); }, "the bus");
     _logind = spawn({"/usr/bin/python3", "-m", "dbusmock", "--system", "--template", "logind"});
     waitFor(
-        [this] {
+        [] {
           return call("/org/freedesktop/login1", "org.freedesktop.DBus.Mock.AddSession",
                       {"string:c1", "string:seat0", "uint32:1000", "string:user", "boolean:true"});
         },
@@ -66,6 +66,7 @@ class PrivateSystemBus {
  private:
   static pid_t spawn(const std::vector<std::string>& words) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) {
       arguments.push_back(const_cast<char*>(word.c_str()));
     }

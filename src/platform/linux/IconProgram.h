@@ -13,9 +13,6 @@ class IconProgram {
   /// Runs the helper with the arguments, for a few seconds at the most; true when it ended with
   /// success. False also where it is not installed.
   static bool run(const std::vector<std::string>& arguments);
-
- private:
-  static std::string _path();
 };
 
 }  // namespace ravelin::platform

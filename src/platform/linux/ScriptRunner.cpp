@@ -1,5 +1,9 @@
 #include "platform/ScriptRunner.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -7,6 +11,7 @@
 #include "platform/SearchPaths.h"
 #include "platform/Service.h"
 #include "platform/Text.h"
+#include "platform/linux/BeneathResolver.h"
 #include "platform/linux/DesktopEntry.h"
 
 namespace ravelin::platform {
@@ -39,6 +44,36 @@ class LinuxScriptRunner final : public ScriptRunner {
     const std::string path = desktop + "/" + script.fileName;
     // In this order an item that somebody else removes meanwhile is no failure.
     return !files.removeItemAtPath(path, desktop) || !files.fileExistsAtPath(path, desktop);
+  }
+
+  static bool _perform(const AliasScript& script, const std::string& desktop) {
+    return _link(script, desktop, Target::volume) || _link(script, desktop, Target::path);
+  }
+
+  enum class Target {
+    volume,  ///< must be there and answer
+    path,    ///< must not be known to be missing, but its server may be silent just now
+  };
+
+  static bool _link(const AliasScript& script, const std::string& desktop, Target target) {
+    const std::string name = shown(script.aliasName);
+    const std::string path = shown(script.volumePath);
+    if (!_perform(RemovalScript{.fileName = name}, desktop) || !_leadsToA(target, path)) {
+      return false;
+    }
+    const auto place = BeneathResolver().resolve(desktop + "/" + name, desktop);
+    return place.error == 0 &&
+           ::symlinkat(path.c_str(), place.folder.number(), place.name.c_str()) == 0;
+  }
+
+  static bool _leadsToA(Target target, const std::string& path) {
+    if (!path.starts_with('/')) {
+      return false;
+    }
+    struct stat status {};
+    const bool answers = ::stat(path.c_str(), &status) == 0;
+    return answers || (target == Target::path && errno != ENOENT && errno != ENOTDIR &&
+                       errno != ENAMETOOLONG && errno != ELOOP);
   }
 };
 

@@ -37,7 +37,7 @@ class OtherProgram final : public ChildProcesses {
 class ImageTest : public testing::Test {
  protected:
   std::string file(const std::string& name, std::string_view content) {
-    const std::string path = _folder.path() + "/" + name;
+    std::string path = _folder.path() + "/" + name;
     Pictures::write(path, content);
     return path;
   }

@@ -32,15 +32,14 @@ TEST_F(MountTableTest, TheKernelsEscapesAreUndone) {
   const MountTable table(
       "//192.0.2.10/USB\\040Disk /mnt/USB\\040Disk\\011\\012\\134x cifs rw,guest 0 0\n"
       "/dev/sda1 / ext4 rw,relatime 0 0\n");
-  EXPECT_THAT(table.mounts(),
-              ElementsAre(Mount{.source = "//192.0.2.10/USB Disk",
-                                .point = "/mnt/USB Disk\t\n\\x",
-                                .type = "cifs",
-                                .options = "rw,guest"},
-                          Mount{.source = "/dev/sda1",
-                                .point = "/",
-                                .type = "ext4",
-                                .options = "rw,relatime"}));
+  EXPECT_THAT(
+      table.mounts(),
+      ElementsAre(
+          Mount{.source = "//192.0.2.10/USB Disk",
+                .point = "/mnt/USB Disk\t\n\\x",
+                .type = "cifs",
+                .options = "rw,guest"},
+          Mount{.source = "/dev/sda1", .point = "/", .type = "ext4", .options = "rw,relatime"}));
 }
 
 TEST_F(MountTableTest, WhatIsNoEscapeStays) {
@@ -80,8 +79,8 @@ TEST_F(MountTableTest, GvfsMountsAreListedUnderTheirServersAndShares) {
                 " (fuse.gvfsd-fuse, rw, user_id=0)\n"
                 "/dev/sda1 on / (ext4, rw)\n"
                 "sftp:host=192.0.2.13 on " +
-                _gvfs + "/sftp:host=192.0.2.13" + all +
-                "//192.0.2.12:1445/odd,%20(a=b) on " + _gvfs +
+                _gvfs + "/sftp:host=192.0.2.13" + all + "//192.0.2.12:1445/odd,%20(a=b) on " +
+                _gvfs +
                 "/smb-share:domain=W,port=1445,server=192.0.2.12,share=odd%2C%20%28a%3Db%29" + all +
                 "//guest@192.0.2.10/usb%20disk on " + _gvfs +
                 "/smb-share:server=192.0.2.10,share=usb%20disk,user=guest" + all +
@@ -123,9 +122,10 @@ TEST_F(MountTableTest, GvfsMountsAreToldFromOthers) {
 
 TEST_F(MountTableTest, VolumesAreOnDevicesOrServers) {
   mountByGvfs("smb-share:server=a,share=b");
-  const auto volumes = table("proc /proc proc rw 0 0\n"
-                             "/dev/sda1 / ext4 rw 0 0\n"
-                             "//a/b /mnt cifs rw 0 0\n")
+  const auto volumes = table(
+                           "proc /proc proc rw 0 0\n"
+                           "/dev/sda1 / ext4 rw 0 0\n"
+                           "//a/b /mnt cifs rw 0 0\n")
                            .volumes();
   ASSERT_EQ(volumes.size(), 3U);
   EXPECT_EQ(volumes[0].point, "/");

@@ -53,8 +53,7 @@ TEST_F(SystemProgramsTest, OtherMountsStayAsTheyAre) {
   _programs.mount({"-t", "tmpfs", "none", "/mnt"});
   EXPECT_THAT(onlyCall().arguments, ElementsAre("-t", "tmpfs", "none", "/mnt"));
   _programs.mount({"-t", "smbfs", "//other@192.0.2.10/x", "/mnt"});
-  EXPECT_THAT(onlyCall().arguments,
-              ElementsAre("-t", "smbfs", "//other@192.0.2.10/x", "/mnt"));
+  EXPECT_THAT(onlyCall().arguments, ElementsAre("-t", "smbfs", "//other@192.0.2.10/x", "/mnt"));
 }
 
 TEST_F(SystemProgramsTest, FoldersAreMadeRemovedAndUnmountedByTheirPrograms) {

@@ -99,8 +99,7 @@ TEST_F(VolumesTest, AHelperThatIsMissingOrEndsOddlyIsAFailure) {
 
 TEST_F(VolumesTest, WhatIsNotMountedHasNoPathAndCannotBeUnmounted) {
   _helper.answer = [](const ProgramCall&) { return exited(0, "/run/user/1/gvfs/x"); };
-  const auto reference =
-      _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "").reference;
+  const auto reference = _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "").reference;
   _helper.takeCalls();
   for (const std::int16_t unknown : {std::int16_t{0}, std::int16_t{-1}, reference}) {
     EXPECT_EQ(_volumes.pathOfVolume(unknown), std::nullopt);
@@ -114,8 +113,7 @@ TEST_F(VolumesTest, ReferencesGoRoundWithoutEverBeingZeroOrNegative) {
   std::set<std::int16_t> seen;
   std::int16_t last = 0;
   for (int round = 0; round < 33000; ++round) {
-    const auto mount =
-        _volumes.mountServerVolume("smb://h/" + std::to_string(round), "guest", "");
+    const auto mount = _volumes.mountServerVolume("smb://h/" + std::to_string(round), "guest", "");
     ASSERT_EQ(mount.status, 0);
     ASSERT_GT(mount.reference, 0);
     ASSERT_NE(mount.reference, last);

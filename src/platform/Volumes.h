@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/Text.h"
+
+namespace ravelin::platform {
+
+/// How an operation on a volume ended: 0 is success, any other number a failure of this system's
+/// own.
+using VolumeStatus = std::int32_t;
+
+/// A volume of a server that has been asked to be mounted.
+struct ServerVolumeMount {
+  VolumeStatus status = 0;
+  /// The handle of the volume; 0 when it could not be mounted.
+  std::int16_t reference = 0;
+};
+
+/// One volume of those that are mounted.
+struct Volume {
+  std::string name;      ///< as it shows in the volume's path; may be empty
+  std::string rootPath;  ///< absolute
+};
+
+/// The volumes that the system mounts on behalf of the user, without a place of the caller's
+/// choosing. Any thread; the caller waits until the system has done it or given up.
+class Volumes {
+ public:
+  virtual ~Volumes() = default;
+
+  /// Mounts the share of a server, "smb://server/share" with percent escapes, for the user; the
+  /// system chooses the mount point. A reference is not given a second time by this process while
+  /// its volume is mounted.
+  virtual ServerVolumeMount mountServerVolume(const std::string& url, const std::string& user,
+                                              const std::string& password) = 0;
+
+  /// Unmounts the volume, without force where the system finds it in use.
+  virtual VolumeStatus unmountVolume(std::int16_t reference) = 0;
+
+  /// Where the volume is mounted; null when it is not, or not any more.
+  virtual Text pathOfVolume(std::int16_t reference) = 0;
+
+  /// The volume with this number, counted from 1; null behind the last one. Who counts on from 1
+  /// sees the volumes as they were then.
+  virtual std::optional<Volume> volumeAtIndex(std::size_t index) = 0;
+
+  /// What a status means, for people: ASCII, one line.
+  virtual std::string commentOnStatus(VolumeStatus status) = 0;
+};
+
+}  // namespace ravelin::platform

@@ -1,0 +1,170 @@
+#include "platform/linux/MountTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <system_error>
+
+#include "platform/PercentEscaping.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+const char* const KERNEL_TABLE = "/proc/self/mounts";
+constexpr std::string_view GVFS_FILE_SYSTEM = "fuse.gvfsd-fuse";
+/// What the folder of one GVfs mount counts as.
+constexpr std::string_view GVFS_MOUNT = "gvfs";
+constexpr std::string_view GVFS_SHARE = "smb-share:";
+
+/// Takes the text up to the separator from the front.
+std::string_view take(std::string_view& text, char separator) {
+  const std::size_t end = std::min(text.find(separator), text.size());
+  const std::string_view taken = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return taken;
+}
+
+/// The kernel writes blanks and the like as a backslash and three octal digits.
+std::string withoutOctalEscapes(std::string_view text) {
+  constexpr std::size_t DIGIT_COUNT = 3;
+  constexpr unsigned DIGIT_BITS = 3;
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const std::string_view digits = text.substr(at + 1, DIGIT_COUNT);
+    const bool isEscape =
+        text[at] == '\\' && digits.size() == DIGIT_COUNT && digits.front() <= '3' &&
+        std::ranges::all_of(digits, [](char digit) { return digit >= '0' && digit <= '7'; });
+    unsigned value = 0;
+    for (const char digit : isEscape ? digits : std::string_view()) {
+      value = (value << DIGIT_BITS) + static_cast<unsigned>(digit - '0');
+    }
+    plain += isEscape ? static_cast<char>(value) : text[at];
+    at += isEscape ? DIGIT_COUNT : 0;
+  }
+  return plain;
+}
+
+/// What GVfs calls a mount, as in "smb-share:server=192.0.2.10,share=usb%20disk,user=guest".
+std::string sourceOfGvfsMount(const std::string& folder) {
+  if (!folder.starts_with(GVFS_SHARE)) {
+    return folder;
+  }
+  std::map<std::string_view, std::string> values;
+  std::string_view rest = std::string_view(folder).substr(GVFS_SHARE.size());
+  while (!rest.empty()) {
+    std::string_view value = take(rest, ',');
+    const std::string_view key = take(value, '=');
+    values[key] = removingPercentEscapes(value);
+  }
+  const std::string user = values["user"].empty() ? "" : values["user"] + "@";
+  const std::string port = values["port"].empty() ? "" : ":" + values["port"];
+  return "//" + user + values["server"] + port + "/" + values["share"];
+}
+
+std::vector<Mount> gvfsMountsIn(const Mount& gvfs) {
+  std::vector<Mount> found;
+  std::error_code error;
+  // The folder of another user's session cannot be read.
+  for (std::filesystem::directory_iterator item(gvfs.point, error), end; !error && item != end;
+       item.increment(error)) {
+    found.push_back({.source = sourceOfGvfsMount(item->path().filename().string()),
+                     .point = item->path().string(),
+                     .type = std::string(GVFS_MOUNT),
+                     .options = gvfs.options});
+  }
+  std::ranges::sort(found, {}, &Mount::point);
+  return found;
+}
+
+bool isShare(const Mount& mount) {
+  static constexpr std::array<std::string_view, 4> TYPES{GVFS_MOUNT, "cifs", "smb3", "smbfs"};
+  return mount.source.starts_with("//") && std::ranges::find(TYPES, mount.type) != TYPES.end();
+}
+
+char lowered(char character) {
+  constexpr char DISTANCE = 'a' - 'A';
+  return character >= 'A' && character <= 'Z' ? static_cast<char>(character + DISTANCE) : character;
+}
+
+/// The source of a share as it stands in a listing.
+std::string shownSource(const Mount& share, std::string_view sought) {
+  std::string source = addingPercentEscapes(share.source).value_or(share.source);
+  const auto found =
+      std::search(source.begin(), source.end(), sought.begin(), sought.end(),
+                  [](char mine, char theirs) { return lowered(mine) == lowered(theirs); });
+  if (found != source.end()) {
+    std::ranges::copy(sought, found);
+  }
+  return source;
+}
+
+std::string spacedOut(std::string_view options) {
+  std::string spaced;
+  while (!options.empty()) {
+    spaced.append(", ").append(take(options, ','));
+  }
+  return spaced;
+}
+
+}  // namespace
+
+std::optional<MountTable> MountTable::read() {
+  std::ifstream file(KERNEL_TABLE, std::ios::binary);
+  if (!file) {
+    return std::nullopt;
+  }
+  return MountTable(std::string(std::istreambuf_iterator<char>(file), {}));
+}
+
+MountTable::MountTable(std::string_view kernelTable) {
+  std::vector<Mount> gvfs;
+  while (!kernelTable.empty()) {
+    std::string_view line = take(kernelTable, '\n');
+    Mount mount;
+    for (std::string* field : {&mount.source, &mount.point, &mount.type, &mount.options}) {
+      *field = withoutOctalEscapes(take(line, ' '));
+    }
+    if (mount.type == GVFS_FILE_SYSTEM) {
+      std::ranges::move(gvfsMountsIn(mount), std::back_inserter(gvfs));
+    }
+    if (!mount.type.empty()) {
+      _mounts.push_back(std::move(mount));
+    }
+  }
+  std::ranges::move(gvfs, std::back_inserter(_mounts));
+}
+
+std::vector<Mount> MountTable::volumes() const {
+  std::vector<Mount> found;
+  std::ranges::copy_if(_mounts, std::back_inserter(found), [](const Mount& mount) {
+    return mount.source.starts_with('/') || mount.type == GVFS_MOUNT;
+  });
+  return found;
+}
+
+bool MountTable::isGvfsMount(std::string_view path) const {
+  return std::ranges::any_of(_mounts, [path](const Mount& mount) {
+    return mount.type == GVFS_MOUNT && mount.point == path;
+  });
+}
+
+std::string MountTable::listing(std::string_view sought) const {
+  std::string lines;
+  for (const Mount& mount : _mounts) {
+    lines.append(isShare(mount) ? shownSource(mount, sought) : mount.source)
+        .append(" on ")
+        .append(mount.point)
+        .append(" (")
+        .append(mount.type)
+        .append(spacedOut(mount.options))
+        .append(")\n");
+  }
+  return lines;
+}
+
+}  // namespace ravelin::platform

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ravelin::platform {
+
+/// One mounted file system.
+struct Mount {
+  std::string source;
+  std::string point;  ///< where it is mounted
+  std::string type;
+  std::string options;  ///< separated by commas
+  bool operator==(const Mount&) const = default;
+};
+
+/// What is mounted: by the kernel, and by GVfs for this user, whose shares show as folders of one
+/// file system. Any thread.
+class MountTable {
+ public:
+  /// The table as it is now; null when the kernel does not show it.
+  static std::optional<MountTable> read();
+
+  /// The table that the kernel's text stands for, and the GVfs mounts in the folders that it names.
+  explicit MountTable(std::string_view kernelTable);
+
+  /// All of them, those of GVfs last.
+  [[nodiscard]] const std::vector<Mount>& mounts() const { return _mounts; }
+
+  /// Those on a device or a server, those of GVfs last.
+  [[nodiscard]] std::vector<Mount> volumes() const;
+
+  /// Whether GVfs has mounted something at the path.
+  [[nodiscard]] bool isGvfsMount(std::string_view path) const;
+
+  /// The table as lines, the sources of shares with percent escapes. Where the source of a share
+  /// is the sought text but for the case of letters, it is written as it is sought.
+  [[nodiscard]] std::string listing(std::string_view sought) const;
+
+ private:
+  std::vector<Mount> _mounts;
+};
+
+}  // namespace ravelin::platform

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Service.h"
+#include "platform/Volumes.h"
+
+namespace ravelin::test {
+
+/// Takes the place of the system's volumes for its lifetime: notes what is asked and answers what
+/// the test says. At first nothing is mounted.
+class StandInVolumes final : public platform::Volumes {
+ public:
+  platform::ServerVolumeMount nextMount;
+  platform::VolumeStatus nextUnmount = 0;
+  std::map<std::int16_t, std::string> paths;
+  std::vector<platform::Volume> volumes;
+
+  /// The calls so far, which are then forgotten.
+  std::vector<std::string> takeCalls() { return std::exchange(_calls, {}); }
+
+  platform::ServerVolumeMount mountServerVolume(const std::string& url, const std::string& user,
+                                                const std::string& password) override {
+    _calls.push_back("mount [" + url + "] [" + user + "] [" + password + "]");
+    return nextMount;
+  }
+  platform::VolumeStatus unmountVolume(std::int16_t reference) override {
+    _calls.push_back("unmount " + std::to_string(reference));
+    return nextUnmount;
+  }
+  Text pathOfVolume(std::int16_t reference) override {
+    const auto found = paths.find(reference);
+    return found == paths.end() ? std::nullopt : Text(found->second);
+  }
+  std::optional<platform::Volume> volumeAtIndex(std::size_t index) override {
+    return index == 0 || index > volumes.size() ? std::nullopt : std::optional(volumes[index - 1]);
+  }
+  std::string commentOnStatus(platform::VolumeStatus status) override {
+    return "comment on " + std::to_string(status);
+  }
+
+ private:
+  std::vector<std::string> _calls;
+  const platform::Substitute<platform::Volumes> _inForce{*this};
+};
+
+}  // namespace ravelin::test

@@ -1,0 +1,20 @@
+#include "platform/PathComponents.h"
+
+#include <gtest/gtest.h>
+
+namespace ravelin::platform {
+namespace {
+
+TEST(PathComponentsTest, TheLastComponent) {
+  EXPECT_EQ(lastPathComponent("/media/USB Disk"), "USB Disk");
+  EXPECT_EQ(lastPathComponent("/media/USB Disk///"), "USB Disk");
+  EXPECT_EQ(lastPathComponent("USB"), "USB");
+  EXPECT_EQ(lastPathComponent("USB/"), "USB");
+  EXPECT_EQ(lastPathComponent("/USB"), "USB");
+  EXPECT_EQ(lastPathComponent("/"), "/");
+  EXPECT_EQ(lastPathComponent("//"), "/");
+  EXPECT_EQ(lastPathComponent(""), "");
+}
+
+}  // namespace
+}  // namespace ravelin::platform

@@ -1,0 +1,91 @@
+#include <iostream>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "Options.h"
+#include "Problem.h"
+#include "core/DirectoryFinder.h"
+#include "disk/Disk.h"
+#include "disk/DiskManager.h"
+#include "platform/ChildProcess.h"
+#include "platform/PathComponents.h"
+#include "platform/Text.h"
+
+namespace ravelin::volume {
+namespace {
+
+Problem failure(const std::string& message) { return {FAILED, message}; }
+
+std::optional<Problem> print(const std::string& text) {
+  std::cout << text << std::flush;
+  return std::cout ? std::nullopt : std::optional(failure("cannot write to standard output"));
+}
+
+std::optional<Problem> printPlace(Disk& disk) {
+  const Text path = disk.getVolumePath();
+  return path ? print(*path + "\n") : failure("the share is not mounted");
+}
+
+std::optional<Problem> makeAlias(DiskManager& manager, Disk& disk) {
+  const Text path = disk.getVolumePath();
+  if (!path) {
+    return failure("the share is not mounted");
+  }
+  if (!manager.createDesktopAliasForPath(*path)) {
+    return failure("there is no alias on the desktop");
+  }
+  return print(shown(DirectoryFinder::desktopDirectory()) + "/" +
+               platform::lastPathComponent(*path) + "\n");
+}
+
+/// What went wrong on the way is told by the log, whose copy is on standard error.
+std::optional<Problem> run(const Options& options) {
+  Disk disk;
+  disk.setIpAddress(options.server);
+  disk.setLabel(options.share);
+  DiskManager manager;
+  switch (options.command) {
+    case Command::mount:
+      return manager.mountDisk(disk) ? printPlace(disk) : failure("the share cannot be mounted");
+    case Command::unmount:
+      return manager.unmountDisk(disk) ? std::nullopt
+                                       : std::optional(failure("the share cannot be unmounted"));
+    case Command::where:
+      return printPlace(disk);
+    case Command::trial:
+      return manager.isDiskMountable(disk)
+                 ? std::nullopt
+                 : std::optional(failure("the share cannot be mounted by command"));
+    case Command::alias:
+      return makeAlias(manager, disk);
+  }
+  return std::nullopt;
+}
+
+int conclude(const std::optional<Problem>& problem) {
+  if (!problem) {
+    return SUCCEEDED;
+  }
+  std::cerr << "ravelin-disk-volume: " << problem->message << '\n';
+  return problem->status;
+}
+
+}  // namespace
+}  // namespace ravelin::volume
+
+int main(int count, char** arguments) {
+  using namespace ravelin::volume;
+  auto parsed = parseOptions(count, arguments);
+  if (const auto* const information = std::get_if<Information>(&parsed)) {
+    return conclude(print(information->text));
+  }
+  if (const auto* const problem = std::get_if<Problem>(&parsed)) {
+    return conclude(*problem);
+  }
+  try {
+    return conclude(run(std::get<Options>(parsed)));
+  } catch (const ravelin::platform::LaunchException& exception) {
+    return conclude(Problem{FAILED, exception.what()});
+  }
+}
