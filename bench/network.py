@@ -121,10 +121,11 @@ def until_accepted(network, home, times):
             started = log.counts[STARTED]
             received = log.counts[RECEIVED]
             changes.make(network.assignment(0))
-            noticed, number = None, 0
+            noticed, looked, number = None, None, 0
             end = time.monotonic() + PATIENCE
             while log.counts[RECEIVED] == received:
                 if noticed is None:
+                    looked = time.perf_counter()
                     with contextlib.suppress(BlockingIOError):
                         notices.recv(65536)
                         noticed = time.perf_counter()
@@ -134,7 +135,8 @@ def until_accepted(network, home, times):
                 log.read()
                 if time.monotonic() > end:
                     raise TimeoutError("no announcement has been accepted")
-            taken.append(time.perf_counter() - noticed)
+            # Where both came between two looks, the notice did not come before the last of them.
+            taken.append(time.perf_counter() - (noticed or looked))
             log.wait_for(STARTED, started + 1)
             changes.make("address del 10.77.0.2/24 dev eth0")
             log.wait_for(STARTED, started + 2)

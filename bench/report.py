@@ -298,8 +298,8 @@ def show_rest(table, agent, seconds, targets):
     time.sleep(SETTLING)
     start, before = agent.next_turn()
     time.sleep(seconds)
-    main, *others = [late - early for early, late in zip(before, agent.switches())]
-    passed = time.monotonic() - start
+    end, after = agent.next_turn()
+    main, *others = [(late - early) / (end - start) for early, late in zip(before, after)]
     resident = agent.resident()
 
     def judged(target, met):
@@ -311,11 +311,11 @@ def show_rest(table, agent, seconds, targets):
         *judged(f"<= {RESIDENT_LIMIT:,}", resident <= RESIDENT_LIMIT),
     )
     table.line("proportional size", f"{agent.proportional():,} kB")
-    table.line("main thread wakes up", f"{main / passed:.1f} /s", *judged("0", main == 0))
+    table.line("main thread wakes up", f"{main:.1f} /s", *judged("0", main == 0))
     table.line(
         "handler thread wakes up",
-        f"{sum(others) / passed:.1f} /s",
-        *judged(f"<= {HANDLER_SWITCHES}", sum(others) <= HANDLER_SWITCHES * passed),
+        f"{sum(others):.1f} /s",
+        *judged(f"<= {HANDLER_SWITCHES}", round(sum(others), 1) <= HANDLER_SWITCHES),
     )
     if len(others) != 1:
         table.line("threads beside the main one", f"{len(others)}", None, "1", False)

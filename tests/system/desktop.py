@@ -145,10 +145,11 @@ class SmbServer(contextlib.AbstractContextManager):
             "disable spoolss = yes",
             f"log file = {self.folder}/log",
         ]
-        for purpose in ("pid", "lock", "state", "cache", "private", "ncalrpc"):
-            folder = self.folder / purpose
+        for setting in ("pid directory", "lock directory", "state directory", "cache directory",
+                        "private dir", "ncalrpc dir"):
+            folder = self.folder / setting.split()[0]
             folder.mkdir(parents=True)
-            lines.append(f"{purpose}{' directory' if purpose not in ('private', 'ncalrpc') else ' dir'} = {folder}")
+            lines.append(f"{setting} = {folder}")
         for name in [*guests, *members]:
             share = self.share(name)
             share.mkdir(parents=True)

@@ -1,15 +1,12 @@
 #include "platform/Volumes.h"
 
-#include <limits>
-#include <map>
-#include <mutex>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "platform/PathComponents.h"
 #include "platform/Service.h"
 #include "platform/linux/MountTable.h"
+#include "platform/linux/VolumeReferences.h"
 #include "platform/linux/VolumeSituation.h"
 #include "platform/linux/VolumesHelper.h"
 
@@ -40,7 +37,10 @@ class LinuxVolumes final : public Volumes {
     if (answer.situation != VolumeSituation::done) {
       return {.status = statusOf(answer.situation), .reference = 0};
     }
-    const std::int16_t reference = _referTo(answer.mountPoint);
+    const auto table = MountTable::read();
+    const std::int16_t reference = _references.give(
+        answer.mountPoint,
+        [&table](const std::string& path) { return !table || table->isGvfsMount(path); });
     if (reference == 0) {
       VolumesHelper::unmount(answer.mountPoint);
       return {.status = statusOf(VolumeSituation::noReferenceLeft), .reference = 0};
@@ -54,13 +54,7 @@ class LinuxVolumes final : public Volumes {
   }
 
   Text pathOfVolume(std::int16_t reference) override {
-    Text path;
-    {
-      const std::lock_guard lock(_mutex);
-      if (const auto known = _paths.find(reference); known != _paths.end()) {
-        path = known->second;
-      }
-    }
+    const Text path = _references.pathOf(reference);
     return path && isMounted(*path) ? path : std::nullopt;
   }
 
@@ -114,28 +108,7 @@ class LinuxVolumes final : public Volumes {
   }
 
  private:
-  /// A reference for what has just been mounted at the path; 0 when there is none left.
-  std::int16_t _referTo(const std::string& path) {
-    constexpr std::int16_t LAST = std::numeric_limits<std::int16_t>::max();
-    const auto table = MountTable::read();
-    const std::lock_guard lock(_mutex);
-    // What had this place before is not mounted any more, and neither is what the table lacks.
-    std::erase_if(_paths, [&](const auto& entry) {
-      return entry.second == path || (table && !table->isGvfsMount(entry.second));
-    });
-    if (_paths.size() == LAST) {
-      return 0;
-    }
-    do {
-      _lastReference = static_cast<std::int16_t>(_lastReference % LAST + 1);
-    } while (_paths.contains(_lastReference));
-    _paths[_lastReference] = path;
-    return _lastReference;
-  }
-
-  std::mutex _mutex;
-  std::map<std::int16_t, std::string> _paths;
-  std::int16_t _lastReference = 0;
+  VolumeReferences _references;
 };
 
 }  // namespace

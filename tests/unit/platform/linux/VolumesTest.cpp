@@ -108,24 +108,6 @@ TEST_F(VolumesTest, WhatIsNotMountedHasNoPathAndCannotBeUnmounted) {
   EXPECT_THAT(_helper.takeCalls(), IsEmpty());
 }
 
-TEST_F(VolumesTest, ReferencesGoRoundWithoutEverBeingZeroOrNegative) {
-  _helper.answer = [](const ProgramCall& call) { return exited(0, "/gone/" + call.arguments[1]); };
-  std::set<std::int16_t> seen;
-  std::int16_t last = 0;
-  for (int round = 0; round < 33000; ++round) {
-    const auto mount = _volumes.mountServerVolume("smb://h/" + std::to_string(round), "guest", "");
-    ASSERT_EQ(mount.status, 0);
-    ASSERT_GT(mount.reference, 0);
-    ASSERT_NE(mount.reference, last);
-    last = mount.reference;
-    seen.insert(last);
-    if (round % 1000 == 0) {
-      _helper.takeCalls();
-    }
-  }
-  EXPECT_EQ(seen.size(), 32767U);
-}
-
 TEST_F(VolumesTest, VolumesAreEnumeratedFromOne) {
   std::size_t count = 0;
   while (const auto volume = _volumes.volumeAtIndex(count + 1)) {
