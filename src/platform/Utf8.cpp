@@ -26,11 +26,20 @@ bool sequenceOf(unsigned char first, Sequence& sequence) {
     return false;
   }
   switch (first) {
-    case 0xE0: sequence.low = 0xA0; break;   // shorter forms exist below
-    case 0xED: sequence.high = 0x9F; break;  // surrogates lie above
-    case 0xF0: sequence.low = 0x90; break;   // shorter forms exist below
-    case 0xF4: sequence.high = 0x8F; break;  // nothing lies above
-    default: break;
+    case 0xE0:
+      sequence.low = 0xA0;
+      break;  // shorter forms exist below
+    case 0xED:
+      sequence.high = 0x9F;
+      break;  // surrogates lie above
+    case 0xF0:
+      sequence.low = 0x90;
+      break;  // shorter forms exist below
+    case 0xF4:
+      sequence.high = 0x8F;
+      break;  // nothing lies above
+    default:
+      break;
   }
   return true;
 }

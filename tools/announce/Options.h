@@ -7,7 +7,7 @@
 #include <variant>
 
 #include "Announcement.h"
-#include "Problem.h"
+#include "common/Problem.h"
 
 namespace ravelin::announce {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <variant>
 
-#include "Problem.h"
+#include "common/Problem.h"
 
 namespace ravelin::announce {
 

@@ -10,10 +10,10 @@
 
 #include "Announcement.h"
 #include "Options.h"
-#include "Problem.h"
 #include "Sender.h"
 #include "Visible.h"
 #include "Waiter.h"
+#include "common/Problem.h"
 
 namespace ravelin::announce {
 namespace {
@@ -110,6 +110,7 @@ int conclude(const std::optional<Problem>& problem) {
 }  // namespace ravelin::announce
 
 int main(int count, char** arguments) {
+  using namespace ravelin;
   using namespace ravelin::announce;
   auto parsed = parseOptions(count, arguments);
   if (const auto* const information = std::get_if<Information>(&parsed)) {

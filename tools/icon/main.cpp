@@ -5,22 +5,14 @@
 #include <gio/gio.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
-#include <memory>
 #include <string_view>
+
+#include "common/GioTypes.h"
 
 namespace {
 
-struct Unref {
-  void operator()(void* object) const { g_object_unref(object); }
-};
-struct Free {
-  void operator()(char* text) const { g_free(text); }
-};
-
-using Object = std::unique_ptr<void, Unref>;
-using String = std::unique_ptr<char, Free>;
+using namespace ravelin;
 
 bool report(GError* error) {
   if (error != nullptr) {
@@ -33,16 +25,16 @@ bool report(GError* error) {
 
 bool isPicture(const char* path) {
   GError* error = nullptr;
-  const Object picture(gdk_pixbuf_new_from_file(path, &error));
+  const Owned<GdkPixbuf> picture(gdk_pixbuf_new_from_file(path, &error));
   return report(error) && picture != nullptr;
 }
 
 bool setIcon(const char* path, const char* picture) {
-  const Object file(g_file_new_for_path(path));
-  const Object pictureFile(g_file_new_for_path(picture));
-  const String uri(g_file_get_uri(G_FILE(pictureFile.get())));
+  const Owned<GFile> file(g_file_new_for_path(path));
+  const Owned<GFile> pictureFile(g_file_new_for_path(picture));
+  const String uri(g_file_get_uri(pictureFile.get()));
   GError* error = nullptr;
-  g_file_set_attribute_string(G_FILE(file.get()), "metadata::custom-icon", uri.get(),
+  g_file_set_attribute_string(file.get(), "metadata::custom-icon", uri.get(),
                               G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS, nullptr, &error);
   return report(error);
 }

@@ -1,6 +1,6 @@
 #include "Notification.h"
 
-#include "GioTypes.h"
+#include "common/GioTypes.h"
 
 namespace ravelin::open {
 

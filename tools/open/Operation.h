@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "GioTypes.h"
+#include "common/GioTypes.h"
 
 namespace ravelin::open {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "GioTypes.h"
 #include "Printable.h"
+#include "common/GioTypes.h"
 
 namespace ravelin::open {
 

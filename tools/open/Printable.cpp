@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "GioTypes.h"
+#include "common/GioTypes.h"
 
 namespace ravelin::open {
 

@@ -2,9 +2,9 @@
 
 #include <chrono>
 
-#include "GioTypes.h"
 #include "Operation.h"
 #include "Printable.h"
+#include "common/GioTypes.h"
 
 namespace ravelin::open {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Problem.h"
+#include "common/Problem.h"
 
 namespace ravelin::open {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "GioTypes.h"
+#include "common/GioTypes.h"
 #include "platform/linux/DesktopEntry.h"
 
 namespace ravelin::open {

@@ -5,13 +5,13 @@
 #include <string_view>
 #include <variant>
 
-#include "GioTypes.h"
 #include "Notification.h"
 #include "Options.h"
 #include "Printable.h"
-#include "Problem.h"
 #include "Share.h"
 #include "Shortcut.h"
+#include "common/GioTypes.h"
+#include "common/Problem.h"
 
 namespace ravelin::open {
 namespace {
@@ -67,6 +67,7 @@ int run(const Options& options) {
 }  // namespace ravelin::open
 
 int main(int count, char** arguments) {
+  using namespace ravelin;
   using namespace ravelin::open;
   std::setlocale(LC_ALL, "");
   const auto parsed = parseOptions(count, arguments);

@@ -3,7 +3,7 @@
 #include <string>
 #include <variant>
 
-#include "Problem.h"
+#include "common/Problem.h"
 
 namespace ravelin::volume {
 

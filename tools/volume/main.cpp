@@ -4,7 +4,7 @@
 #include <variant>
 
 #include "Options.h"
-#include "Problem.h"
+#include "common/Problem.h"
 #include "core/DirectoryFinder.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
@@ -75,6 +75,7 @@ int conclude(const std::optional<Problem>& problem) {
 }  // namespace ravelin::volume
 
 int main(int count, char** arguments) {
+  using namespace ravelin;
   using namespace ravelin::volume;
   auto parsed = parseOptions(count, arguments);
   if (const auto* const information = std::get_if<Information>(&parsed)) {

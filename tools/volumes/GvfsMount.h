@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "GioTypes.h"
+#include "common/GioTypes.h"
 #include "platform/linux/VolumeSituation.h"
 
 namespace ravelin::volumes {

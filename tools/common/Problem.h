@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace ravelin::open {
+namespace ravelin {
 
 /// The statuses with which the command ends.
 inline constexpr int SUCCEEDED = 0;
@@ -15,4 +15,4 @@ struct Problem {
   std::string message;  ///< one line, for people
 };
 
-}  // namespace ravelin::open
+}  // namespace ravelin

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-namespace ravelin::volumes {
+namespace ravelin {
 
 struct Unref {
   void operator()(void* object) const { g_object_unref(object); }
@@ -18,6 +18,12 @@ struct FreeError {
 struct UnrefLoop {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
 };
+struct UnrefKeyFile {
+  void operator()(GKeyFile* file) const { g_key_file_unref(file); }
+};
+struct UnrefVariant {
+  void operator()(GVariant* variant) const { g_variant_unref(variant); }
+};
 
 /// One reference to an object of GLib's.
 template <class Object>
@@ -26,5 +32,7 @@ using Owned = std::unique_ptr<Object, Unref>;
 using String = std::unique_ptr<char, Free>;
 using Error = std::unique_ptr<GError, FreeError>;
 using Loop = std::unique_ptr<GMainLoop, UnrefLoop>;
+using KeyFile = std::unique_ptr<GKeyFile, UnrefKeyFile>;
+using Variant = std::unique_ptr<GVariant, UnrefVariant>;
 
-}  // namespace ravelin::volumes
+}  // namespace ravelin
