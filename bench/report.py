@@ -22,6 +22,7 @@ import tempfile
 import time
 
 import network
+import volumes
 
 RESIDENT_LIMIT = 6 * 1024  # kB
 HANDLER_SWITCHES = 2  # per second
@@ -353,6 +354,14 @@ def show_networks(table, folder, quick):
         table.line(name, figure, *ratio)
 
 
+def show_volumes(table, folder, quick):
+    table.section(
+        "Mounting", "ratio: to bare GIO in one process, and to a bare search for the text"
+    )
+    for name, figure, *ratio in volumes.rows(folder, quick):
+        table.line(name, figure, *ratio)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
     parser.add_argument("bin", help="the folder of the executables")
@@ -370,6 +379,7 @@ def main():
     show_agent(table, arguments.bin, arguments.quick)
     show_latency(table, arguments.bin, arguments.quick)
     show_networks(table, arguments.bin, arguments.quick)
+    show_volumes(table, arguments.bin, arguments.quick)
 
 
 if __name__ == "__main__":

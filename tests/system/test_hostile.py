@@ -49,8 +49,9 @@ def test_label(home, label):
     made = LABELS[label]
     agent = home.start()
     with home.nothing_changes_elsewhere():
-        agent.announce("disk_mounted", uuid="hostile", label=label)
-        agent.mount("Ordinary", uuid="ordinary")
+        with home.nothing_changes_elsewhere():
+            agent.announce("disk_mounted", uuid="hostile", label=label)
+            agent.mount("Ordinary", uuid="ordinary")
         assert home.shortcuts() == sorted(["Ordinary.app"] + ([made] if made else []))
         if made:
             assert keys(home.desktop / made) == keys(home.desktop / "Ordinary.app")
@@ -94,9 +95,11 @@ def test_link_on_the_way_is_not_followed(home, target):
     (home.desktop / "link").symlink_to(to)
     agent = home.start()
     with home.nothing_changes_elsewhere():
-        agent.announce("disk_mounted", uuid="1", label="link/x")
-        agent.announce("disk_mounted", uuid="2", label="link/Victim")
-        agent.check_works()
+        with home.nothing_changes_elsewhere():
+            agent.announce("disk_mounted", uuid="1", label="link/x")
+            agent.announce("disk_mounted", uuid="2", label="link/Victim")
+            agent.check_works()
+        assert os.listdir(home.desktop / "Inside") == []
         agent.announce("disk_unmounted", uuid="1")
         agent.announce("disk_unmounted", uuid="2")
         agent.check_works()
