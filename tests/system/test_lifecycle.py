@@ -292,7 +292,9 @@ def test_interrupt_ends_the_process_and_unmounts_nothing(home):
     agent.signal(signal.SIGINT)
     assert agent.exit_status() == -signal.SIGINT
     assert home.shortcuts() == ["USB Disk.app"]
-    assert agent.log() == log
+    # An announcement that was repeated until the shortcut was there may still have come in.
+    later = agent.log().removeprefix(log)
+    assert later.replace(received(message("disk_mounted"), "disk_mounted"), "") == ""
     assert ENDED not in log
 
 
