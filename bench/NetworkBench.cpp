@@ -26,6 +26,7 @@
 #include <tuple>
 #include <vector>
 
+#include "SilentLog.h"
 #include "TemporaryHome.h"
 #include "core/Warden.h"
 #include "platform/Service.h"
@@ -39,16 +40,7 @@ constexpr int FIRST_PORT = 20000;
 constexpr int TIMES_PER_ROUND = 5;
 constexpr const char* GROUP = "239.255.77.1";
 
-/// What the agent logs is formatted, but goes nowhere.
-class SilentLog final : public ravelin::platform::SystemLog {
- public:
-  void log(Level /*level*/, std::string_view messageTemplate) override {
-    _size += messageTemplate.size();
-  }
-
- private:
-  std::size_t _size = 0;
-};
+using ravelin::bench::SilentLog;
 
 class OpenWarden final : public ravelin::Warden {
  public:

@@ -23,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "SilentLog.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
 #include "platform/PercentEscaping.h"
@@ -53,16 +54,7 @@ void require(bool condition, const std::string& what) {
   }
 }
 
-/// What the agent logs is formatted, but goes nowhere.
-class SilentLog final : public ravelin::platform::SystemLog {
- public:
-  void log(Level /*level*/, std::string_view messageTemplate) override {
-    _size += messageTemplate.size();
-  }
-
- private:
-  std::size_t _size = 0;
-};
+using ravelin::bench::SilentLog;
 
 /// A system that lists the mounts in one of two ways, and does nothing else.
 class ListingPrograms final : public ravelin::platform::SystemPrograms {
