@@ -254,7 +254,7 @@ bool canBeListed(const std::string& path) {
 }
 
 bool isMissing(const std::string& path) {
-  struct stat status {};
+  struct stat status{};
   return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 

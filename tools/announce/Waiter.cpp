@@ -19,7 +19,7 @@ void Waiter::heedSignals() {
   // They are blocked except during the wait itself, so that none slips in just before it.
   sigset_t heeded;
   sigemptyset(&heeded);
-  struct sigaction action {};
+  struct sigaction action{};
   action.sa_handler = [](int) { gAskedToEnd = 1; };
   sigemptyset(&action.sa_mask);
   for (const int signal : {SIGINT, SIGTERM}) {

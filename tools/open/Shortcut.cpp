@@ -45,7 +45,7 @@ class File {
   File& operator=(const File&) = delete;
 
   [[nodiscard]] std::variant<std::string, Problem> content() const {
-    struct stat status {};
+    struct stat status{};
     if (_descriptor < 0 || ::fstat(_descriptor, &status) != 0) {
       return systemFailure();
     }

@@ -68,7 +68,7 @@ Situation situationBehind(std::string_view message) {
 }
 
 bool isMissing(const std::string& path) {
-  struct stat status {};
+  struct stat status{};
   return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 

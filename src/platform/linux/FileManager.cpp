@@ -36,7 +36,7 @@ bool namesNothing(const std::string& path) {
 }
 
 bool isDirectory(const std::string& path) {
-  struct stat status {};
+  struct stat status{};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
@@ -130,7 +130,7 @@ constexpr int READING = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 Text contentsAt(int folder, const std::string& name, int flags) {
   const Descriptor file(::openat(folder, name.c_str(), flags));
-  struct stat status {};
+  struct stat status{};
   if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
@@ -157,7 +157,7 @@ class LinuxFileManager final : public FileManager {
   }
 
   bool fileExistsAtPath(const std::string& path) override {
-    struct stat status {};
+    struct stat status{};
     return !namesNothing(path) && ::stat(path.c_str(), &status) == 0;
   }
 
@@ -176,7 +176,7 @@ class LinuxFileManager final : public FileManager {
 
   bool fileExistsAtPath(const std::string& path, const Text& beneath) override {
     const Place place = _resolver.resolve(path, beneath);
-    struct stat status {};
+    struct stat status{};
     return place.error == 0 &&
            ::fstatat(place.folder.number(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   }

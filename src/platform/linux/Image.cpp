@@ -25,7 +25,7 @@ class FileImage final : public Image {
 class LinuxImageReader final : public ImageReader {
  public:
   std::unique_ptr<Image> imageWithContentsOfFile(const std::string& path) override {
-    struct stat status {};
+    struct stat status{};
     if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &status) != 0 ||
         !S_ISREG(status.st_mode)) {
       return nullptr;

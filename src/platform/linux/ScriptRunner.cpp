@@ -70,7 +70,7 @@ class LinuxScriptRunner final : public ScriptRunner {
     if (!path.starts_with('/')) {
       return false;
     }
-    struct stat status {};
+    struct stat status{};
     const bool answers = ::stat(path.c_str(), &status) == 0;
     return answers || (target == Target::path && errno != ENOENT && errno != ENOTDIR &&
                        errno != ENAMETOOLONG && errno != ELOOP);

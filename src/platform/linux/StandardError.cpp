@@ -133,7 +133,7 @@ std::size_t writeToPipeOrTerminal(std::string_view text) {
 }
 
 std::size_t writeAtOnce(std::string_view text) {
-  struct stat status {};
+  struct stat status{};
   if (::fstat(STDERR_FILENO, &status) != 0) {
     return 0;
   }

@@ -199,7 +199,9 @@ TEST_F(ServerTest, TheEndOfAServerIsAStop) {
   }
   EXPECT_THAT(log.take(), ElementsAre(STOPPED));
   EXPECT_TRUE(isPortFree(port));
-  { const Server server; }
+  {
+    const Server server;
+  }
   EXPECT_THAT(log.take(), ElementsAre(STOPPED));
 }
 

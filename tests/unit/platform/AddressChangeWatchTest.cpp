@@ -300,8 +300,8 @@ TEST_F(AddressChangeWatchTest, ARefusalIsAnsweredWithItsReason) {
   const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
   std::string reason;
-  const auto refused = AddressChangeWatch::start(
-      RunLoop::main(), [](bool /*anAddressWentAway*/) {}, reason);
+  const auto refused =
+      AddressChangeWatch::start(RunLoop::main(), [](bool /*anAddressWentAway*/) {}, reason);
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
   EXPECT_EQ(refused, nullptr);
   EXPECT_EQ(reason, "Too many open files");

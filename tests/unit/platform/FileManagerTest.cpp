@@ -36,7 +36,7 @@ void put(const std::string& path, std::string_view content) {
 }
 
 mode_t modeOf(const std::string& path) {
-  struct stat status {};
+  struct stat status{};
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 

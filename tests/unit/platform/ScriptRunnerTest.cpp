@@ -97,7 +97,7 @@ TEST_F(ScriptRunnerTest, AShortcutIsAFileOfTheDesktopThatLinksToTheShare) {
             "Name=USB Disk\n"
             "URL=smb://guest:@192.168.1.5/USB%20Disk\n"
             "Icon=ravelin-disk\n");
-  struct stat status {};
+  struct stat status{};
   ASSERT_EQ(::stat((_desktop + "/USB Disk.app").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
 }

@@ -23,8 +23,8 @@ namespace fs = std::filesystem;
 
 /// Whether the place is this name in this very folder.
 bool isAt(const BeneathResolver::Place& place, const std::string& folder, const std::string& name) {
-  struct stat found {};
-  struct stat wanted {};
+  struct stat found{};
+  struct stat wanted{};
   return place.error == 0 && place.name == name && ::fstat(place.folder.number(), &found) == 0 &&
          ::stat(folder.c_str(), &wanted) == 0 && found.st_dev == wanted.st_dev &&
          found.st_ino == wanted.st_ino;

@@ -187,7 +187,7 @@ TEST(StandardErrorTest, LeavesSignalsAsTheyWere) {
   ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
   sigset_t pending{};
   ::sigpending(&pending);
-  struct sigaction action {};
+  struct sigaction action{};
   ::sigaction(SIGPIPE, nullptr, &action);
   for (const int signal : {SIGPIPE, SIGXFSZ, SIGTTOU}) {
     EXPECT_EQ(::sigismember(&before, signal), ::sigismember(&after, signal));
