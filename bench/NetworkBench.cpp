@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -23,6 +24,7 @@
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <tuple>
 #include <vector>
 
@@ -124,13 +126,16 @@ class BareServers {
     _stop();
     for (int number = 0; number < SERVERS; ++number) {
       const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+      if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), "socket");
+      }
       const int on = 1;
       const int off = 0;
       ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
       sockaddr_in local{};
       local.sin_family = AF_INET;
       local.sin_port = htons(static_cast<std::uint16_t>(FIRST_PORT + number));
-      const auto* const address = static_cast<const sockaddr*>(static_cast<const void*>(&local));
+      const auto* const address = reinterpret_cast<const sockaddr*>(&local);
       std::ignore = ::bind(descriptor, address, sizeof local);
       ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
       ::setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off);

@@ -50,7 +50,7 @@ class Socket {
  public:
   Socket() : _descriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     const sockaddr_in local = loopback(0);
-    if (::bind(_descriptor, generic(local), sizeof local) != 0) {
+    if (_descriptor < 0 || ::bind(_descriptor, generic(local), sizeof local) != 0) {
       std::abort();  // the loopback address always has a free port
     }
   }
@@ -74,7 +74,7 @@ class Socket {
 /// Makes the receive buffer as large as the system allows, and answers how many announcements are
 /// sure to fit.
 std::size_t enlarge(int descriptor) {
-  const int wanted = int{64} * 1024 * 1024;
+  const int wanted = 64 * 1024 * 1024;
   ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &wanted, sizeof wanted);
   int size = 0;
   socklen_t length = sizeof size;
@@ -100,11 +100,13 @@ double workedSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
+void nothing() {}
+
 /// Fills the socket again and again, and times only how it is drained. `drain` answers whether it
 /// got as many datagrams as it was told; `tidyUp` follows each time.
-void measure(
-    benchmark::State& state, int descriptor, std::uint16_t port,
-    const std::function<bool(std::size_t)>& drain, const std::function<void()>& tidyUp = [] {}) {
+void measure(benchmark::State& state, int descriptor, std::uint16_t port,
+             const std::function<bool(std::size_t)>& drain,
+             const std::function<void()>& tidyUp = nothing) {
   const std::size_t count = enlarge(descriptor);
   const Socket sender;
   const sockaddr_in receiver = loopback(port);

@@ -29,6 +29,7 @@ using Clock = std::chrono::steady_clock;
 std::vector<DiskPtr> disksOf(benchmark::State& state) {
   std::vector<DiskPtr> disks;
   const auto count = static_cast<std::size_t>(state.range(0));
+  disks.reserve(count);
   for (std::size_t number = 0; number < count; ++number) {
     disks.push_back(announcedDisk(number));
   }

@@ -99,8 +99,12 @@ std::string pointOf(int number) {
 std::string kernelTable() {
   std::string table;
   for (int number = 0; number < MOUNTS; ++number) {
-    table.append("//" + addressOf(number) + "/USB\\040Disk\\040" + std::to_string(number))
-        .append(" " + pointOf(number))
+    table.append("//")
+        .append(addressOf(number))
+        .append("/USB\\040Disk\\040")
+        .append(std::to_string(number))
+        .append(" ")
+        .append(pointOf(number))
         .append(" cifs rw,relatime,vers=3.1.1,cache=strict,username=guest,uid=0,gid=0 0 0\n");
   }
   return table;

@@ -74,7 +74,8 @@ void MountedDisks::_leave(Key key, Record& record) {
 }
 
 void MountedDisks::append(DiskPtr disk) {
-  Record& record = _records.emplace_back(Record{std::move(disk)});
+  Record& record = _records.emplace_back();
+  record.disk = std::move(disk);
   record.self = std::prev(_records.end());
   _join(UUID, record);
   _join(MAC_ADDRESS, record);

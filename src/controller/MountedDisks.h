@@ -40,7 +40,7 @@ class MountedDisks {
   /// The records that have a text in common form a ring in list order.
   struct Record {
     DiskPtr disk;
-    std::list<Record>::iterator self{};
+    std::list<Record>::iterator self;
     std::array<Record*, KEYS> previous{};
     std::array<Record*, KEYS> next{};
   };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <random>
 
 namespace ravelin {
@@ -18,7 +19,7 @@ const Secret& secret() {
   static const Secret& made = *[] {
     auto* fresh = new Secret;
     std::random_device random;
-    std::generate(fresh->begin(), fresh->end(), std::ref(random));
+    std::ranges::generate(*fresh, std::ref(random));
     return fresh;
   }();
   return made;

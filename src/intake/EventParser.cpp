@@ -45,8 +45,7 @@ bool takeItem(std::string_view item, Disk& disk) {
     return true;
   }
   const std::string_view name = item.substr(0, colon);
-  const auto* key = std::find_if(KEYS.begin(), KEYS.end(),
-                                 [name](const Key& candidate) { return candidate.name == name; });
+  const auto* key = std::ranges::find(KEYS, name, &Key::name);
   if (key == KEYS.end()) {
     return false;
   }

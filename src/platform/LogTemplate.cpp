@@ -160,7 +160,7 @@ void appendInteger(std::string& result, const Conversion& conversion, std::strin
   std::string digits(conversion.precision.value_or(1), '0');
   if (digits.empty() && conversion.alternate &&
       (conversion.letter == 'o' || conversion.letter == 'O')) {
-    digits = "0";
+    digits += '0';
   }
   appendNumber(result, conversion, !conversion.precision.has_value(), std::move(prefix), digits);
 }
@@ -170,7 +170,7 @@ std::string fraction(const Conversion& conversion, std::size_t decimals) {
   if (decimals == 0) {
     return conversion.alternate ? "." : "";
   }
-  return "." + std::string(decimals, '0');
+  return std::string(".").append(decimals, '0');
 }
 
 void appendFloat(std::string& result, const Conversion& conversion) {

@@ -41,8 +41,9 @@ std::string removingPercentEscapes(std::string_view text) {
   for (std::size_t at = 0; at < text.size(); ++at) {
     unsigned char byte = 0;
     const std::string_view digits = text.substr(at + 1, DIGIT_COUNT);
-    const char* const end = digits.data() + digits.size();
-    const auto [rest, error] = std::from_chars(digits.data(), end, byte, BASE);
+    const char* const begin = digits.data();
+    const char* const end = begin + digits.size();
+    const auto [rest, error] = std::from_chars(begin, end, byte, BASE);
     const bool isEscape =
         text[at] == '%' && digits.size() == DIGIT_COUNT && error == std::errc() && rest == end;
     plain += isEscape ? static_cast<char>(byte) : text[at];

@@ -49,8 +49,8 @@ bool sequenceOf(unsigned char first, Sequence& sequence) {
 bool isUtf8(std::string_view bytes) {
   for (std::size_t at = 0; at < bytes.size();) {
     Sequence sequence{};
-    if (!sequenceOf(static_cast<unsigned char>(bytes[at++]), sequence) ||
-        bytes.size() - at < sequence.following) {
+    const auto lead = static_cast<unsigned char>(bytes[at++]);
+    if (!sequenceOf(lead, sequence) || bytes.size() - at < sequence.following) {
       return false;
     }
     for (std::size_t index = 0; index < sequence.following; ++index) {

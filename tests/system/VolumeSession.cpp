@@ -30,7 +30,7 @@ int main(int count, char** arguments) {
       {"reference", [&] { return std::to_string(disk.volumeReference()); }},
   };
   for (std::string line; std::getline(std::cin, line);) {
-    std::cout << commands.at(line)() << std::endl;
+    std::cout << commands.at(line)() << '\n' << std::flush;
   }
   return 0;
 }

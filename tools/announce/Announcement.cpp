@@ -59,7 +59,8 @@ std::string Announcement::text(const std::string& number) const {
     if (pair.needed && !pair.omitted) {
       result += result.empty() ? "" : ";";
       result += nameOf(key);
-      result += ":" + pair.value.value_or("");
+      result += ':';
+      result += pair.value.value_or("");
       result += key == Key::uuid || key == Key::label ? number : "";
     }
   }

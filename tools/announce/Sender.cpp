@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "Visible.h"
@@ -131,7 +132,7 @@ std::variant<std::string, Problem> Sender::localAddress() const {
     return _failure("cannot find the address to announce (--ip gives one) for");
   }
   // Some systems disconnect and call it an error nevertheless.
-  static_cast<void>(::connect(_socket, generic(nobody), sizeof nobody));
+  std::ignore = ::connect(_socket, generic(nobody), sizeof nobody);
   return dotted(local.sin_addr);
 }
 

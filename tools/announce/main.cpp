@@ -31,7 +31,7 @@ std::string textOf(const Options& options, std::uint32_t disk) {
     return *raw;
   }
   return std::get<Announcement>(options.content)
-      .text(options.disks ? "-" + std::to_string(disk) : "");
+      .text(options.disks ? std::string("-").append(std::to_string(disk)) : "");
 }
 
 std::optional<Problem> print(const std::string& text) {

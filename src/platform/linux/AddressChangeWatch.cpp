@@ -106,7 +106,7 @@ class NetlinkWatch final : public AddressChangeWatch {
     sockaddr_nl local{};
     local.nl_family = AF_NETLINK;
     local.nl_groups = RTMGRP_IPV4_IFADDR;
-    const auto* const address = static_cast<const sockaddr*>(static_cast<const void*>(&local));
+    const auto* const address = reinterpret_cast<const sockaddr*>(&local);
     if (!socket.isOpen() || ::bind(socket.number(), address, sizeof local) != 0) {
       reason = std::generic_category().message(errno);
       return nullptr;

@@ -26,8 +26,8 @@ void consoleLog(std::string_view text) {
 
   std::string line = date.data();
   line.append(milliseconds.data()).append(" ").append(program_invocation_short_name);
-  line += "[" + std::to_string(::getpid()) + ":" + std::to_string(::gettid()) + "] ";
-  line.append(text) += '\n';
+  line.append("[").append(std::to_string(::getpid())).append(":");
+  line.append(std::to_string(::gettid())).append("] ").append(text).append("\n");
   writeToStandardError(std::move(line));
 }
 

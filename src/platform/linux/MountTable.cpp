@@ -94,11 +94,9 @@ char lowered(char character) {
 /// The source of a share as it stands in a listing.
 std::string shownSource(const Mount& share, std::string_view sought) {
   std::string source = addingPercentEscapes(share.source).value_or(share.source);
-  const auto found =
-      std::search(source.begin(), source.end(), sought.begin(), sought.end(),
-                  [](char mine, char theirs) { return lowered(mine) == lowered(theirs); });
-  if (found != source.end()) {
-    std::ranges::copy(sought, found);
+  const auto found = std::ranges::search(source, sought, {}, lowered, lowered);
+  if (!found.empty()) {
+    std::ranges::copy(sought, found.begin());
   }
   return source;
 }

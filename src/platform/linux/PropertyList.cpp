@@ -96,13 +96,9 @@ Plist parse(std::string_view content) {
   content.remove_prefix(content.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
   plist_t root = nullptr;
   if (hasSoundShape(content)) {
-    const auto length = static_cast<std::uint32_t>(content.size());
     // Not plist_from_memory: its parameters differ between the versions.
-    if (isBinaryPropertyList(content)) {
-      plist_from_bin(content.data(), length, &root);
-    } else {
-      plist_from_xml(content.data(), length, &root);
-    }
+    const auto read = isBinaryPropertyList(content) ? &plist_from_bin : &plist_from_xml;
+    read(content.data(), static_cast<std::uint32_t>(content.size()), &root);
   }
   return Plist(root);
 }

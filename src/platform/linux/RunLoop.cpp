@@ -272,7 +272,7 @@ RunLoop& RunLoop::current() {
   if (thread == getpid()) {
     return main();
   }
-  thread_local EventLoop loop(thread);
+  static thread_local EventLoop loop(thread);
   return loop;
 }
 

@@ -53,7 +53,7 @@ Text registeredHome() {
 }
 
 Text homeFolder() {
-  Text home = absolutePath(std::getenv("HOME"));
+  const Text home = absolutePath(std::getenv("HOME"));
   return home ? home : registeredHome();
 }
 
@@ -145,7 +145,7 @@ Text desktopFolder() {
   if (!home) {
     return std::nullopt;
   }
-  Text desktop = configuredDesktop(*home);
+  const Text desktop = configuredDesktop(*home);
   return desktop ? desktop : appended(*home, "Desktop");
 }
 
@@ -167,8 +167,8 @@ std::vector<std::string> machineWideFolders() {
   if (folders.empty()) {
     folders = absoluteEntries(DEFAULT_DATA_DIRS);
   }
-  std::stable_partition(folders.begin(), folders.end(),
-                        [](const std::string& folder) { return folder == LOCAL_DATA_DIR; });
+  const std::size_t local = std::erase(folders, LOCAL_DATA_DIR);
+  folders.insert(folders.begin(), local, std::string(LOCAL_DATA_DIR));
   return folders;
 }
 

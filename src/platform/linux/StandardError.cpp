@@ -97,7 +97,7 @@ std::size_t writeToFile(std::string_view text) {
 
 /// A pipe may be asked not to wait, write by write, by newer kernels.
 ssize_t writeWithoutWaiting(std::string_view text) {
-  iovec part{const_cast<char*>(text.data()), text.size()};
+  const iovec part{const_cast<char*>(text.data()), text.size()};
   return ::pwritev2(STDERR_FILENO, &part, 1, -1, RWF_NOWAIT);
 }
 

@@ -35,7 +35,7 @@ int facilityNumber(std::string_view name) {
   for (std::size_t number = 0; number < FACILITIES.size(); ++number) {
     const std::string_view known = FACILITIES.at(number);
     if (!known.empty() && known.size() == name.size() &&
-        ::strncasecmp(known.data(), name.data(), name.size()) == 0) {
+        ::strncasecmp(FACILITIES.at(number), name.data(), name.size()) == 0) {
       return static_cast<int>(number);
     }
   }
@@ -101,6 +101,9 @@ bool SystemLogSocket::_connect() {
   std::memcpy(address.sun_path, _path.data(), _path.size());
   for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
     _descriptor = ::socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (_descriptor < 0) {
+      return false;
+    }
     _isStream = type == SOCK_STREAM;
     if (::connect(_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
       return true;

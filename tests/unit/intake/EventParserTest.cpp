@@ -131,8 +131,8 @@ TEST_F(EventParserTest, AnUnknownKeyUndoesTheWholeMessage) {
   for (const char* item : {" label:x", "label :x", "Label:x", "LABEL:x", ":x", ":",
                            "::", "events:x", "even:x", "\nmac:x", "size:5", "label\n:x"}) {
     EXPECT_EQ(parsed(item), std::nullopt) << item;
-    EXPECT_EQ(parsed(std::string(EXAMPLE) + ";" + item), std::nullopt) << item;
-    EXPECT_EQ(parsed(std::string(item) + ";" + std::string(EXAMPLE)), std::nullopt) << item;
+    EXPECT_EQ(parsed(std::string(EXAMPLE).append(";").append(item)), std::nullopt) << item;
+    EXPECT_EQ(parsed(std::string(item).append(";").append(EXAMPLE)), std::nullopt) << item;
   }
   EXPECT_EQ(parsed(std::string(EXAMPLE) + std::string(";label\0:x", 9)), std::nullopt);
   EXPECT_THAT(log.lines(), IsEmpty());
@@ -140,8 +140,8 @@ TEST_F(EventParserTest, AnUnknownKeyUndoesTheWholeMessage) {
 
 TEST_F(EventParserTest, AnItemWithoutColonIsPassedOver) {
   for (const char* item : {"x", "event", "label", " ", "=", "\n"}) {
-    EXPECT_EQ(parsed(std::string(EXAMPLE) + ";" + item), EXAMPLE_TEXTS) << item;
-    EXPECT_EQ(parsed(std::string(item) + ";" + std::string(EXAMPLE)), EXAMPLE_TEXTS) << item;
+    EXPECT_EQ(parsed(std::string(EXAMPLE).append(";").append(item)), EXAMPLE_TEXTS) << item;
+    EXPECT_EQ(parsed(std::string(item).append(";").append(EXAMPLE)), EXAMPLE_TEXTS) << item;
   }
   EXPECT_EQ(parsed("uuid:u;noise;label:l"), (Texts{.uuid = "u", .label = "l"}));
 }

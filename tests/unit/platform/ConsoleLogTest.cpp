@@ -36,7 +36,7 @@ TEST(ConsoleLogTest, PutsTimeAndProcessInFront) {
 TEST(ConsoleLogTest, NamesProgramProcessAndThread) {
   EXPECT_THAT(
       written([] { consoleLog("text"); }),
-      HasSubstr(" " + std::string(program_invocation_short_name) + "[" +
+      HasSubstr(std::string(" ").append(program_invocation_short_name) + "[" +
                 std::to_string(::getpid()) + ":" + std::to_string(::gettid()) + "] text\n"));
 }
 

@@ -138,7 +138,7 @@ TEST(LogTemplateTest, BoundsWidthAndPrecision) {
   EXPECT_EQ(expandLogTemplate("%2000000000d"), blanks + "0");
   EXPECT_EQ(expandLogTemplate("%99999999999999999999999999999d"), blanks + "0");
   EXPECT_EQ(expandLogTemplate("%.99999999999999999999999999999d"), std::string(512, '0'));
-  EXPECT_EQ(expandLogTemplate("%.2147483648f"), "0." + std::string(512, '0'));
+  EXPECT_EQ(expandLogTemplate("%.2147483648f"), std::string("0.").append(512, '0'));
   EXPECT_EQ(expandLogTemplate("%99999999999999999999$d"), "0");
 }
 
@@ -160,9 +160,9 @@ TEST(LogTemplateTest, StaysBoundedForDenseTemplates) {
   }
   const std::string expanded = expandLogTemplate(dense);
   EXPECT_EQ(expanded.size(), LOG_TEMPLATE_LIMIT);
-  EXPECT_EQ(expanded.substr(0, 513), std::string(511, ' ') + "0 ");
+  EXPECT_EQ(expanded.substr(0, 513), std::string(511, ' ').append("0 "));
 
-  const std::string endless = "%" + std::string(4 * LOG_TEMPLATE_LIMIT, '1');
+  const std::string endless = std::string("%").append(4 * LOG_TEMPLATE_LIMIT, '1');
   EXPECT_EQ(expandLogTemplate(endless), endless.substr(0, LOG_TEMPLATE_LIMIT));
   std::string nothing;
   for (int count = 0; count < 100000; ++count) {

@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include "TemporaryDirectory.h"
@@ -169,6 +171,15 @@ std::string bigEndian(std::uint64_t value, int size) {
   return bytes;
 }
 
+/// A container of a binary property list: its marker, and references to objects.
+std::string referring(std::string_view marker, std::initializer_list<std::uint64_t> objects) {
+  std::string container(marker);
+  for (const std::uint64_t object : objects) {
+    container += bigEndian(object, 2);
+  }
+  return container;
+}
+
 /// A binary property list of these objects, the first being the topmost; references take 2 bytes.
 std::string binaryOf(const std::vector<std::string>& objects) {
   std::string content = "bplist00";
@@ -302,7 +313,7 @@ TEST_F(PropertyListTest, OfTwoEqualKeysTheLastCounts) {
 }
 
 TEST_F(PropertyListTest, AUidIsNothing) {
-  const auto found = read(binaryOf({"\xD1" + bigEndian(1, 2) + bigEndian(2, 2),
+  const auto found = read(binaryOf({referring("\xD1", {1, 2}),
                                     "\x51"
                                     "a",
                                     "\x80\x07"}));
@@ -408,20 +419,20 @@ TEST_F(PropertyListTest, ReadsSixtyFourLevelsAndNoMore) {
 }
 
 TEST_F(PropertyListTest, RefusesBinaryFilesThatAreEndlessOrNearlySo) {
-  const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
+  const std::string entry = referring("\xD1", {1, 2});
   // An array that holds itself, a dictionary that is its own key.
   EXPECT_EQ(read(binaryOf({entry,
                            "\x51"
                            "a",
-                           "\xA1" + bigEndian(2, 2)})),
+                           referring("\xA1", {2})})),
             std::nullopt);
-  EXPECT_EQ(read(binaryOf({"\xD1" + bigEndian(0, 2) + bigEndian(0, 2)})), std::nullopt);
+  EXPECT_EQ(read(binaryOf({referring("\xD1", {0, 0})})), std::nullopt);
   // Thirty arrays, each of which holds the next one twice: a thousand million values.
   std::vector<std::string> doubling{entry,
                                     "\x51"
                                     "a"};
   for (std::uint64_t next = 3; next < 33; ++next) {
-    doubling.push_back("\xA2" + bigEndian(next, 2) + bigEndian(next, 2));
+    doubling.push_back(referring("\xA2", {next, next}));
   }
   doubling.emplace_back("\x09");
   EXPECT_EQ(read(binaryOf(doubling)), std::nullopt);
@@ -430,7 +441,7 @@ TEST_F(PropertyListTest, RefusesBinaryFilesThatAreEndlessOrNearlySo) {
                                 "\x51"
                                 "a"};
   for (std::uint64_t next = 3; next < 60'000; ++next) {
-    deep.push_back("\xA1" + bigEndian(next, 2));
+    deep.push_back(referring("\xA1", {next}));
   }
   deep.emplace_back("\x09");
   EXPECT_EQ(read(binaryOf(deep)), std::nullopt);

@@ -622,6 +622,7 @@ TEST(RunLoopTest, ManyThreadsHandOverEachInItsOwnOrder) {
   std::array<std::vector<int>, THREADS> received;
   std::size_t finished = 0;
   std::vector<std::thread> threads;
+  threads.reserve(THREADS);
   for (std::size_t t = 0; t < THREADS; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < ACTIONS; ++i) {

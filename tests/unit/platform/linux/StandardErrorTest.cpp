@@ -149,7 +149,7 @@ TEST(StandardErrorTest, LeavesModeOfOpenFileAlone) {
 TEST(StandardErrorTest, BeginsNewLineAfterOneThatWasCut) {
   const Channel channel = Channel::pipe();
   const StandardErrorReplacement replacement(channel.writer());
-  writeToStandardError(std::string(LONG_LENGTH, 'x') + "\n");
+  writeToStandardError(std::string(LONG_LENGTH, 'x').append("\n"));
   const std::string cut = channel.read();
   EXPECT_EQ(cut, std::string(cut.size(), 'x'));
   EXPECT_GE(cut.size(), 4096U);
@@ -219,7 +219,7 @@ TEST(StandardErrorTest, OlderSystemsBehaveAlike) {
                   ::_exit(2);
                 }
                 expectOnlyWholeLinesAfterFilling(channel);
-                writeToStandardError(std::string(LONG_LENGTH, 'x') + "\n");
+                writeToStandardError(std::string(LONG_LENGTH, 'x').append("\n"));
                 const std::string cut = channel.read();
                 if (cut.size() < 4096 || cut.find_first_not_of('x') != std::string::npos) {
                   ::_exit(3);

@@ -10,6 +10,8 @@ namespace {
 
 constexpr int ALL = 32767;
 
+std::string numberedPath(int number) { return std::string("/").append(std::to_string(number)); }
+
 bool everything(const std::string& /*path*/) { return true; }
 bool nothing(const std::string& /*path*/) { return false; }
 
@@ -36,7 +38,7 @@ TEST(VolumeReferencesTest, NumbersGoRound) {
   VolumeReferences references;
   for (int round = 0; round < 2; ++round) {
     for (int expected = 1; expected <= ALL; ++expected) {
-      ASSERT_EQ(references.give("/" + std::to_string(expected), nothing), expected);
+      ASSERT_EQ(references.give(numberedPath(expected), nothing), expected);
     }
   }
 }
@@ -48,7 +50,7 @@ TEST(VolumeReferencesTest, ANumberIsNotGivenWhileItsVolumeIsMounted) {
   ASSERT_EQ(references.give("/kept", kept), 2);
   std::set<std::int16_t> given;
   for (int round = 0; round < 2 * ALL; ++round) {
-    given.insert(references.give("/" + std::to_string(round), kept));
+    given.insert(references.give(numberedPath(round), kept));
   }
   EXPECT_EQ(given.size(), ALL - 1U);
   EXPECT_FALSE(given.contains(2));
@@ -59,7 +61,7 @@ TEST(VolumeReferencesTest, ANumberIsNotGivenWhileItsVolumeIsMounted) {
 TEST(VolumeReferencesTest, WhenAllAreMountedNoneIsLeft) {
   VolumeReferences references;
   for (int count = 1; count <= ALL; ++count) {
-    ASSERT_EQ(references.give("/" + std::to_string(count), everything), count);
+    ASSERT_EQ(references.give(numberedPath(count), everything), count);
   }
   EXPECT_EQ(references.give("/one too many", everything), 0);
   EXPECT_EQ(references.pathOf(1), "/1");
