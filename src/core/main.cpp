@@ -4,10 +4,10 @@
 #include "core/Logger.h"
 #include "core/SystemState.h"
 #include "core/Warden.h"
+#include "platform/ApplicationServices.h"
 #include "platform/ConsoleLog.h"
 #include "platform/Precondition.h"
 #include "platform/TerminationSignal.h"
-#include "platform/Workspace.h"
 
 namespace ravelin {
 

@@ -9,10 +9,6 @@ namespace ravelin::platform {
 
 class Image;
 
-/// Loads the desktop's application services into a process that has no application object of its
-/// own; false when that fails. Main thread, once.
-[[nodiscard]] bool loadApplicationServices();
-
 /// What a platform's workspace raises where it does not just answer no.
 class WorkspaceException : public std::runtime_error {
  public:

@@ -171,7 +171,7 @@ class Home(contextlib.AbstractContextManager):
 class Agent:
     """A running agent. Standard error goes to a file unless told otherwise."""
 
-    def __init__(self, home, ports=(), stderr=None):
+    def __init__(self, home, ports=(), stderr=None, executable=EXECUTABLE):
         self.home = home
         self.ports = ports
         self._log = home.base / "logs" / str(len(home.agents))
@@ -186,7 +186,7 @@ class Agent:
         with self._log.open("wb") as log:
             self._last_signal = None
             self._process = subprocess.Popen(
-                [EXECUTABLE], env=environment, cwd=home.base, stdin=subprocess.DEVNULL,
+                [executable], env=environment, cwd=home.base, stdin=subprocess.DEVNULL,
                 stdout=subprocess.DEVNULL, stderr=log if stderr is None else stderr)
         home.agents.append(self)
 

@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from agent import (ENDED, REMOVAL_FAILED, STARTED, Agent, Home, icon, message, received,
+from agent import (BIN, ENDED, REMOVAL_FAILED, STARTED, Agent, Home, icon, message, received,
                    wait_until)
 
 NOT_THERE = REMOVAL_FAILED + "No such file or directory\n"
@@ -17,6 +17,7 @@ MOUNTED_BY_STATUS = ("Ravelin Disk: Disk {} is being mounted because it was alre
                      "device as stated in disk_status message\n")
 UNMOUNTED_BY_NO_DISK = ("Ravelin Disk: Disk {} is being unmounted because it was already unmounted "
                         "on the device as stated in no_disk message\n")
+CONSOLE = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \S+\[\d+:\d+\] "
 
 
 def wait_for_ticks(agent):
@@ -267,8 +268,17 @@ def test_without_configuration_the_agent_listens_nowhere_and_can_be_ended(home):
 def test_start_is_told_on_the_console(home):
     agent = home.start()
     first = agent.log().splitlines()[0]
-    assert re.fullmatch(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \S+\[\d+:\d+\] "
-                        r"Success initializing Cocoa\.", first), first
+    assert re.fullmatch(CONSOLE + r"Success initializing Cocoa\.", first), first
+
+
+def test_start_goes_on_where_the_application_services_fail_to_load(home):
+    agent = home.start(executable=BIN / "ravelin-disk-agent-without-services")
+    first = agent.log().splitlines()[0]
+    assert re.fullmatch(CONSOLE + r"Error initializing Cocoa\.", first), first
+    assert "Success" not in agent.log()
+    agent.mount()
+    assert agent.terminate() == 0
+    agent.check_clean_end()
 
 
 @pytest.mark.parametrize("port", [0, 70000, -1, 65536])

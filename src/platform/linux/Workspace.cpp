@@ -25,9 +25,6 @@ class LinuxWorkspace final : public Workspace {
 
 }  // namespace
 
-// Programs without an application object are the ordinary case here.
-bool loadApplicationServices() { return true; }
-
 template <>
 Workspace& native<Workspace>() {
   static auto& instance = *new LinuxWorkspace;
