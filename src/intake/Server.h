@@ -80,11 +80,14 @@ class Server {
   void _sendData(std::optional<std::span<const std::byte>> data,
                  std::optional<std::span<const std::byte>> toAddress) const;
 
- private:
+ protected:
+  /// What the run loop's socket calls. The other arguments must be the server's socket, `read` and
+  /// two nulls, and `info` the server (preconditions). Returns what `_readData` returns.
   static bool SocketReadCallback(platform::RunLoopSocket& socket,
                                  platform::RunLoopSocket::CallbackType type, const void* address,
                                  const void* data, void* info);
 
+ private:
   /// On failure `error`, where given, holds the system's number of the reason.
   bool _setupSocketListeningOnAddress(const Text& address, unsigned long andPort, int* error);
   /// Whether there was a datagram to read.

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -22,14 +24,18 @@
 #include "Announcements.h"
 #include "ManualClock.h"
 #include "RecordingLog.h"
+#include "Seccomp.h"
 #include "TemporaryHome.h"
 #include "Waiting.h"
 #include "controller/PlainModel.h"
 #include "core/Constants.h"
 #include "core/SystemState.h"
 #include "intake/Server.h"
+#include "platform/Image.h"
 #include "platform/RunLoop.h"
+#include "platform/ScriptRunner.h"
 #include "platform/SystemVersion.h"
+#include "platform/Workspace.h"
 
 namespace ravelin {
 namespace {
@@ -245,6 +251,8 @@ class ControllerTest : public testing::Test {
   std::vector<LogLine> _forgotten;
 };
 
+using ControllerDeathTest = ControllerTest;
+
 // Which announcements are taken.
 
 TEST_F(ControllerTest, AnAnnouncementIsValidWhenItHasWhatItsEventNeeds) {
@@ -390,6 +398,71 @@ TEST_F(ControllerTest, AMountedDiskGetsAShortcutAndARecord) {
   EXPECT_EQ(controller->mountedDisks()[0]->lastUpdateTime(), clock.now());
   EXPECT_THAT(log.lines(), ElementsAre(info(receivedLine(datagram(USB), USB))));
   EXPECT_EQ(controller->waitingEvents(), 0U);
+}
+
+TEST_F(ControllerTest, WhatWaitsIsLookedAtEveryHalfSecond) {
+  EXPECT_EQ(DISK_EVENT_HANDLER_INTERVAL, 0.5);
+  const auto begin = std::chrono::steady_clock::now();
+  controller.emplace();
+  receive(USB);
+  ASSERT_TRUE(runUntil([&] { return isMounted("1234-ABCD"); }));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
+}
+
+/// A desktop on which nothing happens but that it is written down, with the thread.
+class RecordingDesktop final : public platform::ScriptRunner,
+                               public platform::ImageReader,
+                               public platform::Workspace {
+ public:
+  bool setIcon(const platform::Image& image, const std::string& forFile,
+               const Text& /*beneath*/) override {
+    take("icon " + fs::path(image.path()).filename().string() + " for " + forFile);
+    return true;
+  }
+
+  std::unique_ptr<platform::Image> imageWithContentsOfFile(const std::string& path) override {
+    take("read " + fs::path(path).filename().string());
+    return std::make_unique<FileImage>(path);
+  }
+
+  std::vector<std::string> calls;
+  bool everythingWasOnTheMainThread = true;
+
+ private:
+  class FileImage final : public platform::Image {
+   public:
+    explicit FileImage(std::string path) : _path(std::move(path)) {}
+    [[nodiscard]] const std::string& path() const override { return _path; }
+
+   private:
+    std::string _path;
+  };
+
+  bool _execute(const platform::Script& /*script*/) override {
+    take("script");
+    return true;
+  }
+
+  void take(std::string call) {
+    calls.push_back(std::move(call));
+    everythingWasOnTheMainThread &= RunLoop::main().isCurrent();
+  }
+
+  const platform::Substitute<platform::ScriptRunner> _scripts{*this};
+  const platform::Substitute<platform::ImageReader> _images{*this};
+  const platform::Substitute<platform::Workspace> _icons{*this};
+};
+
+TEST_F(ControllerTest, TheMainThreadMakesTheShortcutAndThenGivesItItsIcon) {
+  const RecordingDesktop desktop;
+  receive(USB);
+  ASSERT_TRUE(runUntil([&] { return isMounted("1234-ABCD"); }));
+  EXPECT_THAT(desktop.calls,
+              ElementsAre("script", "read icon.ico",
+                          "icon icon.ico for " + onDesktop("USB Disk.app").string()));
+  EXPECT_TRUE(desktop.everythingWasOnTheMainThread);
+  // The last use of the desktop must be over.
+  controller.reset();
 }
 
 TEST_F(ControllerTest, AStatusOfAnUnknownDiskMountsItAndSaysSo) {
@@ -562,6 +635,28 @@ TEST_F(ControllerTest, AnOldShortcutMakesWayForANewOne) {
   EXPECT_THAT(shortcuts(),
               ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
   EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ControllerDeathTest, AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        process(USB);
+        EXPECT_TRUE(test::refuse({__NR_unlinkat, {}}, EACCES));
+        process({.event = "disk_mounted",
+                 .mac = "m",
+                 .ip = "192.168.1.9",
+                 .uuid = "other",
+                 .label = USB.label});
+        EXPECT_THAT(log.take(),
+                    ElementsAre(error("Error when deleting alias file. Reason: Permission "
+                                      "denied")));
+        EXPECT_THAT(shortcuts(),
+                    ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.9/USB%20Disk")));
+        EXPECT_TRUE(isMounted("other"));
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ControllerTest, ALinkInTheShortcutsPlaceIsReplacedAndItsTargetIsNot) {
@@ -809,13 +904,19 @@ TEST_F(ControllerTest, AnUnmountedEventDoesNotWaitForSilence) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(ControllerTest, ASilentDiskGoesByItself) {
+TEST_F(ControllerTest, ASilentDiskGoesByItselfAtTheCheckThatComesEveryHalfMinute) {
+  EXPECT_EQ(DISK_UPDATE_TIME_CHECKER_INTERVAL, 30.0);
+  const auto begin = std::chrono::steady_clock::now();
+  controller.emplace();
   receive(USB);
   ASSERT_TRUE(settle());
   clock.advance(121s);
-  // The check comes every half minute.
   EXPECT_TRUE(runUntil([&] { return !isMounted("1234-ABCD"); }, 90s));
   EXPECT_THAT(shortcuts(), IsEmpty());
+  const auto elapsed = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(elapsed, 30s);
+  // It was the first check that could find it, and not a later one.
+  EXPECT_LT(elapsed, 55s);
 }
 
 TEST_F(ControllerTest, TheCheckGoesOnAfterTermination) {

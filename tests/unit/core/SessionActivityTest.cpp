@@ -1,13 +1,20 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
+#include <thread>
+
 #include "PrivateSystemBus.h"
+#include "TemporaryHome.h"
 #include "Waiting.h"
 #include "core/SystemState.h"
 #include "core/Warden.h"
+#include "platform/RunLoop.h"
 
 namespace ravelin {
 namespace {
 
+using platform::RunLoop;
 using test::PrivateSystemBus;
 
 class OpenWarden : public Warden {
@@ -18,7 +25,7 @@ class OpenWarden : public Warden {
 
 class SessionActivity : public testing::Test {
  protected:
-  void TearDown() override { gSystemActive = false; }
+  void TearDown() override { gSystemActive = gSystemWillTerminate = false; }
 
   /// As `run` sets it before it enters its loop.
   void registerAsActive() {
@@ -26,10 +33,22 @@ class SessionActivity : public testing::Test {
     gSystemActive = true;
   }
 
+  /// Runs the agent, and the action on a thread of its own meanwhile.
+  void duringRun(const std::function<void()>& action) {
+    std::jthread thread;
+    RunLoop::main().perform([&] {
+      thread = std::jthread([&] {
+        action();
+        RunLoop::main().perform([] { gSystemWillTerminate = true; });
+      });
+    });
+    EXPECT_EQ(warden.run(), 0);
+  }
+
   /// The session's state reaches the agent some time after the session manager has it; only a
   /// change that has been seen tells that the agent follows it.
   static void setUntilFollowed(PrivateSystemBus& bus, bool active) {
-    EXPECT_TRUE(test::runUntil([&] {
+    EXPECT_TRUE(holdsInTime([&] {
       bus.setActive(!active);
       bus.setActive(active);
       runFor(std::chrono::milliseconds(100));
@@ -39,9 +58,16 @@ class SessionActivity : public testing::Test {
 
   static void runFor(std::chrono::milliseconds time) {
     const auto end = std::chrono::steady_clock::now() + time;
-    static_cast<void>(test::runUntil([end] { return std::chrono::steady_clock::now() > end; }));
+    static_cast<void>(holdsInTime([end] { return std::chrono::steady_clock::now() > end; }));
   }
 
+  /// On the main thread its run loop runs meanwhile.
+  template <class Condition>
+  static bool holdsInTime(const Condition& condition) {
+    return RunLoop::main().isCurrent() ? test::runUntil(condition) : test::waitUntil(condition);
+  }
+
+  const test::TemporaryHome home;
   OpenWarden warden;
 };
 
@@ -63,6 +89,31 @@ TEST_F(SessionActivity, AfterUnregisteringNothingIsFollowed) {
   ASSERT_TRUE(bus.setActive(true));
   runFor(std::chrono::milliseconds(300));
   EXPECT_FALSE(gSystemActive);
+}
+
+TEST_F(SessionActivity, ARunningAgentFollowsItsSessionAndNoneAfterIt) {
+  PrivateSystemBus bus;
+  duringRun([&] {
+    EXPECT_TRUE(gSystemActive);
+    setUntilFollowed(bus, false);
+    setUntilFollowed(bus, true);
+  });
+  EXPECT_FALSE(gSystemActive);
+  ASSERT_TRUE(bus.setActive(false));
+  ASSERT_TRUE(bus.setActive(true));
+  runFor(std::chrono::milliseconds(300));
+  EXPECT_FALSE(gSystemActive);
+}
+
+TEST_F(SessionActivity, AnAgentThatStartsInTheBackgroundIsActiveUntilItsSessionResigns) {
+  PrivateSystemBus bus;
+  ASSERT_TRUE(bus.setActive(false));
+  duringRun([&] {
+    EXPECT_TRUE(gSystemActive);
+    runFor(std::chrono::seconds(1));
+    EXPECT_TRUE(gSystemActive);
+    setUntilFollowed(bus, false);
+  });
 }
 
 TEST_F(SessionActivity, WithoutABusTheFlagStaysSilently) {

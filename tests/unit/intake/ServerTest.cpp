@@ -6,6 +6,9 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -16,8 +19,10 @@
 #include <vector>
 
 #include "Announcements.h"
+#include "NoFreeDescriptors.h"
 #include "OwnNetwork.h"
 #include "RecordingLog.h"
+#include "Seccomp.h"
 #include "Udp.h"
 #include "Waiting.h"
 
@@ -50,6 +55,11 @@ const LogLine UNREADABLE = error("Server could not read data");
 constexpr const char* GROUP = "239.77.0.1";
 constexpr const char* OTHER_GROUP = "239.77.0.2";
 constexpr const char* LOOPBACK = "127.0.0.1";
+
+class OpenServer final : public Server {
+ public:
+  using Server::SocketReadCallback;
+};
 
 /// Keeps what it is given, and then does what the test wants.
 class Collector final : public ServerDelegate {
@@ -241,6 +251,39 @@ TEST_F(ServerTest, APortThatASocketHasToItselfFailsLikewise) {
   EXPECT_EQ(server.port(), 0U);
 }
 
+TEST_F(ServerTest, AStartForWhichTheSystemHasNoSocketFailsLikewise) {
+  Server server;
+  {
+    const test::NoFreeDescriptors none;
+    server.startOnPort(port);
+  }
+  EXPECT_THAT(log.take(), ElementsAre(error("Server socket cannot be created. Reason: Too many "
+                                            "open files"),
+                                      STOPPED));
+  EXPECT_EQ(server.port(), 0U);
+  EXPECT_EQ(server.cfSocket(), nullptr);
+  EXPECT_EQ(server.multicastSourceAddresses(), std::nullopt);
+  server.startOnPort(port);
+  EXPECT_THAT(log.take(), ElementsAre(STARTED));
+}
+
+TEST_F(ServerDeathTest, ARefusalToShareThePortIsToldAsMinusOneWhateverItsReason) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        EXPECT_TRUE(test::refuse({__NR_setsockopt, {{1, SOL_SOCKET}, {2, SO_REUSEPORT}}}, ENOMEM));
+        Server server;
+        server.startOnPort(port);
+        EXPECT_THAT(log.take(), ElementsAre(error("Server socket cannot be created. Reason: "
+                                                  "Unknown error -1"),
+                                            STOPPED));
+        EXPECT_EQ(server.port(), 0U);
+        EXPECT_EQ(server.cfSocket(), nullptr);
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 TEST_F(ServerTest, AFailedStartLeavesNoDescriptorOpen) {
   const int before = ::dup(0);
   ::close(before);
@@ -381,6 +424,59 @@ TEST_F(ServerTest, AnEmptyDatagramIsAFailedRead) {
   ASSERT_TRUE(sender.send("next", port));
   expectDatagrams(*collector, 1);
   EXPECT_THAT(collector->datagrams, ElementsAre("next"));
+  EXPECT_THAT(log.lines(), ElementsAre(UNREADABLE));
+}
+
+TEST_F(ServerTest, AFirstReadThatFindsNothingIsAFailedRead) {
+  Server server;
+  server.setDelegate(collector);
+  server.startOnPort(port);
+  log.take();
+  // The hand-over and the datagram wake the loop together, and the hand-over is served first.
+  ASSERT_TRUE(sender.send("taken away", port));
+  std::array<char, 64> taken{};
+  ssize_t size = 0;
+  platform::RunLoop::main().perform(
+      [&] { size = ::recv(server.cfSocket()->native(), taken.data(), taken.size(), 0); });
+  EXPECT_TRUE(runUntil([&] { return !log.lines().empty(); }));
+  EXPECT_EQ(size, 10);
+  ASSERT_TRUE(sender.send("next", port));
+  expectDatagrams(*collector, 1);
+  EXPECT_THAT(collector->datagrams, ElementsAre("next"));
+  EXPECT_THAT(log.lines(), ElementsAre(UNREADABLE));
+}
+
+TEST_F(ServerDeathTest, ACallbackThatIsNotTheServersOwnEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  OpenServer server;
+  OpenServer other;
+  server.startOnPort(port);
+  other.startOnPort(port);
+  platform::RunLoopSocket& socket = *server.cfSocket();
+  using Type = platform::RunLoopSocket::CallbackType;
+  const int something = 0;
+  const auto message = [](const std::string& condition) {
+    return AllOf(HasSubstr("Server::SocketReadCallback"), HasSubstr(condition + "\n"));
+  };
+  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, nullptr),
+               message("info is a Server"));
+  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &other),
+               message("socket == server.cfSocket"));
+  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::none, nullptr, nullptr, &server),
+               message("type == read"));
+  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, &something, nullptr, &server),
+               message("address == null"));
+  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, nullptr, &something, &server),
+               message("data == null"));
+  EXPECT_DEATH(
+      {
+        socket.invalidate();
+        OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &server);
+      },
+      AllOf(HasSubstr("Server::_readData"), HasSubstr("native(cfSocket) >= 0\n")));
+  // Where everything is right, it reads: here, that there is nothing.
+  log.take();
+  EXPECT_FALSE(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &server));
   EXPECT_THAT(log.lines(), ElementsAre(UNREADABLE));
 }
 
@@ -553,6 +649,22 @@ TEST_F(ServerTest, WhatTheSystemDoesNotSendIsLogged) {
   EXPECT_THAT(log.take(), ElementsAre(refused));
   server._sendData(bytesOf("hello"), rawBytes(address).first(3));
   EXPECT_THAT(log.take(), ElementsAre(refused));
+}
+
+TEST_F(ServerDeathTest, AFailureToSendThatHasNoReasonIsToldAsSent) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        Server server;
+        server.startOnPort(port);
+        log.take();
+        const sockaddr_in address = internetAddress(LOOPBACK, sender.port());
+        EXPECT_TRUE(test::haveReturn({__NR_sendto, {}}, -5000));
+        server._sendData(bytesOf("hello"), rawBytes(address));
+        EXPECT_THAT(log.take(), ElementsAre(info("Server has sent data")));
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ServerDeathTest, SendingWithoutDataSocketOrWithTooLongAnAddressEndsTheProcess) {
