@@ -87,6 +87,31 @@ std::vector<DiskPtr> Controller::mountedDisks() const {
   return _mountedDisks.copy();
 }
 
+void Controller::setMountedDisks(const std::vector<DiskPtr>& mountedDisks) {
+  MountedDisks records;
+  for (const DiskPtr& disk : mountedDisks) {
+    precondition(disk != nullptr, "Controller::setMountedDisks(mountedDisks)", "disk != null");
+    records.append(disk);
+  }
+  const std::lock_guard lock(_mutex);
+  std::swap(_mountedDisks, records);
+}
+
+std::vector<DiskPtr> Controller::diskEventQueue() const {
+  const std::lock_guard lock(_mutex);
+  const auto& events = _diskEventQueue.elements();
+  return {events.begin(), events.end()};
+}
+
+void Controller::setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue) {
+  Queue events;
+  for (const DiskPtr& event : diskEventQueue) {
+    events.enqueue(event);
+  }
+  const std::lock_guard lock(_mutex);
+  std::swap(_diskEventQueue, events);
+}
+
 std::size_t Controller::waitingEvents() const {
   const std::lock_guard lock(_mutex);
   return _diskEventQueue.count();

@@ -57,6 +57,17 @@ class Controller : public ServerDelegate {
   /// The mounted records, in the order in which they were mounted. A copy; any thread.
   [[nodiscard]] std::vector<DiskPtr> mountedDisks() const;
 
+  /// Puts these records, none of them null, in the place of all others. No shortcut is made or
+  /// removed for that, and a disk that is just being mounted joins the new list. Any thread.
+  void setMountedDisks(const std::vector<DiskPtr>& mountedDisks);
+
+  /// The events that wait for the handler thread, the next one first. A copy; any thread.
+  [[nodiscard]] std::vector<DiskPtr> diskEventQueue() const;
+
+  /// Puts these events, none of them null, in the place of all that wait, whether or not they would
+  /// have been taken as announcements. Any thread.
+  void setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue);
+
   /// How many events wait for the handler thread. Any thread.
   [[nodiscard]] std::size_t waitingEvents() const;
 

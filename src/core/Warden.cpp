@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "controller/Controller.h"
 #include "core/DirectoryFinder.h"
@@ -45,40 +47,59 @@ PropertyListValue valueForKey(const std::optional<PropertyListDictionary>& dicti
 Warden::Warden() = default;
 
 Warden::~Warden() {
-  _controller.reset();
-  _serverArray.clear();
+  setController(nullptr);
+  setServerArray({});
   _stopNetworkInterfaceChangeNotifier();
 }
 
-void Warden::systemWillTerminate() {
-  if (_controller) {
-    _controller->unmountAll();
+void Warden::systemWillTerminate() const {
+  if (const auto current = controller()) {
+    current->unmountAll();
   }
 }
 
 int Warden::run() {
-  _controller = std::make_shared<Controller>();
-  _serverArray.clear();
+  setController(std::make_shared<Controller>());
+  setServerArray({});
   _registerWorkspaceNotifications();
-  const auto addressesAtFirst = _getLocalIPAdresses();
-  _initializeServers();
-  _startNetworkInterfaceChangeNotifier();
-  if (_getLocalIPAdresses() != addressesAtFirst) {
-    // They changed before the notifier was there to tell of it.
-    NetworkInterfaceNotificationCallback(*this, true);
-  }
+  _initializeServersAndStartNotifier();
   gSystemActive = true;
   while (!gSystemWillTerminate) {
     RunLoop::current().runOnce(RunLoop::DISTANT_FUTURE);
   }
   IGMPMembershipRefreshTimer.reset();
   _stopNetworkInterfaceChangeNotifier();
-  _serverArray.clear();
-  _controller->unmountAll();
+  setServerArray({});
+  if (const auto current = controller()) {
+    current->unmountAll();
+  }
   gSystemActive = false;
   _unregisterWorkspaceNotifications();
-  _controller.reset();
+  setController(nullptr);
   return 0;
+}
+
+/// Servers that join must not miss what changes after their addresses have been taken and before
+/// the notifier is there to tell of it, even if it has changed back by then.
+void Warden::_initializeServersAndStartNotifier() {
+  bool hasChanged = false;
+  bool anAddressWentAway = false;
+  std::string ignored;  // the notifier itself will be refused likewise, and that is logged
+  const auto watch = platform::AddressChangeWatch::start(
+      RunLoop::current(),
+      [&](bool wentAway) {
+        hasChanged = true;
+        anAddressWentAway |= wentAway;
+      },
+      ignored);
+  _initializeServers();
+  _startNetworkInterfaceChangeNotifier();
+  if (watch) {
+    watch->tellNow();
+  }
+  if (_serversJoin && (hasChanged || !watch)) {
+    NetworkInterfaceNotificationCallback(*this, anAddressWentAway);
+  }
 }
 
 bool Warden::_startNetworkInterfaceChangeNotifier() {
@@ -109,14 +130,15 @@ void Warden::NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddres
   } else if (anAddressWentAway) {
     // It is back already, but on an interface that may be another one, even if it has the same
     // name: the memberships have gone with the old one. Dropping them fails then, and is logged.
-    mounter._refreshIGMPMembership();
+    mounter._renewMemberships();
   }
 }
 
 /// Order and repetition do not count, as long as there are as many addresses as before.
 bool Warden::_serversAreBuiltFor(const std::vector<std::string>& addresses) const {
-  return addresses.size() == _localIpAddresses.size() && !_addressesChangedWhileBuilding &&
-         std::ranges::all_of(_localIpAddresses, [&](const std::string& address) {
+  const auto builtFor = localIpAddresses();
+  return addresses.size() == builtFor.size() && !_addressesChangedWhileBuilding &&
+         std::ranges::all_of(builtFor, [&](const std::string& address) {
            return std::ranges::find(addresses, address) != addresses.end();
          });
 }
@@ -149,8 +171,10 @@ void Warden::_initializeServers() {
   const bool joinIGMP = valueForKey(config, "JoinIGMP").boolValue();
   const PropertyListValue addresses = valueForKey(config, "MulticastAddresses");
   // The old servers go first, so that their ports are free again.
-  _serverArray.clear();
+  setServerArray({});
+  _serversJoin = false;
   _addressesChangedWhileBuilding = false;
+  _refusedJoins.clear();
   if (addresses.array() == nullptr) {
     return;
   }
@@ -162,25 +186,47 @@ void Warden::_initializeServers() {
 }
 
 void Warden::_startServer(const PropertyListArray& entry, bool joinIGMP) {
-  auto server = std::make_unique<Server>();
+  auto server = std::make_shared<Server>();
   server->startOnPort(entry[1].intValue());
+  auto servers = serverArray();
   if (joinIGMP) {
     const std::string group = shown(entry[0].stringValue());
-    auto addresses = _getLocalIPAdresses();
+    const auto addresses = _getLocalIPAdresses();
     // The servers before this one have not joined on these, and the notice of the change is yet to
     // come.
-    _addressesChangedWhileBuilding |= !_serverArray.empty() && addresses != _localIpAddresses;
-    _localIpAddresses = std::move(addresses);
-    for (const std::string& address : _localIpAddresses) {
-      server->joinMulticastGroup(group, address);
+    _addressesChangedWhileBuilding |= !servers.empty() && addresses != localIpAddresses();
+    setLocalIpAddresses(addresses);
+    _serversJoin = true;
+    for (const std::string& address : addresses) {
+      _join(server, group, address);
     }
   }
-  server->setDelegate(_controller);
-  _serverArray.push_back(std::move(server));
+  server->setDelegate(controller());
+  servers.push_back(std::move(server));
+  setServerArray(std::move(servers));
+}
+
+void Warden::_join(const std::shared_ptr<Server>& server, const std::string& group,
+                   const std::string& address) {
+  server->joinMulticastGroup(group, address);
+  if (!server->hasJoinedMulticastGroup(group, address)) {
+    _refusedJoins.push_back({.server = server, .group = group, .address = address});
+  }
+}
+
+/// What was joined is joined again, and what was refused is tried once more.
+void Warden::_renewMemberships() {
+  const auto refusedBefore = std::exchange(_refusedJoins, {});
+  _refreshIGMPMembership();
+  for (const RefusedJoin& refused : refusedBefore) {
+    if (const auto server = refused.server.lock()) {
+      _join(server, refused.group, refused.address);
+    }
+  }
 }
 
 void Warden::_refreshIGMPMembership() {
-  for (const auto& server : _serverArray) {
+  for (const auto& server : serverArray()) {
     const Text group = server->multicastGroup();
     const auto addresses = server->multicastSourceAddresses();
     if (!group || !addresses) {
@@ -188,7 +234,7 @@ void Warden::_refreshIGMPMembership() {
     }
     for (const std::string& address : *addresses) {
       server->dropMulticastGroup(*group, address);
-      server->joinMulticastGroup(*group, address);
+      _join(server, *group, address);
     }
   }
 }

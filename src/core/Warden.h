@@ -1,11 +1,12 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "core/AtomicProperty.h"
 #include "platform/AddressChangeWatch.h"
 #include "platform/PropertyList.h"
 #include "platform/RunLoop.h"
@@ -17,7 +18,9 @@ class Controller;
 class Server;
 
 /// The agent: owns the controller and the servers, builds the servers from the configuration file,
-/// and runs the main thread's run loop. Main thread only.
+/// and runs the main thread's run loop. Main thread only, but for the three properties, which any
+/// thread may read and replace; the controller and the servers themselves are to be used, and let
+/// go of in the end, on the main thread.
 class Warden {
  public:
   Warden();
@@ -30,20 +33,31 @@ class Warden {
   int run();
 
   /// Removes every shortcut. For the handling of the termination signal.
-  void systemWillTerminate();
+  void systemWillTerminate() const;
 
-  /// One server for each usable entry of the configuration, in its order.
-  [[nodiscard]] const std::vector<std::unique_ptr<Server>>& serverArray() const {
-    return _serverArray;
+  /// One server for each usable entry of the configuration, in its order. A copy of the list; a
+  /// server ends when it is neither on the list nor on a copy of it any more.
+  [[nodiscard]] std::vector<std::shared_ptr<Server>> serverArray() const {
+    return _serverArray.get();
+  }
+  void setServerArray(std::vector<std::shared_ptr<Server>> serverArray) {
+    _serverArray.set(std::move(serverArray));
   }
 
-  /// The controller, or null outside `run`.
-  [[nodiscard]] const std::shared_ptr<Controller>& controller() const { return _controller; }
+  /// The controller, or null outside `run`. It becomes the delegate of the servers that are built
+  /// from now on.
+  [[nodiscard]] std::shared_ptr<Controller> controller() const { return _controller.get(); }
+  void setController(std::shared_ptr<Controller> controller) {
+    _controller.set(std::move(controller));
+  }
 
-  /// The machine's IPv4 addresses for which the servers were last built; empty while joining is
-  /// off.
-  [[nodiscard]] const std::vector<std::string>& localIpAddresses() const {
-    return _localIpAddresses;
+  /// The machine's IPv4 addresses as they were last taken to join on them, which later ones are
+  /// compared with; empty until then. They stay when the configuration switches joining off.
+  [[nodiscard]] std::vector<std::string> localIpAddresses() const {
+    return _localIpAddresses.get();
+  }
+  void setLocalIpAddresses(std::vector<std::string> localIpAddresses) {
+    _localIpAddresses.set(std::move(localIpAddresses));
   }
 
  protected:
@@ -67,16 +81,29 @@ class Warden {
   static std::vector<std::string> _getLocalIPAdresses();
 
  private:
+  /// A join that the system refused. Its address may have been away at that moment only.
+  struct RefusedJoin {
+    std::weak_ptr<Server> server;
+    std::string group;
+    std::string address;
+  };
+
+  void _initializeServersAndStartNotifier();
   void _startServer(const platform::PropertyListArray& entry, bool joinIGMP);
+  void _join(const std::shared_ptr<Server>& server, const std::string& group,
+             const std::string& address);
+  void _renewMemberships();
   [[nodiscard]] bool _serversAreBuiltFor(const std::vector<std::string>& addresses) const;
 
-  std::vector<std::unique_ptr<Server>> _serverArray;
-  std::shared_ptr<Controller> _controller;
+  AtomicProperty<std::vector<std::shared_ptr<Server>>> _serverArray;
+  AtomicProperty<std::shared_ptr<Controller>> _controller;
   std::unique_ptr<platform::AddressChangeWatch> _notificationCFRunLoopSourceRef;
   std::unique_ptr<platform::SessionActivityWatch> _workspaceNotifications;
-  std::vector<std::string> _localIpAddresses;
+  AtomicProperty<std::vector<std::string>> _localIpAddresses;
+  bool _serversJoin = false;
   bool _addressesChangedWhileBuilding = false;
-  std::int32_t IGMPMembershipRefreshRate = 0;
+  std::vector<RefusedJoin> _refusedJoins;
+  long IGMPMembershipRefreshRate = 0;
   std::unique_ptr<platform::RunLoop::Timer> IGMPMembershipRefreshTimer;
 };
 

@@ -23,6 +23,10 @@ class AddressChangeWatch {
                                                    std::string& reason);
 
   virtual ~AddressChangeWatch() = default;
+
+  /// Calls `changed` now, if something has changed of which it has not been told yet.
+  virtual void tellNow() = 0;
+
   AddressChangeWatch(const AddressChangeWatch&) = delete;
   AddressChangeWatch& operator=(const AddressChangeWatch&) = delete;
 

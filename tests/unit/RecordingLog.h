@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -37,9 +38,19 @@ inline LogLine error(std::string text) {
 class RecordingLog final : public platform::SystemLog {
  public:
   void log(Level level, std::string_view messageTemplate) override {
-    const std::lock_guard lock(_mutex);
-    _lines.push_back({.level = level, .text = std::string(messageTemplate)});
+    const LogLine line{.level = level, .text = std::string(messageTemplate)};
+    {
+      const std::lock_guard lock(_mutex);
+      _lines.push_back(line);
+    }
+    if (then) {
+      then(line);
+    }
   }
+
+  /// Called with each line that has been kept, on the thread that writes it. To be set before
+  /// others write.
+  std::function<void(const LogLine&)> then;
 
   [[nodiscard]] std::vector<LogLine> lines() const {
     const std::lock_guard lock(_mutex);

@@ -112,25 +112,30 @@ class NetlinkWatch final : public AddressChangeWatch {
       return nullptr;
     }
     // The action owns all that it uses, because what it calls may destroy the watch.
-    auto watch =
-        loop.watchReadable(socket.number(), RunLoop::Urgency::socket,
-                           [descriptor = socket.number(), tell = std::move(changed)] {
-                             if (const Change change = drained(descriptor); change.anyAtAll) {
-                               tell(change.anAddressWentAway);
-                             }
-                           });
+    RunLoop::Action tell = [descriptor = socket.number(), told = std::move(changed)] {
+      if (const Change change = drained(descriptor); change.anyAtAll) {
+        told(change.anAddressWentAway);
+      }
+    };
+    auto watch = loop.watchReadable(socket.number(), RunLoop::Urgency::socket, tell);
     if (!watch) {
       reason = std::generic_category().message(errno);
       return nullptr;
     }
-    return std::make_unique<NetlinkWatch>(std::move(socket), std::move(watch));
+    return std::make_unique<NetlinkWatch>(std::move(socket), std::move(tell), std::move(watch));
   }
 
-  NetlinkWatch(Descriptor socket, std::unique_ptr<RunLoop::Watch> watch)
-      : _socket(std::move(socket)), _watch(std::move(watch)) {}
+  NetlinkWatch(Descriptor socket, RunLoop::Action tell, std::unique_ptr<RunLoop::Watch> watch)
+      : _socket(std::move(socket)), _tell(std::move(tell)), _watch(std::move(watch)) {}
+
+  void tellNow() override {
+    const RunLoop::Action tell = _tell;
+    tell();
+  }
 
  private:
   Descriptor _socket;
+  RunLoop::Action _tell;
   std::unique_ptr<RunLoop::Watch> _watch;  // goes before the descriptor
 };
 

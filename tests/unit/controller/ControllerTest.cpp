@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -61,6 +62,7 @@ using test::TemporaryHome;
 using test::Texts;
 using test::textsOf;
 using test::waitUntil;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -385,6 +387,74 @@ TEST_F(ControllerTest, AFloodOfLongTextsIsCutOff) {
   } while (controller->waitingEvents() > waiting && sent < 5000);
   EXPECT_GE(waiting * filler.size(), WAITING_TEXT_LIMIT - 2 * filler.size());
   EXPECT_LE(waiting * filler.size(), WAITING_TEXT_LIMIT + 2 * filler.size());
+}
+
+// The properties.
+
+TEST_F(ControllerTest, TheMountedRecordsAreThoseThatWereSet) {
+  process(USB);
+  const auto records = std::vector{makeDisk(CARD), makeDisk(ELSEWHERE)};
+  controller->setMountedDisks(records);
+  EXPECT_EQ(controller->mountedDisks(), records);
+  EXPECT_FALSE(isMounted(*USB.uuid));
+  EXPECT_TRUE(isMounted(*CARD.uuid));
+  // What is on the desktop is another matter.
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
+  process({.event = "no_disk", .mac = CARD.mac});
+  EXPECT_THAT(mountedTexts(), ElementsAre(ELSEWHERE));
+  controller->setMountedDisks({});
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+}
+
+TEST_F(ControllerTest, TheWaitingEventsAreThoseThatWereSet) {
+  ASSERT_TRUE(holdHandler());
+  receive(USB);
+  receive(CARD);
+  std::vector<DiskPtr> events = controller->diskEventQueue();
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_EQ(textsOf(*events[0]), USB);
+  EXPECT_EQ(textsOf(*events[1]), CARD);
+  events = {makeDisk(ELSEWHERE), events[1]};
+  controller->setDiskEventQueue(events);
+  EXPECT_EQ(controller->diskEventQueue(), events);
+  EXPECT_TRUE(controller->_isUniqueEvent(*makeDisk(USB)));
+  EXPECT_FALSE(controller->_isUniqueEvent(*makeDisk(ELSEWHERE)));
+  ASSERT_TRUE(settle());
+  EXPECT_THAT(mountedTexts(), ElementsAre(BLOCKER, ELSEWHERE, CARD));
+}
+
+TEST_F(ControllerTest, ADiskThatIsJustBeingMountedJoinsTheListThatWasSet) {
+  ASSERT_TRUE(holdHandler());
+  controller->setMountedDisks({makeDisk(USB)});
+  ASSERT_TRUE(runUntil([&] { return isMounted("blocker"); }));
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB, BLOCKER));
+}
+
+TEST_F(ControllerTest, ThePropertiesMayBeSetWhileTheHandlerWorks) {
+  std::atomic<bool> isDone = false;
+  std::jthread thread([&] {
+    while (!isDone) {
+      controller->setMountedDisks(controller->mountedDisks());
+      controller->setDiskEventQueue(controller->diskEventQueue());
+    }
+  });
+  for (int number = 0; number < 20; ++number) {
+    const std::string name = std::to_string(number);
+    receive({.event = "disk_mounted", .mac = "m", .ip = "i", .uuid = name, .label = name});
+    receive({.event = "disk_unmounted", .mac = "m", .uuid = name});
+  }
+  // What is set back may have been taken meanwhile, and the other way round.
+  EXPECT_TRUE(runUntil([&] { return controller->waitingEvents() == 0; }));
+  isDone = true;
+}
+
+TEST_F(ControllerDeathTest, NullIsNeitherARecordNorAnEvent) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(controller->setMountedDisks({nullptr}),
+               AllOf(HasSubstr("Controller::setMountedDisks"), HasSubstr("disk != null")));
+  EXPECT_DEATH(controller->setDiskEventQueue({nullptr}),
+               AllOf(HasSubstr("Queue::enqueue"), HasSubstr("disk != null")));
 }
 
 // What is done about them.

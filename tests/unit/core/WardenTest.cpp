@@ -3,10 +3,14 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -18,6 +22,7 @@
 #include "Announcements.h"
 #include "OwnNetwork.h"
 #include "RecordingLog.h"
+#include "Seccomp.h"
 #include "TemporaryHome.h"
 #include "Udp.h"
 #include "Waiting.h"
@@ -154,9 +159,34 @@ class WardenTest : public testing::Test {
               0);
   }
 
+  static bool everyServerHasJoined(const Warden& warden, const std::string& address) {
+    const auto servers = warden.serverArray();
+    return !servers.empty() && std::ranges::all_of(servers, [&](const auto& server) {
+      return server->hasJoinedMulticastGroup(GROUP, address);
+    });
+  }
+
   [[nodiscard]] LogLine lostMembership() const {
     return error("Server cannot drop multicast group 239.77.0.1 (source addr 127.0.0.1) at port " +
                  std::to_string(port));
+  }
+
+  [[nodiscard]] LogLine refusedJoin() const {
+    return error("Server cannot join multicast group 239.77.0.1 at port " + std::to_string(port));
+  }
+
+  void configureJoining(const std::string& entries) const {
+    configure(pair("JoinIGMP", "<true/>") + pair("IGMPMembershipRefreshRate", integer(3600)) +
+              addresses(entries));
+  }
+
+  /// Has the first command run right after the line has been logged for the first time, and so on.
+  void onLine(const LogLine& line, const std::vector<std::string>& commands) {
+    log.then = [line, commands, next = std::size_t{0}](const LogLine& logged) mutable {
+      if (logged == line && next < commands.size()) {
+        EXPECT_EQ(std::system(("true; " + commands[next++]).c_str()), 0);
+      }
+    };
   }
 
   [[nodiscard]] bool isOnDesktop(const std::string& name) const {
@@ -243,6 +273,38 @@ TEST_F(WardenTest, ANewWardenHasNothing) {
   EXPECT_THAT(warden.serverArray(), IsEmpty());
   EXPECT_EQ(warden.controller(), nullptr);
   EXPECT_THAT(warden.localIpAddresses(), IsEmpty());
+}
+
+TEST_F(WardenTest, ThePropertiesAreReadAsTheyWereSet) {
+  OpenWarden warden;
+  warden.setLocalIpAddresses({"192.0.2.1", "192.0.2.2"});
+  EXPECT_THAT(warden.localIpAddresses(), ElementsAre("192.0.2.1", "192.0.2.2"));
+  auto server = std::make_shared<Server>();
+  const std::weak_ptr<Server> watched = server;
+  warden.setServerArray({std::move(server)});
+  EXPECT_EQ(warden.serverArray().front(), watched.lock());
+  warden.setServerArray({});
+  EXPECT_TRUE(watched.expired());
+  const auto controller = std::make_shared<Controller>();
+  warden.setController(controller);
+  EXPECT_EQ(warden.controller(), controller);
+  configure(addresses(entry(port)));
+  warden._initializeServers();
+  EXPECT_EQ(warden.serverArray().front()->delegate(), controller);
+}
+
+TEST_F(WardenTest, AServerThatIsPutOnTheListIsRefreshedAndEndsWithTheNextRebuild) {
+  configure(pair("IGMPMembershipRefreshRate", integer(1)));
+  OpenWarden warden;
+  warden._initializeServers();
+  auto server = std::make_shared<Server>();
+  server->startOnPort(port);
+  warden.setServerArray({std::move(server)});
+  loseMembership(warden);
+  EXPECT_TRUE(runUntil([&] { return log.count(lostMembership()) > 0; }));
+  log.take();
+  warden._initializeServers();
+  EXPECT_THAT(log.take(), ElementsAre(STOPPED));
 }
 
 TEST_F(WardenTest, WithoutConfigurationThereAreNoServersAndNothingIsLogged) {
@@ -529,6 +591,118 @@ TEST_F(WardenTest, AnnouncementsArriveOnEveryJoinedInterface) {
                     },
                     [&] { return isOnDesktop("One.app") && isOnDesktop("Two.app"); }});
   EXPECT_TRUE(fs::is_empty(home.desktop()));
+}
+
+// What changes while the agent starts, before it is told of changes.
+
+TEST_F(WardenTest, WithoutJoiningAnAddressThatComesMeanwhileRebuildsNothing) {
+  if (!test::inOwnNetwork()) {
+    return;
+  }
+  configure(addresses(entry(port)));
+  onLine(STARTED, {"ip address add 192.0.2.99/24 dev first"});
+  Warden warden;
+  runAgent(warden, {[&] { return true; }, [&] { return true; }});
+  EXPECT_THAT(log.lines(), ElementsAre(STARTED, STOPPED));
+}
+
+TEST_F(WardenTest, AnAddressThatComesMeanwhileIsJoinedByEveryServer) {
+  if (!test::inOwnNetwork()) {
+    return;
+  }
+  configureJoining(entry(port) + entry(otherPort));
+  onLine(STARTED, {"", "ip address add 192.0.2.99/24 dev lo"});
+  Warden warden;
+  runAgent(warden, {[&] { return everyServerHasJoined(warden, "192.0.2.99"); }});
+  EXPECT_THAT(log.lines(),
+              ElementsAre(STARTED, STARTED, STOPPED, STOPPED, STARTED, STARTED, STOPPED, STOPPED));
+}
+
+TEST_F(WardenTest, AnAddressThatIsAwayWhenItIsToBeJoinedAndComesBackIsJoined) {
+  if (!test::inOwnNetwork()) {
+    return;
+  }
+  // The second address of an interface is refused, which is known before the next is joined.
+  ASSERT_EQ(std::system("ip address add 192.0.2.99/24 dev first"), 0);
+  configureJoining(entry(port));
+  onLine(refusedJoin(), {"ip address del 198.51.100.7/24 dev second",
+                         "ip address add 198.51.100.7/24 dev second"});
+  Warden warden;
+  runAgent(warden, {[&] {
+             EXPECT_THAT(warden.serverArray().front()->multicastSourceAddresses(),
+                         Optional(ElementsAre(test::FIRST_ADDRESS, test::SECOND_ADDRESS)));
+             return true;
+           }});
+  // Nothing is rebuilt for that; what was refused is tried once more.
+  EXPECT_THAT(log.lines(),
+              ElementsAre(STARTED, refusedJoin(), refusedJoin(), refusedJoin(), STOPPED));
+}
+
+TEST_F(WardenTest, AnAddressThatMovesToAnotherInterfaceMeanwhileIsJoinedThere) {
+  if (!test::inOwnNetwork()) {
+    return;
+  }
+  ASSERT_EQ(std::system("ip link add third type veth peer name fourth && ip link set third up && "
+                        "ip link set fourth up"),
+            0);
+  configureJoining(entry(port) + entry(otherPort));
+  onLine(STARTED, {"",
+                   "ip address del 198.51.100.7/24 dev second && "
+                   "ip address add 198.51.100.7/24 dev third"});
+  Warden warden;
+  runAgent(warden, {[&] {
+             for (const auto& server : warden.serverArray()) {
+               ip_mreqn request{};
+               request.imr_multiaddr.s_addr = ::inet_addr(GROUP);
+               request.imr_ifindex = static_cast<int>(::if_nametoindex("third"));
+               EXPECT_EQ(::setsockopt(server->cfSocket()->native(), IPPROTO_IP, IP_DROP_MEMBERSHIP,
+                                      &request, sizeof request),
+                         0);
+             }
+             return true;
+           }});
+  // The first server's membership there was of its former interface.
+  EXPECT_THAT(log.lines(),
+              ElementsAre(STARTED, STARTED,
+                          error("Server cannot drop multicast group 239.77.0.1 (source addr "
+                                "198.51.100.7) at port " +
+                                std::to_string(port)),
+                          STOPPED, STOPPED));
+}
+
+TEST_F(WardenTest, AJoinThatIsRefusedForGoodRebuildsNothing) {
+  if (!test::inOwnNetwork()) {
+    return;
+  }
+  ASSERT_EQ(std::system("ip address add 192.0.2.99/24 dev first"), 0);
+  configureJoining(entry(port));
+  Warden warden;
+  runAgent(warden, {[&] { return true; }, [&] { return true; }});
+  EXPECT_THAT(log.lines(), ElementsAre(STARTED, refusedJoin(), STOPPED));
+}
+
+TEST_F(WardenDeathTest, WhereTheSystemTellsOfNoChangesTheAddressesAreComparedAllTheSame) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  if (!test::inOwnNetwork()) {
+    return;
+  }
+  configureJoining(entry(port) + entry(otherPort));
+  EXPECT_EXIT(
+      {
+        // As the watch wants it, and nobody else.
+        EXPECT_TRUE(test::refuse(
+            {__NR_socket, {{0, AF_NETLINK}, {1, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK}}}, EPERM));
+        onLine(STARTED, {"", "ip address add 192.0.2.99/24 dev lo"});
+        Warden warden;
+        runAgent(warden, {[&] { return everyServerHasJoined(warden, "192.0.2.99"); }});
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(STARTED, STARTED,
+                                error("SCDynamicStoreSetNotificationKeys() failed: Operation not "
+                                      "permitted"),
+                                STOPPED, STOPPED, STARTED, STARTED, STOPPED, STOPPED));
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(WardenTest, AnAgentThatIsToEndAtOnceDoes) {

@@ -3,17 +3,11 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <netinet/in.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,6 +18,7 @@
 
 #include "OwnNetwork.h"
 #include "RecordingLog.h"
+#include "Seccomp.h"
 #include "TemporaryHome.h"
 #include "Udp.h"
 #include "core/SystemState.h"
@@ -54,6 +49,7 @@ class OpenWarden final : public Warden {
  public:
   using Warden::_getLocalIPAdresses;
   using Warden::_initializeServers;
+  using Warden::_refreshIGMPMembership;
   using Warden::_startNetworkInterfaceChangeNotifier;
   using Warden::_stopNetworkInterfaceChangeNotifier;
   using Warden::NetworkInterfaceNotificationCallback;
@@ -94,34 +90,11 @@ class WardenWatcherTest : public testing::Test {
   std::unique_ptr<OpenWarden> warden = std::make_unique<OpenWarden>();
 };
 
-/// From now on this process is refused the sockets that tell of the network.
-bool forbidNetlink() {
-  constexpr auto load = [](std::size_t offset) {
-    return sock_filter{.code = BPF_LD | BPF_W | BPF_ABS,
-                       .jt = 0,
-                       .jf = 0,
-                       .k = static_cast<std::uint32_t>(offset)};
-  };
-  constexpr auto skipUnless = [](std::uint32_t value, std::uint8_t count) {
-    return sock_filter{.code = BPF_JMP | BPF_JEQ | BPF_K, .jt = 0, .jf = count, .k = value};
-  };
-  constexpr auto answer = [](std::uint32_t value) {
-    return sock_filter{.code = BPF_RET | BPF_K, .jt = 0, .jf = 0, .k = value};
-  };
-  std::array<sock_filter, 6> filter = {
-      load(offsetof(seccomp_data, nr)),   skipUnless(__NR_socket, 3),
-      load(offsetof(seccomp_data, args)), skipUnless(AF_NETLINK, 1),
-      answer(SECCOMP_RET_ERRNO | EPERM),  answer(SECCOMP_RET_ALLOW)};
-  const sock_fprog program{.len = filter.size(), .filter = filter.data()};
-  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-}
-
 TEST_F(WardenWatcherTest, ARefusalIsLoggedWithItsReasonAndHarmless) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        EXPECT_TRUE(forbidNetlink());
+        EXPECT_TRUE(test::refuse({__NR_socket, {{0, AF_NETLINK}}}, EPERM));
         EXPECT_FALSE(warden->_startNetworkInterfaceChangeNotifier());
         EXPECT_THAT(log.take(),
                     ElementsAre(error("SCDynamicStoreSetNotificationKeys() failed: Operation not "
@@ -234,6 +207,56 @@ TEST_F(WardenWatcherTest, AChangeRebuildsOnceAndIsThenKnown) {
   OpenWarden::NetworkInterfaceNotificationCallback(*warden, true);
   EXPECT_THAT(log.take(), ElementsAre(STOPPED, STARTED));
   EXPECT_THAT(warden->localIpAddresses(), UnorderedElementsAre("192.0.2.21", SECOND_ADDRESS));
+  OpenWarden::NetworkInterfaceNotificationCallback(*warden, false);
+  EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(WardenWatcherTest, AnAddressThatIsAwayAtARefreshIsJoinedWhenItIsBack) {
+  if (!inOwnNetwork()) {
+    return;
+  }
+  configure(true);
+  warden->_initializeServers();
+  log.take();
+  const LogLine refused = error("Server cannot join multicast group 239.77.0.1 at port " +
+                                std::to_string(reserved.number()));
+  ASSERT_EQ(std::system("ip address del 198.51.100.7/24 dev second"), 0);
+  warden->_refreshIGMPMembership();
+  EXPECT_THAT(log.take(), ElementsAre(refused));
+  ASSERT_EQ(std::system("ip address add 198.51.100.7/24 dev second"), 0);
+  const auto server = warden->serverArray().front();
+  OpenWarden::NetworkInterfaceNotificationCallback(*warden, true);
+  EXPECT_EQ(warden->serverArray().front(), server);
+  EXPECT_TRUE(server->hasJoinedMulticastGroup(GROUP, SECOND_ADDRESS));
+  EXPECT_THAT(log.take(), IsEmpty());
+  // And is tried no more: to join it twice would be refused.
+  OpenWarden::NetworkInterfaceNotificationCallback(*warden, true);
+  EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(WardenWatcherTest, TheAddressesOfNowAreComparedWithTheProperty) {
+  if (!inOwnNetwork()) {
+    return;
+  }
+  configure(true);
+  warden->_initializeServers();
+  warden->setLocalIpAddresses({FIRST_ADDRESS, "203.0.113.99"});
+  log.take();
+  OpenWarden::NetworkInterfaceNotificationCallback(*warden, false);
+  EXPECT_THAT(log.take(), ElementsAre(STOPPED, STARTED));
+  EXPECT_THAT(warden->localIpAddresses(), ElementsAre(FIRST_ADDRESS, SECOND_ADDRESS));
+}
+
+TEST_F(WardenWatcherTest, TheAddressesStayWhenJoiningIsSwitchedOff) {
+  if (!inOwnNetwork()) {
+    return;
+  }
+  configure(true);
+  warden->_initializeServers();
+  configure(false);
+  warden->_initializeServers();
+  EXPECT_THAT(warden->localIpAddresses(), ElementsAre(FIRST_ADDRESS, SECOND_ADDRESS));
+  log.take();
   OpenWarden::NetworkInterfaceNotificationCallback(*warden, false);
   EXPECT_THAT(log.take(), IsEmpty());
 }

@@ -6,7 +6,6 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sched.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "NoFreeDescriptors.h"
 #include "TemporaryDirectory.h"
 #include "Waiting.h"
 #include "platform/RunLoop.h"
@@ -293,17 +293,48 @@ TEST_F(AddressChangeWatchTest, ItsDescriptorIsKeptFromOtherProgramsAndNeverWaits
   EXPECT_EQ(added, 1);
 }
 
+TEST_F(AddressChangeWatchTest, TellsAtOnceWhatIsYetToBeTold) {
+  start();
+  watch->tellNow();
+  EXPECT_THAT(told, IsEmpty());
+  ip("address add 192.0.2.1/24 dev near");
+  watch->tellNow();
+  EXPECT_THAT(std::exchange(told, {}), ElementsAre(false));
+  ip("address del 192.0.2.1/24 dev near");
+  ip("address add 192.0.2.1/24 dev near");
+  watch->tellNow();
+  EXPECT_THAT(std::exchange(told, {}), ElementsAre(true));
+  watch->tellNow();
+  EXPECT_TRUE(nothingWakesTheLoop());
+  EXPECT_THAT(told, IsEmpty());
+  ip("address del 192.0.2.1/24 dev near");
+  EXPECT_THAT(nextTold(), ElementsAre(true));
+}
+
+TEST_F(AddressChangeWatchTest, MayEndWhileItTellsAtOnce) {
+  std::string reason;
+  watch = AddressChangeWatch::start(
+      RunLoop::main(),
+      [this](bool anAddressWentAway) {
+        watch.reset();
+        told.push_back(anAddressWentAway);
+      },
+      reason);
+  ASSERT_NE(watch, nullptr) << reason;
+  ip("address add 192.0.2.1/24 dev near");
+  watch->tellNow();
+  EXPECT_THAT(told, ElementsAre(false));
+}
+
 TEST_F(AddressChangeWatchTest, ARefusalIsAnsweredWithItsReason) {
   ASSERT_NE(&RunLoop::main(), nullptr);
-  rlimit limit{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
   std::string reason;
-  const auto refused =
-      AddressChangeWatch::start(RunLoop::main(), [](bool /*anAddressWentAway*/) {}, reason);
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-  EXPECT_EQ(refused, nullptr);
+  {
+    const test::NoFreeDescriptors none;
+    EXPECT_EQ(AddressChangeWatch::start(
+                  RunLoop::main(), [](bool /*anAddressWentAway*/) {}, reason),
+              nullptr);
+  }
   EXPECT_EQ(reason, "Too many open files");
 }
 
