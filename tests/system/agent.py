@@ -5,7 +5,9 @@ import os
 import pathlib
 import plistlib
 import random
+import re
 import resource
+import shutil
 import signal
 import socket
 import stat
@@ -16,6 +18,7 @@ import time
 
 BIN = pathlib.Path(os.environ["RAVELIN_DISK_BIN"])
 EXECUTABLE = BIN / "ravelin-disk-agent"
+HELPER = "ravelin-disk-icon"
 _CODE = EXECUTABLE.read_bytes()
 SANITIZER = "asan" if b"__asan_init" in _CODE else "tsan" if b"__tsan_init" in _CODE else None
 del _CODE
@@ -145,6 +148,23 @@ class Home(contextlib.AbstractContextManager):
         agent.wait_for_log(STARTED, count=len(ports))
         return agent
 
+    def install(self, helper=None):
+        """Copies the agent into this home, where a test can put another helper beside it: a shell
+        script. Returns the agent's path."""
+        folder = self.base / "bin"
+        folder.mkdir()
+        shutil.copy(EXECUTABLE, folder)
+        if helper is not None:
+            (folder / HELPER).write_text(f"#!/bin/sh\n{helper}\n")
+            (folder / HELPER).chmod(0o755)
+        return folder / EXECUTABLE.name
+
+    def give_to(self, user):
+        """Has the user, a number, own everything here."""
+        for folder, _, files in os.walk(self.base):
+            for path in folder, *(os.path.join(folder, name) for name in files):
+                os.chown(path, user, user)
+
     def shortcuts(self):
         """What lies on the desktop, hidden files included."""
         return sorted(os.listdir(self.desktop))
@@ -169,9 +189,10 @@ class Home(contextlib.AbstractContextManager):
 
 
 class Agent:
-    """A running agent. Standard error goes to a file unless told otherwise."""
+    """A running agent. Standard error goes to a file unless told otherwise. The command ends up as
+    the agent; `how` goes to the system, as does `user`, a number."""
 
-    def __init__(self, home, ports=(), stderr=None, executable=EXECUTABLE):
+    def __init__(self, home, ports=(), stderr=None, command=(EXECUTABLE,), **how):
         self.home = home
         self.ports = ports
         self._log = home.base / "logs" / str(len(home.agents))
@@ -184,10 +205,9 @@ class Agent:
                            XDG_CONFIG_HOME=str(home.path / ".config"),
                            XDG_DATA_DIRS=f"{home.base / 'machine'}:/usr/share")
         with self._log.open("wb") as log:
-            self._last_signal = None
             self._process = subprocess.Popen(
-                [executable], env=environment, cwd=home.base, stdin=subprocess.DEVNULL,
-                stdout=subprocess.DEVNULL, stderr=log if stderr is None else stderr)
+                [*command], env=environment, cwd=home.base, stdin=subprocess.DEVNULL,
+                stdout=subprocess.DEVNULL, stderr=log if stderr is None else stderr, **how)
         home.agents.append(self)
 
     @property
@@ -245,20 +265,9 @@ class Agent:
 
     def signal(self, number):
         self._process.send_signal(number)
-        self._last_signal = number
 
     def exit_status(self, patience=PATIENCE):
         """Waits for the end; a negative number is the signal that made it."""
-        end = time.monotonic() + patience
-        # ThreadSanitizer runs signal handlers late: one whose signal comes just before a wait that
-        # it does not know (epoll_pwait2) runs after that wait only, which the next signal ends.
-        while SANITIZER == "tsan" and self._last_signal == signal.SIGTERM:
-            try:
-                return self._process.wait(1)
-            except subprocess.TimeoutExpired:
-                if time.monotonic() > end:
-                    raise
-                self._process.send_signal(signal.SIGTERM)
         return self._process.wait(patience)
 
     def terminate(self, patience=PATIENCE):
@@ -288,6 +297,16 @@ class Agent:
                 unread += int(fields[4].split(":")[1], 16)
                 lost += int(fields[-1])
         return unread, lost
+
+    def descriptors(self):
+        """What the descriptors are, by their number, and whether children inherit them."""
+        found = {}
+        for entry in pathlib.Path(f"/proc/{self.pid}/fd").iterdir():
+            with contextlib.suppress(FileNotFoundError):
+                details = pathlib.Path(f"/proc/{self.pid}/fdinfo/{entry.name}").read_text()
+                flags = int(re.search(r"^flags:\s*(\d+)$", details, re.MULTILINE)[1], 8)
+                found[int(entry.name)] = (os.readlink(entry), not flags & os.O_CLOEXEC)
+        return found
 
     def status(self, field):
         """A number from the system's status of the process."""

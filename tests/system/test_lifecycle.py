@@ -272,7 +272,7 @@ def test_start_is_told_on_the_console(home):
 
 
 def test_start_goes_on_where_the_application_services_fail_to_load(home):
-    agent = home.start(executable=BIN / "ravelin-disk-agent-without-services")
+    agent = home.start(command=[BIN / "ravelin-disk-agent-without-services"])
     first = agent.log().splitlines()[0]
     assert re.fullmatch(CONSOLE + r"Error initializing Cocoa\.", first), first
     assert "Success" not in agent.log()

@@ -10,10 +10,13 @@ import struct
 import termios
 import time
 
+import pytest
+
 from agent import (ENDED, PATIENCE, SANITIZER, Agent, Home, check_for_reports, icon,
                    message, wait_until)
 
 INSTANTS = 300 if SANITIZER is None else 60
+SESSION_ENDS = 60 if SANITIZER is None else 20
 EARLY_INSTANTS = 100 if SANITIZER is None else 40
 AT_ONCE = 6
 TICK = 0.5
@@ -57,6 +60,60 @@ def test_second_signal_changes_nothing(home):
     time.sleep(0.001)
     agent.signal(signal.SIGTERM)
     agent.check_clean_end()
+
+
+def end_session(seed):
+    """One agent with disks, ended as at the end of a session: SIGTERM and at once, or almost, the
+    other signals that a session and its terminal send."""
+    rng = random.Random(seed)
+    others = [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT]
+    rng.shuffle(others)
+    with Home() as home:
+        agent = home.start()
+        for number in range(50):
+            agent.announce("disk_mounted", uuid=str(number), label=f"Disk {number}")
+        wait_until(lambda: len(home.shortcuts()) == 50, "50 shortcuts")
+        time.sleep(rng.uniform(0, 0.02))
+        agent.signal(signal.SIGTERM)
+        for other in others[:rng.randrange(1, 4)]:
+            instant = time.monotonic() + rng.choice([0, 0, rng.uniform(0, 0.0005),
+                                                     rng.uniform(0, 0.02)])
+            while time.monotonic() < instant:
+                pass
+            agent.signal(other)
+        try:
+            agent.check_clean_end()
+        except AssertionError as error:
+            raise AssertionError(f"seed {seed}") from error
+
+
+def test_signals_right_behind_it_change_nothing():
+    with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as threads:
+        list(threads.map(end_session, range(SESSION_ENDS)))
+
+
+def test_signals_behind_it_change_nothing_while_a_helper_holds_up_the_agent(home):
+    program = home.install(helper=f"touch {home.base}/helping; exec sleep 1000")
+    home.user_config.parent.mkdir(parents=True)
+    (home.user_config.parent / "icon.ico").write_bytes(icon())
+    agent = home.start(command=[program])
+    agent.announce("disk_mounted")
+    wait_until((home.base / "helping").exists, "a helper that hangs")
+    for number in signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT:
+        agent.signal(number)
+    agent.check_clean_end()
+
+
+@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT])
+def test_without_it_these_signals_end_the_agent_as_they_end_every_program(home, number):
+    agent = home.start()
+    path = agent.mount()
+    before = agent.log()
+    agent.signal(number)
+    assert agent.exit_status() == -number
+    assert path.exists()
+    assert ENDED not in agent.log()
+    assert agent.log().startswith(before)
 
 
 def start_up_time():

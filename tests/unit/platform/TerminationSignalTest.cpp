@@ -58,21 +58,19 @@ TEST_F(TerminationSignalTest, TheHandlerMayEndTheProcess) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, WakesTheSleepingLoopWhicheverThreadGetsTheSignal) {
+TEST_F(TerminationSignalTest, WakesTheSleepingLoopWhicheverThreadRuns) {
   EXPECT_EXIT(
       {
         int calls = 0;
         installTerminationHandler([&] { ++calls; });
-        for (const bool onMainThread : {true, false}) {
-          std::thread other([onMainThread] {
+        for (int expected = 1; expected <= 2; ++expected) {
+          std::thread other([] {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            if (onMainThread) {
-              kill(getpid(), SIGTERM);  // which the main thread gets unless it blocks it
-            } else {
-              raise(SIGTERM);
-            }
+            kill(getpid(), SIGTERM);
           });
-          RunLoop::main().runOnce(RunLoop::DISTANT_FUTURE);
+          while (calls < expected) {
+            RunLoop::main().runOnce(RunLoop::DISTANT_FUTURE);
+          }
           other.join();
         }
         finish(calls == 2);
@@ -145,12 +143,33 @@ TEST_F(TerminationSignalTest, SurvivesManySignals) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, NoOtherSignalChanges) {
+TEST_F(TerminationSignalTest, BeforeItTheSignalsOfASessionEndTheProcess) {
+  for (const int signal : {SIGHUP, SIGINT, SIGQUIT}) {
+    EXPECT_EXIT(
+        {
+          installTerminationHandler([] {});
+          raise(signal);
+          finish(true);
+        },
+        testing::KilledBySignal(signal), "");
+    EXPECT_EXIT(
+        {
+          installTerminationHandler([] {});
+          std::thread([signal] { raise(signal); }).join();
+          finish(true);
+        },
+        testing::KilledBySignal(signal), "");
+  }
+}
+
+TEST_F(TerminationSignalTest, BeforeItNoOtherSignalChanges) {
   const auto dispositions = [] {
     std::string text;
     for (int signal = 1; signal < 32; ++signal) {
       struct sigaction action = {};
-      if (signal != SIGTERM && sigaction(signal, nullptr, &action) == 0) {
+      const bool belongsHere =
+          signal == SIGTERM || signal == SIGHUP || signal == SIGINT || signal == SIGQUIT;
+      if (!belongsHere && sigaction(signal, nullptr, &action) == 0) {
         text += action.sa_handler == SIG_DFL ? 'd' : action.sa_handler == SIG_IGN ? 'i' : 'h';
       }
     }
@@ -163,13 +182,58 @@ TEST_F(TerminationSignalTest, NoOtherSignalChanges) {
         finish(dispositions() == before);
       },
       testing::ExitedWithCode(PASSED), "");
+}
+
+TEST_F(TerminationSignalTest, ASignalThatWasIgnoredStaysIgnored) {
   EXPECT_EXIT(
       {
+        signal(SIGHUP, SIG_IGN);
+        signal(SIGINT, SIG_IGN);
         installTerminationHandler([] {});
+        raise(SIGHUP);
         raise(SIGINT);
         finish(true);
       },
-      testing::KilledBySignal(SIGINT), "");
+      testing::ExitedWithCode(PASSED), "");
+}
+
+TEST_F(TerminationSignalTest, FromItOnTheSignalsOfASessionDoNothing) {
+  EXPECT_EXIT(
+      {
+        bool called = false;
+        installTerminationHandler([&] { called = true; });
+        kill(getpid(), SIGTERM);
+        // The loop has not taken it yet.
+        for (const int signal : {SIGHUP, SIGINT, SIGQUIT}) {
+          kill(getpid(), signal);
+          raise(signal);
+          std::thread([signal] { raise(signal); }).join();
+        }
+        while (!called) {
+          RunLoop::main().runOnce(Seconds(10));
+        }
+        finish(true);
+      },
+      testing::ExitedWithCode(PASSED), "");
+}
+
+TEST_F(TerminationSignalTest, NothingCutsTheHandlerShort) {
+  EXPECT_EXIT(
+      {
+        installTerminationHandler([] {
+          for (const int signal :
+               {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ,
+                SIGVTALRM, SIGPROF, SIGIO, SIGPWR, SIGTSTP, SIGTTIN, SIGTTOU, SIGRTMIN, SIGRTMAX}) {
+            kill(getpid(), signal);
+            raise(signal);
+          }
+          finish(true);
+        });
+        raise(SIGTERM);
+        RunLoop::main().runOnce(Seconds(10));
+        finish(false);
+      },
+      testing::ExitedWithCode(PASSED), "");
 }
 
 TEST_F(TerminationSignalTest, IsInstalledOnceAndByTheMainThread) {
