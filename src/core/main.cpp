@@ -7,6 +7,7 @@
 #include "platform/ApplicationServices.h"
 #include "platform/ConsoleLog.h"
 #include "platform/Precondition.h"
+#include "platform/StandardDescriptors.h"
 #include "platform/TerminationSignal.h"
 
 namespace ravelin {
@@ -33,6 +34,7 @@ Warden* mounter = nullptr;
 
 int main() {
   using namespace ravelin;
+  platform::openStandardDescriptors();
   platform::installTerminationHandler(handleSigTermSignal);
   platform::consoleLog(platform::loadApplicationServices() ? "Success initializing Cocoa."
                                                            : "Error initializing Cocoa.");

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "core/Logger.h"
+#include "platform/DatagramSocket.h"
 #include "platform/MulticastSocket.h"
 #include "platform/Precondition.h"
 #include "platform/RunLoop.h"
@@ -100,7 +101,7 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
   precondition(cfSocket() == nullptr, OPERATION, "cfSocket == null");
 
   int failure = 0;
-  const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+  const int descriptor = platform::openDatagramSocket();
   if (descriptor < 0) {
     failure = errno;
   }

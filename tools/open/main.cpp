@@ -12,6 +12,7 @@
 #include "Shortcut.h"
 #include "common/GioTypes.h"
 #include "common/Problem.h"
+#include "platform/StandardDescriptors.h"
 
 namespace ravelin::open {
 namespace {
@@ -69,6 +70,7 @@ int run(const Options& options) {
 int main(int count, char** arguments) {
   using namespace ravelin;
   using namespace ravelin::open;
+  platform::openStandardDescriptors();
   std::setlocale(LC_ALL, "");
   const auto parsed = parseOptions(count, arguments);
   if (const auto* const information = std::get_if<Information>(&parsed)) {

@@ -10,6 +10,7 @@
 #include "disk/DiskManager.h"
 #include "platform/ChildProcess.h"
 #include "platform/PathComponents.h"
+#include "platform/StandardDescriptors.h"
 #include "platform/Text.h"
 
 namespace ravelin::volume {
@@ -77,6 +78,7 @@ int conclude(const std::optional<Problem>& problem) {
 int main(int count, char** arguments) {
   using namespace ravelin;
   using namespace ravelin::volume;
+  platform::openStandardDescriptors();
   auto parsed = parseOptions(count, arguments);
   if (const auto* const information = std::get_if<Information>(&parsed)) {
     return conclude(print(information->text));

@@ -237,6 +237,10 @@ class EventLoop final : public RunLoop {
     Action action;
     {
       const std::lock_guard lock(self._mutex);
+      // Whoever has got hold of the eventfd from outside can count what is not there.
+      if (self._actions.empty()) {
+        return 0;
+      }
       action = std::move(self._actions.front());
       self._actions.pop_front();
     }

@@ -1,5 +1,6 @@
 #include "intake/Server.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -186,6 +187,12 @@ TEST_F(ServerTest, AStoppedServerDeliversNothingThatStillWaited) {
   ASSERT_TRUE(sender.send("heard", port));
   expectDatagrams(*later, 1);
   EXPECT_THAT(collector->datagrams, IsEmpty());
+}
+
+TEST_F(ServerTest, NoChildProcessGetsTheSocket) {
+  Server server;
+  server.startOnPort(port);
+  EXPECT_EQ(::fcntl(server.cfSocket()->native(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(ServerTest, AServerThatIsStartedAgainHasJoinedNothing) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,11 +14,13 @@
 #include <csignal>
 #include <cstddef>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <memory>
 #include <numeric>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -559,6 +562,29 @@ TEST(RunLoopTest, PerformIsAlwaysLaterAndInOrder) {
   EXPECT_THAT(calls, ElementsAre(1, 2));
   loop.runOnce(Seconds(10));
   EXPECT_THAT(calls, ElementsAre(1, 2, 3));
+}
+
+/// Has every eventfd of the process count one more than there is.
+void countTooMuch() {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code error;
+    if (std::filesystem::read_symlink(entry, error) == "anon_inode:[eventfd]") {
+      EXPECT_EQ(eventfd_write(std::stoi(entry.path().filename()), 1), 0);
+    }
+  }
+}
+
+TEST(RunLoopTest, AnEmptyQueueIsNoHarmWhateverTheSystemCounts) {
+  auto& loop = RunLoop::current();
+  countTooMuch();
+  loop.runOnce(Seconds(0.1));
+  int calls = 0;
+  loop.perform([&] { ++calls; });
+  countTooMuch();
+  loop.perform([&] { ++calls; });
+  EXPECT_TRUE(runUntil(loop, [&] { return calls == 2; }));
+  loop.runOnce(Seconds(0.1));
+  EXPECT_EQ(calls, 2);
 }
 
 TEST(RunLoopTest, PerformedBeforeTheLoopRunsIsNotLost) {
