@@ -107,6 +107,9 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
   }
   if (failure == 0) {
     const int on = 1;
+    // Some systems share a port between users only with this one. Without it the server still
+    // works, so a refusal is none.
+    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     failure = ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
   }
   if (failure == 0) {

@@ -3,6 +3,7 @@
 import contextlib
 import os
 import plistlib
+import pwd
 import random
 import signal
 import socket
@@ -12,7 +13,7 @@ import time
 import pytest
 
 import namespaces
-from agent import BIN, STARTED, Agent, wait_until
+from agent import BIN, STARTED, Agent, Home, wait_until
 from namespaces import GROUP, PORT, Network
 
 OTHER_GROUP = "239.255.77.2"
@@ -431,6 +432,72 @@ def test_a_configuration_that_is_edited_takes_effect_at_the_next_rebuild(scene):
     at.hears(0, 1, group=OTHER_GROUP)
     assert at.members(0, GROUP) == at.members(1, GROUP) == 0
     assert "Too early" not in at.agent.log()
+
+
+# Several users
+
+USERS = [pwd.getpwnam("nobody").pw_uid, pwd.getpwnam("daemon").pw_uid]
+
+
+class Neighbours:
+    """The agents of several users on the computer of a scene, with the same configuration."""
+
+    def __init__(self, at, stack, *entries):
+        self.homes = []
+        self.agents = []
+        for user in USERS:
+            home = stack.enter_context(Home())
+            at.home = home
+            ports = at.configure(*entries)
+            program = home.install()
+            home.give_to(user)
+            with at.computer.entered():
+                agent = home.start_as_configured(*ports, command=[program], user=user, group=user,
+                                                 extra_groups=[])
+            self.homes.append(home)
+            self.agents.append(agent)
+
+    def who_sees(self, label):
+        return [f"{label}.app" in home.shortcuts() for home in self.homes]
+
+
+@pytest.fixture(name="neighbours")
+def fixture_neighbours(scene):
+    with contextlib.ExitStack() as stack:
+        at = scene(1)
+        yield at, lambda *entries: Neighbours(at, stack, *entries)
+
+
+def test_the_agents_of_two_users_both_hear_a_group(neighbours):
+    at, start = neighbours
+    both = start((GROUP, PORT), (OTHER_GROUP, PORT))
+    assert [agent.status("Uid") for agent in both.agents] == USERS
+    for group in GROUP, OTHER_GROUP:
+        label = f"To {group}"
+
+        def is_there(group=group, label=label):
+            at.announce(label, group=group)
+            return all(both.who_sees(label))
+
+        wait_until(is_there, "the shortcut on both desktops", period=0.25)
+    for agent in both.agents:
+        assert "Server socket cannot be created" not in agent.log()
+        assert agent.terminate() == 0
+    assert not any(both.who_sees(f"To {GROUP}"))
+
+
+def test_the_agent_that_started_last_gets_what_is_sent_to_the_machine_alone(neighbours):
+    at, start = neighbours
+    both = start()
+    # Each of them comes from another port.
+    labels = [f"Straight {number}" for number in range(20)]
+    for label in labels:
+        at.send("--label", label, "--uuid", label, "mounted", "10.77.0.2", PORT)
+    wait_until(lambda: all(both.who_sees(label)[1] for label in labels), "the shortcuts")
+    assert both.homes[0].shortcuts() == []
+    assert both.agents[1].terminate() == 0
+    at.send("--label", "Alone", "--uuid", "Alone", "mounted", "10.77.0.2", PORT)
+    wait_until(lambda: both.who_sees("Alone")[0], "the shortcut on the other desktop")
 
 
 # Whatever the moment
