@@ -16,7 +16,8 @@ class LaunchException : public std::runtime_error {
 
 /// How a program ended.
 struct ChildResult {
-  /// What it exited with, or the number of the signal that ended it.
+  /// What it exited with, or the number of the signal that ended it; -1 when the system does not
+  /// tell how it ended.
   int terminationStatus = 0;
   bool wasSignalled = false;
   /// It had not ended when the time was up, and was killed.
@@ -27,7 +28,9 @@ struct ChildResult {
   [[nodiscard]] bool succeeded() const { return !wasSignalled && terminationStatus == 0; }
 };
 
-/// Runs programs, without a shell. Any thread; the caller waits.
+/// Runs programs, without a shell. They begin with no signal ignored or blocked, whatever this
+/// process does. A process that was made to ignore how its children end stops doing so. Any thread;
+/// the caller waits.
 class ChildProcesses {
  public:
   enum class Output {
@@ -38,8 +41,9 @@ class ChildProcesses {
   virtual ~ChildProcesses() = default;
 
   /// Runs the program at the path with the arguments and waits until it has ended, but no longer
-  /// than the limit; then it is killed. Its standard input is empty. Of the output, 16 MiB are kept
-  /// and the rest is read and dropped. Raises LaunchException when it cannot be started.
+  /// than the limit; then it is killed, and given up if it does not even end then. Its standard
+  /// input is empty. Of the output, 16 MiB are kept and the rest is read and dropped. Raises
+  /// LaunchException when it cannot be started.
   virtual ChildResult run(const std::string& path, const std::vector<std::string>& arguments,
                           Output output,
                           std::optional<std::chrono::milliseconds> limit = std::nullopt) = 0;

@@ -11,7 +11,9 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 #include <system_error>
+#include <thread>
 
 #include "platform/Precondition.h"
 #include "platform/Service.h"
@@ -30,7 +32,56 @@ constexpr std::size_t PIPE_LIMIT = std::size_t{2} * 1024 * 1024;
 
 using Clock = std::chrono::steady_clock;
 
+/// How long a child that has been killed may take to end.
+constexpr std::chrono::seconds KILL_LIMIT{1};
+constexpr std::chrono::milliseconds KILL_PERIOD{5};
+
+constexpr std::size_t ABANDONED_LIMIT = 16;
+
+/// What is told as the status of a child whose end somebody else has waited for.
+constexpr int UNKNOWN_STATUS = -1;
+
+/// A process whose parent ignored SIGCHLD ignores it, too, and then the system tells nobody how its
+/// children end.
+void makeStatusesKnown() {
+  struct sigaction action = {};
+  if (::sigaction(SIGCHLD, nullptr, &action) == 0 &&
+      (action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0)) {
+    action.sa_flags &= ~SA_NOCLDWAIT;
+    if (action.sa_handler == SIG_IGN) {
+      action.sa_handler = SIG_DFL;
+    }
+    ::sigaction(SIGCHLD, &action, nullptr);
+  }
+}
+
 std::string reasonOf(int error) { return std::generic_category().message(error); }
+
+/// Children that were given up before they had ended, until they have. Any thread.
+class Abandoned {
+ public:
+  void add(pid_t child) {
+    const std::lock_guard lock(_mutex);
+    _children.push_back(child);
+  }
+
+  /// Forgets those that have ended meanwhile; whether the others are so few that one more would do
+  /// no harm.
+  bool areFew() {
+    const std::lock_guard lock(_mutex);
+    std::erase_if(_children, [](pid_t child) { return ::waitpid(child, nullptr, WNOHANG) != 0; });
+    return _children.size() < ABANDONED_LIMIT;
+  }
+
+ private:
+  std::mutex _mutex;
+  std::vector<pid_t> _children;  // guarded by _mutex
+};
+
+Abandoned& abandoned() {
+  static auto& instance = *new Abandoned;
+  return instance;
+}
 
 /// What the child has open, and how it takes signals.
 class SpawnSettings {
@@ -42,7 +93,10 @@ class SpawnSettings {
     sigset_t none;
     ::sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&_attributes, &none);
-    ::posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGMASK);
+    sigset_t all;
+    ::sigfillset(&all);
+    ::posix_spawnattr_setsigdefault(&_attributes, &all);
+    ::posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   }
   ~SpawnSettings() {
     ::posix_spawnattr_destroy(&_attributes);
@@ -102,9 +156,16 @@ class Child {
         break;
       }
     }
-    const int status = _reap();
-    _result.wasSignalled = WIFSIGNALED(status);
-    _result.terminationStatus = WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+    if (_result.timedOut && !_endsSoon()) {
+      abandoned().add(_pid);
+      _result.wasSignalled = true;
+      _result.terminationStatus = SIGKILL;
+    } else if (const std::optional<int> status = _reap()) {
+      _result.wasSignalled = WIFSIGNALED(*status);
+      _result.terminationStatus = WIFSIGNALED(*status) ? WTERMSIG(*status) : WEXITSTATUS(*status);
+    } else {
+      _result.terminationStatus = UNKNOWN_STATUS;
+    }
     // What was written before the end is still in the pipe; a grandchild may go on writing for
     // ever.
     for (std::size_t rest = 0; rest < PIPE_LIMIT && _isReadable() && _readSome();
@@ -138,11 +199,30 @@ class Child {
     return ::poll(&watched, 1, 0) > 0;
   }
 
-  [[nodiscard]] int _reap() const {
-    int status = 0;
-    while (::waitpid(_pid, &status, 0) < 0 && errno == EINTR) {
+  /// One that waits for a file system that does not answer does not even end when it is killed.
+  [[nodiscard]] bool _endsSoon() const {
+    const auto deadline = Clock::now() + KILL_LIMIT;
+    for (;;) {
+      siginfo_t ended{};
+      if (::waitid(P_PID, static_cast<id_t>(_pid), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+          ended.si_pid != 0) {
+        return true;
+      }
+      if (Clock::now() >= deadline) {
+        return false;
+      }
+      std::this_thread::sleep_for(KILL_PERIOD);
     }
-    return status;
+  }
+
+  /// How it ended, or nothing when the system does not tell.
+  [[nodiscard]] std::optional<int> _reap() const {
+    int status = 0;
+    pid_t reaped = -1;
+    do {
+      reaped = ::waitpid(_pid, &status, 0);
+    } while (reaped < 0 && errno == EINTR);
+    return reaped == _pid ? std::optional(status) : std::nullopt;
   }
 
   /// False at the end of the output.
@@ -168,6 +248,10 @@ class LinuxChildProcesses final : public ChildProcesses {
  public:
   ChildResult run(const std::string& path, const std::vector<std::string>& arguments, Output output,
                   std::optional<std::chrono::milliseconds> limit) override {
+    makeStatusesKnown();
+    if (!abandoned().areFew()) {
+      throw LaunchException("cannot start " + path + ": too many programs before it do not end");
+    }
     SpawnSettings settings;
     Descriptor readEnd;
     Descriptor writeEnd;
