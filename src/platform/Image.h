@@ -21,7 +21,7 @@ class ImageReader {
 
   /// The picture in the file, or null when there is no file or no readable picture in it. What a
   /// picture does to its decoder never reaches the caller; a decoder that takes too long is given
-  /// up.
+  /// up, and let alone for a minute, in which no further file is looked into.
   virtual std::unique_ptr<Image> imageWithContentsOfFile(const std::string& path) = 0;
 };
 

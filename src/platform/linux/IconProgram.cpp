@@ -1,24 +1,49 @@
 #include "platform/linux/IconProgram.h"
 
-#include <chrono>
+#include <cstdlib>
 
+#include "platform/Service.h"
 #include "platform/linux/HelperProgram.h"
 
 namespace ravelin::platform {
 
 namespace {
 
-constexpr std::chrono::seconds LIMIT{3};
+using Clock = std::chrono::steady_clock;
+
+/// Any other status comes from before or beside the helper's own work.
+std::optional<bool> saidBy(const ChildResult& result) {
+  if (result.wasSignalled ||
+      (result.terminationStatus != EXIT_SUCCESS && result.terminationStatus != EXIT_FAILURE)) {
+    return std::nullopt;
+  }
+  return result.succeeded();
+}
 
 }  // namespace
 
-bool IconProgram::run(const std::vector<std::string>& arguments) {
+std::optional<bool> IconProgram::run(const std::vector<std::string>& arguments) {
+  if (_hungAt && Clock::now() - *_hungAt < _pause) {
+    return std::nullopt;
+  }
+  _hungAt.reset();
   try {
     // Its output is collected to be forgotten: decoders like to complain.
-    return HelperProgram("ravelin-disk-icon").run(arguments, LIMIT).succeeded();
+    const ChildResult result = HelperProgram("ravelin-disk-icon").run(arguments, _limit);
+    if (result.timedOut) {
+      _hungAt = Clock::now();
+      return std::nullopt;
+    }
+    return saidBy(result);
   } catch (const LaunchException&) {
-    return false;
+    return std::nullopt;
   }
+}
+
+template <>
+IconProgram& native<IconProgram>() {
+  static auto& instance = *new IconProgram;
+  return instance;
 }
 
 }  // namespace ravelin::platform

@@ -33,11 +33,15 @@ class LinuxImageReader final : public ImageReader {
     const Version version{status.st_dev,         status.st_ino,          status.st_size,
                           status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_ctim.tv_sec,
                           status.st_ctim.tv_nsec};
-    Verdict& verdict = _verdicts[path];
-    if (verdict.version != version) {
-      verdict = {version, IconProgram::run({"check", path})};
+    auto known = _verdicts.find(path);
+    if (known == _verdicts.end() || known->second.version != version) {
+      const auto isReadable = service<IconProgram>().run({"check", path});
+      if (!isReadable) {
+        return nullptr;
+      }
+      known = _verdicts.insert_or_assign(path, Verdict{version, *isReadable}).first;
     }
-    return verdict.isReadable ? std::make_unique<FileImage>(path) : nullptr;
+    return known->second.isReadable ? std::make_unique<FileImage>(path) : nullptr;
   }
 
  private:
@@ -47,8 +51,8 @@ class LinuxImageReader final : public ImageReader {
     bool isReadable = false;
   };
 
-  // By path: the same few files are asked for at every mount, and a decoder that hangs shall do so
-  // only once for each version of its file.
+  // By path: the same few files are asked for at every mount. Only what the helper has said is
+  // kept, so that a bad moment does not take the picture away for good.
   std::map<std::string, Verdict> _verdicts;
 };
 

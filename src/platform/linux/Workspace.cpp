@@ -19,7 +19,7 @@ class LinuxWorkspace final : public Workspace {
     const Text text = files.contentsAtPath(forFile, beneath);
     const Text changed = text ? DesktopEntry::withIcon(*text, image.path()) : std::nullopt;
     return changed && !files.writeAtomically(forFile, beneath, *changed) &&
-           IconProgram::run({"set", forFile, image.path()});
+           service<IconProgram>().run({"set", forFile, image.path()}).value_or(false);
   }
 };
 

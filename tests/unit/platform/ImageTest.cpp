@@ -9,10 +9,13 @@
 #include "TemporaryDirectory.h"
 #include "platform/ChildProcess.h"
 #include "platform/Service.h"
+#include "platform/linux/IconProgram.h"
 
 namespace ravelin::platform {
 namespace {
 
+using std::chrono_literals::operator""h;
+using std::chrono_literals::operator""ms;
 using test::Pictures;
 
 /// Runs another program in the place of each one, and counts.
@@ -90,13 +93,40 @@ TEST_F(ImageTest, WithoutAFileNoProgramIsStarted) {
   EXPECT_EQ(program.runs, 0);
 }
 
-TEST_F(ImageTest, ADecoderThatHangsIsGivenUpOnceForEachFile) {
+TEST_F(ImageTest, ADecoderThatHangsIsLetAloneForAWhile) {
+  IconProgram patientForLong(200ms, 1h);
+  const Substitute<IconProgram> substitutedPatience(patientForLong);
   OtherProgram program("/bin/sleep", {"1000"});
   const Substitute<ChildProcesses> substitute(program);
-  const std::string path = file("icon.ico", Pictures::ico());
-  EXPECT_EQ(read(path), nullptr);
-  EXPECT_EQ(read(path), nullptr);
+  EXPECT_EQ(read(file("icon.ico", Pictures::ico())), nullptr);
+  EXPECT_EQ(read(file("icon.ico", Pictures::ico())), nullptr);
+  EXPECT_EQ(read(file("icon.icns", Pictures::icns())), nullptr);
   EXPECT_EQ(program.runs, 1);
+}
+
+TEST_F(ImageTest, OnlyWhatADecoderSaidIsRemembered) {
+  const std::string path = file("icon.ico", Pictures::ico());
+  {
+    IconProgram impatient(200ms, 0ms);
+    const Substitute<IconProgram> substitutedPatience(impatient);
+    OtherProgram hanging("/bin/sleep", {"1000"});
+    OtherProgram crashing("/bin/sh", {"-c", "kill -SEGV $$"});
+    OtherProgram unloadable("/bin/sh", {"-c", "exit 127"});
+    OtherProgram missing("/nonexistent/program", {});
+    for (OtherProgram* program : {&hanging, &crashing, &unloadable, &missing}) {
+      const Substitute<ChildProcesses> substitute(*program);
+      EXPECT_EQ(read(path), nullptr);
+      EXPECT_EQ(program->runs, 1);
+    }
+  }
+  EXPECT_NE(read(path), nullptr);
+  OtherProgram refusing("/bin/false", {});
+  const Substitute<ChildProcesses> substitute(refusing);
+  EXPECT_NE(read(path), nullptr);
+  const std::string other = file("other.ico", Pictures::ico());
+  EXPECT_EQ(read(other), nullptr);
+  EXPECT_EQ(read(other), nullptr);
+  EXPECT_EQ(refusing.runs, 1);
 }
 
 TEST_F(ImageTest, ADecoderThatCrashesOrIsMissingMeansNoPicture) {

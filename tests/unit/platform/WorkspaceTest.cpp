@@ -2,15 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "Pictures.h"
+#include "StandInChildProcesses.h"
 #include "TemporaryHome.h"
 #include "platform/Image.h"
 #include "platform/ScriptRunner.h"
 #include "platform/Service.h"
+#include "platform/linux/IconProgram.h"
 
 namespace ravelin::platform {
 namespace {
@@ -49,6 +52,24 @@ TEST_F(WorkspaceTest, TheShortcutNamesThePictureAndKeepsTheRest) {
   EXPECT_EQ(contentOf(shortcut), expected);
   setIcon(shortcut);
   EXPECT_EQ(contentOf(shortcut), expected);
+}
+
+TEST_F(WorkspaceTest, AHelperThatHangsIsLetAloneButTheShortcutStillNamesThePicture) {
+  ASSERT_NE(image, nullptr);
+  IconProgram program;
+  const Substitute<IconProgram> substitute(program);
+  test::StandInChildProcesses helper;
+  helper.answer = [](const test::ProgramCall& /*call*/) {
+    return ChildResult{
+        .terminationStatus = SIGKILL, .wasSignalled = true, .timedOut = true, .output = {}};
+  };
+  for (const char* label : {"USB", "Second", "Third"}) {
+    const std::string path = home.desktop() + "/" + label + ".app";
+    ASSERT_TRUE(service<ScriptRunner>().run(ShortcutScript{"192.0.2.10", label, label}));
+    EXPECT_FALSE(setIcon(path));
+    EXPECT_NE(contentOf(path).find("\nIcon=" + picture + "\n"), std::string::npos);
+  }
+  EXPECT_EQ(helper.takeCalls().size(), 1U);
 }
 
 TEST_F(WorkspaceTest, AMissingShortcutIsNotMade) {
