@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -47,5 +48,10 @@ class PropertyListValue {
 /// cannot be read, is no property list, or holds something else. Any thread.
 [[nodiscard]] std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(
     const std::string& path);
+
+/// The same of what would be the file's content. Whatever it is, it neither harms the process nor
+/// takes more than a moment.
+[[nodiscard]] std::optional<PropertyListDictionary> dictionaryWithContents(
+    std::string_view content);
 
 }  // namespace ravelin::platform

@@ -92,13 +92,11 @@ PropertyListValue valueOf(plist_t node) {
 }
 
 Plist parse(std::string_view content) {
-  constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
-  content.remove_prefix(content.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
   plist_t root = nullptr;
-  if (hasSoundShape(content)) {
+  if (const Text sound = soundPropertyList(content)) {
     // Not plist_from_memory: its parameters differ between the versions.
-    const auto read = isBinaryPropertyList(content) ? &plist_from_bin : &plist_from_xml;
-    read(content.data(), static_cast<std::uint32_t>(content.size()), &root);
+    const auto read = isBinaryPropertyList(*sound) ? &plist_from_bin : &plist_from_xml;
+    read(sound->data(), static_cast<std::uint32_t>(sound->size()), &root);
   }
   return Plist(root);
 }
@@ -107,7 +105,11 @@ Plist parse(std::string_view content) {
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
   const Text content = service<FileManager>().contentsAtPath(path);
-  const Plist root = content ? parse(*content) : nullptr;
+  return content ? dictionaryWithContents(*content) : std::nullopt;
+}
+
+std::optional<PropertyListDictionary> dictionaryWithContents(std::string_view content) {
+  const Plist root = parse(content);
   if (root == nullptr || plist_get_node_type(root.get()) != PLIST_DICT) {
     return std::nullopt;
   }

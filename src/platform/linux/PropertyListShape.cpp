@@ -1,7 +1,9 @@
 #include "platform/linux/PropertyListShape.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
-#include <optional>
+#include <utility>
 #include <vector>
 
 namespace ravelin::platform {
@@ -14,21 +16,30 @@ constexpr std::string_view BLANKS = " \t\n\r";
 /// without a name that holds all the others.
 class XmlShape {
  public:
-  explicit XmlShape(std::string_view text) : _rest(text) {}
+  explicit XmlShape(std::string_view text) : _rest(text) {
+    constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
+    _rest.remove_prefix(_rest.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
+  }
 
-  bool isSound() {
+  /// The list in plain tags and texts; null when it is not sound.
+  std::optional<std::string> plain() {
+    if (_rest.find('\0') != std::string_view::npos) {
+      return std::nullopt;
+    }
     while (!_rest.empty()) {
       if (!_takeText() || !_takeMarkup()) {
-        return false;
+        return std::nullopt;
       }
     }
-    return _open.size() == 1 && _isComplete(_open.back());
+    return _open.size() == 1 && _isComplete(_open.back()) ? std::optional(std::move(_plain))
+                                                          : std::nullopt;
   }
 
  private:
   struct Element {
     std::string_view name;
     std::size_t children = 0;
+    std::size_t textSize = 0;
 
     [[nodiscard]] bool isCollection() const { return name == "dict" || name == "array"; }
     [[nodiscard]] bool holdsElements() const {
@@ -39,8 +50,14 @@ class XmlShape {
   bool _takeText() {
     const std::string_view text = _rest.substr(0, _rest.find('<'));
     _rest.remove_prefix(text.size());
-    return !_open.back().holdsElements() ||
-           text.find_first_not_of(BLANKS) == std::string_view::npos;
+    return _open.back().holdsElements() ? text.find_first_not_of(BLANKS) == std::string_view::npos
+                                        : _keepText(text);
+  }
+
+  bool _keepText(std::string_view text) {
+    _plain += text;
+    _open.back().textSize += text.size();
+    return _open.back().textSize <= PROPERTY_LIST_TEXT_LIMIT;
   }
 
   bool _takeMarkup() {
@@ -48,28 +65,36 @@ class XmlShape {
       return true;
     }
     if (_rest.starts_with("<!--")) {
-      return _skipPast("<!--", "-->");
+      return _takePast("<!--", "-->").has_value();
     }
+    const bool isWithinText = !_open.back().holdsElements();
     if (_rest.starts_with("<![CDATA[")) {
-      return !_open.back().holdsElements() && _skipPast("<![CDATA[", "]]>");
+      const auto section = _takePast("<![CDATA[", "]]>");
+      return isWithinText && section && _keepText(*section);
     }
     if (_rest.starts_with("<?")) {
-      return _skipPast("<?", "?>");
+      return !isWithinText && _takePast("<?", "?>");
     }
     if (_rest.starts_with("<!")) {
-      return _skipPast("<!", ">");
+      return !isWithinText && _takePast("<!", ">");
     }
-    const std::string_view tag = _rest.substr(1, _rest.find('>') - 1);
-    if (!_skipPast("<", ">")) {
+    const auto markup = _takePast("<", ">");
+    if (!markup) {
       return false;
     }
+    const std::string_view tag = markup->substr(1, markup->size() - 2);
     return tag.starts_with('/') ? _close(tag.substr(1)) : _openTag(tag);
   }
 
-  bool _skipPast(std::string_view start, std::string_view end) {
+  /// Takes what begins here, up to and with that end; null where there is no end.
+  std::optional<std::string_view> _takePast(std::string_view start, std::string_view end) {
     const std::size_t found = _rest.find(end, start.size());
-    _rest.remove_prefix(found == std::string_view::npos ? _rest.size() : found + end.size());
-    return found != std::string_view::npos;
+    if (found == std::string_view::npos) {
+      return std::nullopt;
+    }
+    const std::string_view taken = _rest.substr(0, found + end.size());
+    _rest.remove_prefix(taken.size());
+    return taken;
   }
 
   bool _openTag(std::string_view tag) {
@@ -81,15 +106,26 @@ class XmlShape {
       return false;
     }
     Element& parent = _open.back();
-    const bool wantsKey = parent.name == "dict" && parent.children % 2 == 0;
-    if (element.name.empty() || !parent.holdsElements() || wantsKey != (element.name == "key") ||
-        ++_values > PROPERTY_LIST_VALUE_LIMIT) {
+    if (!_mayHold(parent, element.name) || ++_values > PROPERTY_LIST_VALUE_LIMIT) {
       return false;
     }
     ++parent.children;
     _nesting += element.isCollection() ? 1U : 0U;
+    _plain.append("<").append(element.name).append(">");
     _open.push_back(element);
     return _nesting <= PROPERTY_LIST_NESTING_LIMIT && (!closesItself || _close(element.name));
+  }
+
+  static bool _mayHold(const Element& parent, std::string_view name) {
+    static constexpr std::array<std::string_view, 9> VALUES{
+        "array", "data", "date", "dict", "false", "integer", "real", "string", "true"};
+    if (name == "plist") {
+      return parent.name.empty();
+    }
+    if (parent.name == "dict" && parent.children % 2 == 0) {
+      return name == "key";
+    }
+    return parent.holdsElements() && std::ranges::find(VALUES, name) != VALUES.end();
   }
 
   bool _close(std::string_view tag) {
@@ -99,6 +135,7 @@ class XmlShape {
       return false;
     }
     _nesting -= element.isCollection() ? 1U : 0U;
+    _plain.append("</").append(name).append(">");
     _open.pop_back();
     return true;
   }
@@ -111,6 +148,7 @@ class XmlShape {
   }
 
   std::string_view _rest;
+  std::string _plain;
   std::vector<Element> _open{Element{}};
   std::size_t _nesting = 0;
   std::size_t _values = 0;
@@ -140,6 +178,16 @@ class BinaryShape {
  private:
   static constexpr std::size_t NUMBER_SIZE = 8;
 
+  // The types that have a count.
+  static constexpr std::uint64_t DATA = 0x40;
+  static constexpr std::uint64_t ASCII = 0x50;
+  static constexpr std::uint64_t UTF16 = 0x60;
+  static constexpr std::uint64_t ARRAY = 0xA0;
+  static constexpr std::uint64_t SET = 0xC0;
+  static constexpr std::uint64_t DICTIONARY = 0xD0;
+  /// Lies among them and has none.
+  static constexpr std::uint64_t UID = 0x80;
+
   /// The big-endian number at that place; null when it does not lie within the content.
   [[nodiscard]] std::optional<std::uint64_t> _number(std::uint64_t at, std::uint64_t size) const {
     if (size == 0 || size > NUMBER_SIZE || at > _content.size() || _content.size() - at < size) {
@@ -160,39 +208,96 @@ class BinaryShape {
     return _number(_table + object * _offsetSize, _offsetSize);
   }
 
-  bool _visit(std::uint64_t object, std::size_t nesting) {
+  /// One object: what its marker says, and where its content begins.
+  struct Object {
+    std::uint64_t type = 0;
+    std::uint64_t count = 0;  ///< of items, characters or bytes, where the type has a count
+    std::uint64_t content = 0;
+  };
+
+  /// Null when there is no such object, or when it is one more than the limit.
+  std::optional<Object> _take(std::uint64_t reference) {
     constexpr std::uint64_t LOW_HALF = 0x0F;
-    constexpr std::uint64_t ARRAY = 0xA0;
-    constexpr std::uint64_t SET = 0xC0;
-    constexpr std::uint64_t DICTIONARY = 0xD0;
-    const std::optional<std::uint64_t> offset = _offsetOf(object);
+    const std::optional<std::uint64_t> offset = _offsetOf(reference);
     const std::optional<std::uint64_t> marker = offset ? _number(*offset, 1) : std::nullopt;
     if (!marker || ++_values > PROPERTY_LIST_VALUE_LIMIT) {
-      return false;
+      return std::nullopt;
     }
-    const std::uint64_t type = *marker & ~LOW_HALF;
-    if (type != ARRAY && type != SET && type != DICTIONARY) {
-      return true;
+    Object object{.type = *marker & ~LOW_HALF, .count = *marker & LOW_HALF, .content = *offset + 1};
+    const bool hasCount = object.type >= DATA && object.type != UID;
+    if (hasCount && object.count == LOW_HALF) {
+      const std::optional<std::uint64_t> count = _takeCount(object.content);
+      if (!count) {
+        return std::nullopt;
+      }
+      object.count = *count;
     }
-    std::optional<std::uint64_t> count = *marker & LOW_HALF;
-    std::uint64_t at = *offset + 1;
-    if (*count == LOW_HALF) {
-      count = _takeCount(at);
-    }
-    if (!count || *count > PROPERTY_LIST_VALUE_LIMIT || nesting == PROPERTY_LIST_NESTING_LIMIT) {
-      return false;
-    }
-    return _visitAll(at, type == DICTIONARY ? 2 * *count : *count, nesting + 1);
+    return object;
   }
 
-  bool _visitAll(std::uint64_t references, std::uint64_t count, std::size_t nesting) {
-    for (std::uint64_t index = 0; index < count; ++index) {
-      const auto object = _number(references + index * _referenceSize, _referenceSize);
-      if (!object || !_visit(*object, nesting)) {
+  bool _visit(std::uint64_t reference, std::size_t nesting) {
+    const std::optional<Object> object = _take(reference);
+    if (!object) {
+      return false;
+    }
+    switch (object->type) {
+      case DATA:
+      case ASCII:
+      case UTF16:
+        return _bytesOf(*object).has_value();
+      case ARRAY:
+      case SET:
+      case DICTIONARY:
+        return _visitItems(*object, nesting);
+      default:
+        return true;
+    }
+  }
+
+  bool _visitItems(const Object& object, std::size_t nesting) {
+    if (object.count > PROPERTY_LIST_VALUE_LIMIT || nesting == PROPERTY_LIST_NESTING_LIMIT) {
+      return false;
+    }
+    const std::uint64_t keys = object.type == DICTIONARY ? object.count : 0;
+    for (std::uint64_t index = 0; index < keys + object.count; ++index) {
+      const auto reference = _number(object.content + index * _referenceSize, _referenceSize);
+      if (!reference || !(index < keys ? _isKey(*reference) : _visit(*reference, nesting + 1))) {
         return false;
       }
     }
     return true;
+  }
+
+  /// libplist takes a key for as long as it is up to its first NUL, and ends the process when that
+  /// is not its length.
+  bool _isKey(std::uint64_t reference) {
+    const std::optional<Object> object = _take(reference);
+    if (!object || (object->type != ASCII && object->type != UTF16)) {
+      return false;
+    }
+    const std::optional<std::string_view> bytes = _bytesOf(*object);
+    const std::size_t unit = object->type == UTF16 ? 2 : 1;
+    for (std::size_t at = 0; bytes && at < bytes->size(); at += unit) {
+      if (bytes->substr(at, unit) == std::string_view("\0\0", unit)) {
+        return false;
+      }
+    }
+    return bytes.has_value();
+  }
+
+  /// The bytes of a text or of data; null when there are fewer, or when all of them together are
+  /// more than the limit.
+  std::optional<std::string_view> _bytesOf(const Object& object) {
+    if (object.count > PROPERTY_LIST_SIZE_LIMIT) {
+      return std::nullopt;
+    }
+    const std::uint64_t size = object.type == UTF16 ? 2 * object.count : object.count;
+    _bytes += size;
+    if (_bytes > PROPERTY_LIST_SIZE_LIMIT || object.content > _content.size() ||
+        _content.size() - object.content < size) {
+      return std::nullopt;
+    }
+    return _content.substr(object.content, size);
   }
 
   /// The count that stands as an integer object of its own, for which it is too large otherwise.
@@ -215,15 +320,21 @@ class BinaryShape {
   std::uint64_t _objects = 0;
   std::uint64_t _table = 0;
   std::size_t _values = 0;
+  std::uint64_t _bytes = 0;
 };
 
 }  // namespace
 
 bool isBinaryPropertyList(std::string_view content) { return content.starts_with("bplist00"); }
 
-bool hasSoundShape(std::string_view content) {
-  return isBinaryPropertyList(content) ? BinaryShape(content).isSound()
-                                       : XmlShape(content).isSound();
+std::optional<std::string> soundPropertyList(std::string_view content) {
+  if (content.size() > PROPERTY_LIST_SIZE_LIMIT) {
+    return std::nullopt;
+  }
+  if (!isBinaryPropertyList(content)) {
+    return XmlShape(content).plain();
+  }
+  return BinaryShape(content).isSound() ? std::optional(std::string(content)) : std::nullopt;
 }
 
 }  // namespace ravelin::platform

@@ -447,6 +447,192 @@ TEST_F(PropertyListTest, RefusesBinaryFilesThatAreEndlessOrNearlySo) {
   EXPECT_EQ(read(binaryOf(deep)), std::nullopt);
 }
 
+/// A dictionary whose only key is this object, and whose only value is true.
+std::string withKey(const std::string& key) {
+  return binaryOf({"\xD1" + bigEndian(1, 2) + bigEndian(2, 2), key, "\x09"});
+}
+
+std::string asciiObject(const std::string& text) {
+  return "\x5F\x12" + bigEndian(text.size(), 4) + text;
+}
+
+std::string utf16Object(const std::u16string& text) {
+  std::string units;
+  for (const char16_t unit : text) {
+    units += bigEndian(unit, 2);
+  }
+  return "\x6F\x12" + bigEndian(text.size(), 4) + units;
+}
+
+TEST_F(PropertyListTest, RefusesBinaryKeysWithANul) {
+  using namespace std::string_literals;
+  for (const std::string& key : {"\0"s, "\0a"s, "a\0"s, "a\0b"s, std::string(2, '\0')}) {
+    EXPECT_EQ(read(withKey(asciiObject(key))), std::nullopt) << testing::PrintToString(key);
+  }
+  EXPECT_EQ(read(withKey("\x51\0"s)), std::nullopt);
+  for (const std::u16string& key : {u"\0"s, u"\0a"s, u"a\0"s, u"\u00E4\0b"s}) {
+    EXPECT_EQ(read(withKey(utf16Object(key))), std::nullopt) << testing::PrintToString(key);
+  }
+  // Deeper, and as a key that is a value elsewhere.
+  const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
+  EXPECT_EQ(read(binaryOf({entry,
+                           "\x51"
+                           "a",
+                           "\xD1" + bigEndian(3, 2) + bigEndian(1, 2), "\x51\0"s})),
+            std::nullopt);
+  EXPECT_EQ(
+      read(binaryOf({"\xD2" + bigEndian(1, 2) + bigEndian(2, 2) + bigEndian(2, 2) + bigEndian(1, 2),
+                     "\x51"
+                     "a",
+                     "\x51\0"s})),
+      std::nullopt);
+}
+
+TEST_F(PropertyListTest, ReadsATextWithANul) {
+  using namespace std::string_literals;
+  const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
+  const auto found = read(binaryOf({entry,
+                                    "\x51"
+                                    "a",
+                                    utf16Object(u"1\0b"s)}));
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->at("a").intValue(), 1);
+}
+
+TEST_F(PropertyListTest, ReadsBinaryKeysOfAnyOtherText) {
+  using namespace std::string_literals;
+  const std::vector<std::pair<std::string, std::string>> keys{
+      {asciiObject("a"), "a"},
+      {asciiObject(""), ""},
+      {"\x50", ""},
+      {asciiObject(std::string(10'000, 'x')), std::string(10'000, 'x')},
+      // Zeros that are halves of characters.
+      {utf16Object(u"ab"), "ab"},
+      {utf16Object(u"\u4100\u4200"), "\xE4\x84\x80\xE4\x88\x80"},
+      {utf16Object(u"\U0001F5B4"), "\xF0\x9F\x96\xB4"}};
+  for (const auto& [object, key] : keys) {
+    const auto found = read(withKey(object));
+    ASSERT_TRUE(found) << key;
+    EXPECT_TRUE(found->contains(key)) << key;
+  }
+  for (const std::u16string& key : {u"\xD800"s, u"\xDC00"s, u"\xD800\xD800"s, u"a\xDC00\xD800"s}) {
+    read(withKey(utf16Object(key)));  // whatever it becomes
+  }
+}
+
+TEST_F(PropertyListTest, RefusesBinaryKeysThatAreNoText) {
+  using namespace std::string_literals;
+  for (const std::string& key :
+       {"\0"s, "\x08"s, "\x09"s, "\x10\x01"s, "\x22\0\0\0\0"s, "\x33"s + std::string(8, '\0'),
+        "\x41"
+        "a"s,
+        "\x70"s, "\x80\x01"s, "\xA0"s, "\xC0"s, "\xD0"s, "\xFF"s}) {
+    EXPECT_EQ(read(withKey(key)), std::nullopt) << testing::PrintToString(key);
+  }
+}
+
+TEST_F(PropertyListTest, RefusesBinaryTextsThatAreLongerThanTheFile) {
+  using namespace std::string_literals;
+  for (const std::string& object :
+       {"\x5F\x10\xFF"s, "\x6F\x10\xFF"s, "\x4F\x10\xFF"s, "\x5F\x13\x7F"s + std::string(7, '\xFF'),
+        "\x5F\x13"s + std::string(8, '\xFF'), "\x6F\x13\x80"s + std::string(7, '\0'),
+        "\x5F\x5F\x5F"s, "\x5F\x14"s + std::string(16, '\0'), "\x5F\x1F"s}) {
+    EXPECT_EQ(read(withKey(object)), std::nullopt) << testing::PrintToString(object);
+    const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
+    EXPECT_EQ(read(binaryOf({entry,
+                             "\x51"
+                             "a",
+                             object})),
+              std::nullopt)
+        << testing::PrintToString(object);
+  }
+}
+
+// Each reference to a text is a copy of it.
+TEST_F(PropertyListTest, RefusesBinaryFilesThatGrowWhenTheyAreRead) {
+  for (const std::string& object :
+       {asciiObject(std::string(10'000, 'x')), utf16Object(std::u16string(5'000, u'x')),
+        "\x4F\x12" + bigEndian(10'000, 4) + std::string(10'000, 'x')}) {
+    const auto list = [&object](std::uint64_t references) {
+      std::string array = "\xAF\x12" + bigEndian(references, 4);
+      for (std::uint64_t index = 0; index < references; ++index) {
+        array += bigEndian(3, 2);
+      }
+      return binaryOf({"\xD1" + bigEndian(1, 2) + bigEndian(2, 2),
+                       "\x51"
+                       "a",
+                       array, object});
+    };
+    EXPECT_TRUE(read(list(100)));
+    EXPECT_EQ(read(list(200)), std::nullopt);
+  }
+}
+
+TEST_F(PropertyListTest, ReadsOneMebibyteAndNoMore) {
+  const std::string list = xml("<dict><key>a</key><true/></dict>");
+  const std::string filler((std::size_t{1024} * 1024) - list.size(), ' ');
+  EXPECT_TRUE(read(list + filler));
+  EXPECT_EQ(read(list + filler + " "), std::nullopt);
+}
+
+TEST_F(PropertyListTest, ReadsLongXmlTextsButNotOfAnyLength) {
+  const auto list = [](std::size_t entities) {
+    std::string text;
+    for (std::size_t index = 0; index < entities; ++index) {
+      text += "&amp;";
+    }
+    return xml("<dict><key>a</key><string>" + text + "</string></dict>");
+  };
+  const auto found = read(list(13'107));
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->at("a").stringValue(), std::string(13'107, '&'));
+  EXPECT_EQ(read(list(13'108)), std::nullopt);
+}
+
+TEST_F(PropertyListTest, ReadsXmlTextsInParts) {
+  const auto found =
+      read(xml("<dict><key>a<!-- <b> -->b</key><string>1<![CDATA[<&amp;]]>2&amp;<!---->3</string>"
+               "<key>c</key><integer>4<!-- -->2</integer></dict>"));
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->at("ab").stringValue(), "1<&amp;2&3");
+  EXPECT_EQ(found->at("c").intValue(), 42);
+}
+
+TEST_F(PropertyListTest, RefusesXmlTextsWithANul) {
+  const std::string nul(1, '\0');
+  EXPECT_EQ(read(xml("<dict><key>a" + nul + "b</key><true/></dict>")), std::nullopt);
+  EXPECT_EQ(read(xml("<dict><key>a</key><string>" + nul + "</string></dict>")), std::nullopt);
+  EXPECT_EQ(read(xml("<dict><!-- " + nul + " --></dict>")), std::nullopt);
+  EXPECT_EQ(read(xml("<dict><key>a&#0;b</key><true/></dict>")), std::nullopt);
+  EXPECT_EQ(read(xml("<dict><key>a&#x00;b</key><true/></dict>")), std::nullopt);
+}
+
+// For libplist, what stands between quotes ends neither a declaration nor a tag, and "<?>" is
+// whole.
+TEST_F(PropertyListTest, NothingIsReadThatWasNotChecked) {
+  const std::string unchecked = nested(100) + "</plist>";
+  const std::string checked = "<dict/></plist>";
+  for (const std::string& content :
+       {"<?x \" ?><plist><!-- \" ?><plist>" + unchecked + "<!-- -->" + checked,
+        "<!DOCTYPE plist \" ><plist><!-- \" ><plist>" + unchecked + "<!-- -->" + checked,
+        "<plist a=\"><!-- \">" + unchecked + "<!-- -->" + checked,
+        "<?><plist>" + unchecked + "<!-- ?><plist>" + checked + "<!-- -->"}) {
+    const auto found = read(content);
+    EXPECT_TRUE(found && found->empty()) << content;
+  }
+}
+
+TEST_F(PropertyListTest, RefusesXmlElementsWhereTheyDoNotBelong) {
+  for (const char* const value :
+       {"<array><key>a</key></array>", "<key>a</key>",
+        "<dict><key>a</key><plist><true/></plist></dict>", "<plist><dict/></plist>",
+        "<dict><key>a</key><string><?x?></string></dict>",
+        "<dict><key>a</key><string><!x></string></dict>", "<dict><key>a</key><DICT/></dict>",
+        "<dict><key>a</key><di\"ct/></dict>"}) {
+    EXPECT_EQ(read(xml(value)), std::nullopt) << value;
+  }
+}
+
 TEST_F(PropertyListTest, ReadsManyValuesButNotAnyNumber) {
   const auto list = [](int items) {
     std::string value = "<dict><key>a</key><array>";
@@ -462,6 +648,18 @@ TEST_F(PropertyListTest, ReadsManyValuesButNotAnyNumber) {
   }
   EXPECT_EQ(read(list(70'000)), std::nullopt);
   EXPECT_EQ(read(binary(list(70'000))), std::nullopt);
+}
+
+TEST_F(PropertyListTest, ReadsManyKeys) {
+  std::string value = "<dict>";
+  for (int key = 0; key < 30'000; ++key) {
+    value += "<key>" + std::to_string(key) + "</key><true/>";
+  }
+  for (const std::string& content : {xml(value + "</dict>"), binary(xml(value + "</dict>"))}) {
+    const auto found = read(content);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->size(), 30'000U);
+  }
 }
 
 TEST_F(PropertyListTest, SaysNothingOnStandardError) {
