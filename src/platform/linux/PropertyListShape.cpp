@@ -167,11 +167,11 @@ class BinaryShape {
     }
     // Six bytes of no meaning, two sizes of one byte, three numbers of eight.
     std::size_t at = _content.size() - TRAILER_SIZE + 6;
-    _offsetSize = *_number(at++, 1);
-    _referenceSize = *_number(at++, 1);
-    _objects = *_number(at, NUMBER_SIZE);
-    const std::uint64_t top = *_number(at + NUMBER_SIZE, NUMBER_SIZE);
-    _table = *_number(at + 2 * NUMBER_SIZE, NUMBER_SIZE);
+    _offsetSize = _number(at++, 1).value_or(0);
+    _referenceSize = _number(at++, 1).value_or(0);
+    _objects = _number(at, NUMBER_SIZE).value_or(0);
+    const std::uint64_t top = _number(at + NUMBER_SIZE, NUMBER_SIZE).value_or(0);
+    _table = _number(at + 2 * NUMBER_SIZE, NUMBER_SIZE).value_or(0);
     return _visit(top, 0);
   }
 

@@ -611,14 +611,15 @@ TEST_F(PropertyListTest, RefusesXmlTextsWithANul) {
 // whole.
 TEST_F(PropertyListTest, NothingIsReadThatWasNotChecked) {
   const std::string unchecked = nested(100) + "</plist>";
-  const std::string checked = "<dict/></plist>";
-  for (const std::string& content :
-       {"<?x \" ?><plist><!-- \" ?><plist>" + unchecked + "<!-- -->" + checked,
-        "<!DOCTYPE plist \" ><plist><!-- \" ><plist>" + unchecked + "<!-- -->" + checked,
-        "<plist a=\"><!-- \">" + unchecked + "<!-- -->" + checked,
-        "<?><plist>" + unchecked + "<!-- ?><plist>" + checked + "<!-- -->"}) {
-    const auto found = read(content);
-    EXPECT_TRUE(found && found->empty()) << content;
+  const std::string hidden = "<!-- --><dict/></plist>";
+  const std::vector<std::pair<std::string, std::string>> surroundings{
+      {"<?x \" ?><plist><!-- \" ?><plist>", hidden},
+      {"<!DOCTYPE plist \" ><plist><!-- \" ><plist>", hidden},
+      {"<plist a=\"><!-- \">", hidden},
+      {"<?><plist>", "<!-- ?><plist><dict/></plist><!-- -->"}};
+  for (const auto& [before, after] : surroundings) {
+    const auto found = read(std::string(before).append(unchecked).append(after));
+    EXPECT_TRUE(found && found->empty()) << before;
   }
 }
 
