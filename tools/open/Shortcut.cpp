@@ -6,10 +6,10 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <string_view>
+#include <optional>
 #include <system_error>
 
-#include "common/GioTypes.h"
+#include "ShortcutEntry.h"
 #include "platform/linux/DesktopEntry.h"
 
 namespace ravelin::open {
@@ -21,14 +21,8 @@ using platform::DesktopEntry;
 /// Far beyond every shortcut, whose label and address come from one datagram.
 constexpr std::size_t MAXIMAL_SIZE = std::size_t{512} * 1024;
 
-constexpr const char* URL_KEY = "URL";
-
-Problem failure(std::string message) { return {FAILED, std::move(message)}; }
-
-Problem foreign() { return failure("this is not a shortcut of Ravelin Disk"); }
-
 Problem systemFailure() {
-  return failure("it cannot be read: " + std::generic_category().message(errno));
+  return {FAILED, "it cannot be read: " + std::generic_category().message(errno)};
 }
 
 class File {
@@ -44,7 +38,8 @@ class File {
   File(const File&) = delete;
   File& operator=(const File&) = delete;
 
-  [[nodiscard]] std::variant<std::string, Problem> content() const {
+  /// What follows the first line.
+  [[nodiscard]] std::variant<std::string, Problem> entry() const {
     struct stat status{};
     if (_descriptor < 0 || ::fstat(_descriptor, &status) != 0) {
       return systemFailure();
@@ -52,27 +47,27 @@ class File {
     if (!S_ISREG(status.st_mode)) {
       return foreign();
     }
-    std::string text(DesktopEntry::MAGIC.size() + 1, '\0');
-    if (const auto problem = _read(text, 0)) {
+    std::string line(DesktopEntry::MAGIC.size() + 1, '\0');
+    if (const auto problem = _read(line)) {
       return *problem;
     }
-    if (text != std::string(DesktopEntry::MAGIC) + "\n") {
+    if (line != std::string(DesktopEntry::MAGIC) + "\n") {
       return foreign();
     }
-    const std::size_t magic = text.size();
-    text.resize(MAXIMAL_SIZE + 1);
-    if (const auto problem = _read(text, magic)) {
+    std::string entry(MAXIMAL_SIZE - line.size() + 1, '\0');
+    if (const auto problem = _read(entry)) {
       return *problem;
     }
-    if (text.size() > MAXIMAL_SIZE) {
+    if (line.size() + entry.size() > MAXIMAL_SIZE) {
       return foreign();
     }
-    return text;
+    return entry;
   }
 
  private:
-  /// Fills the text from a place on, or shortens it to what there is.
-  std::optional<Problem> _read(std::string& text, std::size_t begin) const {
+  /// Fills the text with what comes next, or shortens it to what there is.
+  std::optional<Problem> _read(std::string& text) const {
+    std::size_t begin = 0;
     while (begin < text.size()) {
       const ssize_t count = ::read(_descriptor, text.data() + begin, text.size() - begin);
       if (count < 0 && errno == EINTR) {
@@ -93,33 +88,14 @@ class File {
   int _descriptor;
 };
 
-String value(GKeyFile* file, const char* key) {
-  return String(g_key_file_get_string(file, G_KEY_FILE_DESKTOP_GROUP, key, nullptr));
-}
-
 }  // namespace
 
 std::variant<std::string, Problem> urlOfShortcut(const std::string& path) {
-  const auto read = File(path).content();
+  const auto read = File(path).entry();
   if (const auto* const problem = std::get_if<Problem>(&read)) {
     return *problem;
   }
-  const auto& text = std::get<std::string>(read);
-  const KeyFile entry(g_key_file_new());
-  if (g_key_file_load_from_data(entry.get(), text.data(), text.size(), G_KEY_FILE_NONE, nullptr) ==
-      FALSE) {
-    return foreign();
-  }
-  const String type = value(entry.get(), G_KEY_FILE_DESKTOP_KEY_TYPE);
-  const String url = value(entry.get(), URL_KEY);
-  if (type == nullptr || std::string_view(type.get()) != G_KEY_FILE_DESKTOP_TYPE_LINK ||
-      url == nullptr) {
-    return foreign();
-  }
-  if (!std::string_view(url.get()).starts_with("smb://")) {
-    return failure("it leads to something else than an SMB share");
-  }
-  return std::string(url.get());
+  return urlInEntry(std::get<std::string>(read));
 }
 
 }  // namespace ravelin::open

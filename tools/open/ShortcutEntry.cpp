@@ -1,0 +1,103 @@
+#include "ShortcutEntry.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+
+#include "ShareUrl.h"
+#include "platform/Utf8.h"
+
+namespace ravelin::open {
+
+namespace {
+
+/// Takes what is before the separator, and the separator, from the front.
+std::string_view take(std::string_view& text, char separator) {
+  const std::size_t end = std::min(text.find(separator), text.size());
+  const std::string_view taken = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return taken;
+}
+
+constexpr std::string_view BLANKS = " \t\r\v\f";
+
+/// Readers differ in which of two groups or keys of a name they take; here nothing that counts may
+/// stand twice.
+class Entry {
+ public:
+  /// Takes the next line; false when no shortcut has it.
+  bool take(std::string_view line) {
+    line.remove_prefix(std::min(line.find_first_not_of(BLANKS), line.size()));
+    if (line.empty() || line.starts_with('#')) {
+      return true;
+    }
+    return line.starts_with('[') ? _takeHeader(line) : _takeValue(line);
+  }
+
+  [[nodiscard]] std::variant<std::string, Problem> url() const {
+    if (_urls > 1) {
+      return Problem{FAILED, "it has more than one URL"};
+    }
+    if (_types != 1 || _type != "Link" || !_url) {
+      return foreign();
+    }
+    if (const auto problem = problemOfShareUrl(*_url)) {
+      return *problem;
+    }
+    return std::string(*_url);
+  }
+
+ private:
+  enum class Group { none, entry, other };
+
+  bool _takeHeader(std::string_view header) {
+    const bool isEntry = header == "[Desktop Entry]";
+    const bool isFirst = _group == Group::none;
+    _group = isEntry ? Group::entry : Group::other;
+    return isEntry == isFirst;
+  }
+
+  bool _takeValue(std::string_view line) {
+    const std::size_t separator = line.find('=');
+    if (_group == Group::none || separator == std::string_view::npos) {
+      return false;
+    }
+    std::string_view key = line.substr(0, separator);
+    key = key.substr(0, key.find_last_not_of(BLANKS) + 1);
+    const std::string_view value = line.substr(separator + 1);
+    // Also in another group, or for a language: it could be meant for another reader.
+    _urls += key == "URL" || key.starts_with("URL[") ? 1U : 0U;
+    if (_group == Group::entry && key == "URL") {
+      _url = value;
+    } else if (_group == Group::entry && key == "Type") {
+      ++_types;
+      _type = value;
+    }
+    return true;
+  }
+
+  Group _group = Group::none;
+  std::string_view _type;
+  std::size_t _types = 0;
+  std::optional<std::string_view> _url;
+  std::size_t _urls = 0;
+};
+
+}  // namespace
+
+Problem foreign() { return {FAILED, "this is not a shortcut of Ravelin Disk"}; }
+
+std::variant<std::string, Problem> urlInEntry(std::string_view entry) {
+  if (entry.find('\0') != std::string_view::npos || !platform::isUtf8(entry)) {
+    return foreign();
+  }
+  Entry read;
+  while (!entry.empty()) {
+    if (!read.take(take(entry, '\n'))) {
+      return foreign();
+    }
+  }
+  return read.url();
+}
+
+}  // namespace ravelin::open
