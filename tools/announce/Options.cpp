@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Visible.h"
-#include "common/Quoted.h"
+#include "common/InQuotes.h"
 
 namespace ravelin::announce {
 
@@ -183,7 +183,7 @@ std::variant<Options, Information, Problem> conclude(Collected& collected,
     return misuse(names[arguments.size()], "missing; see --help");
   }
   if (arguments.size() > names.size()) {
-    return misuse(quoted(visible(arguments[names.size()])), "one argument too many; see --help");
+    return misuse(inQuotes(visible(arguments[names.size()])), "one argument too many; see --help");
   }
   Options& options = collected.options;
   options.host = arguments[arguments.size() - 2];
@@ -243,7 +243,7 @@ std::variant<Options, Information, Problem> parseOptions(int count, char** argum
       }
       const std::string argument = optopt == 0 ? std::string(arguments[optind - 1])
                                                : std::string{'-', static_cast<char>(optopt)};
-      return misuse(quoted(visible(argument)), "no option, or short for several; see --help");
+      return misuse(inQuotes(visible(argument)), "no option, or short for several; see --help");
     }
     const Choice& choice = CHOICES.at(static_cast<std::size_t>(code - FIRST_CHOICE));
     const std::string value = choice.wanted ? optarg : "";

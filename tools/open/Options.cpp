@@ -8,7 +8,7 @@
 
 #include "Printable.h"
 #include "common/GioTypes.h"
-#include "common/Quoted.h"
+#include "common/InQuotes.h"
 
 namespace ravelin::open {
 
@@ -42,7 +42,7 @@ std::variant<Options, Information, Problem> conclude(const std::vector<std::stri
     return misuse("FILE", "missing; see --help");
   }
   if (arguments.size() > 1) {
-    return misuse(quoted(printable(arguments[1])), "one argument too many; see --help");
+    return misuse(inQuotes(printable(arguments[1])), "one argument too many; see --help");
   }
   const std::string& file = arguments[0];
   if (file.empty()) {
@@ -56,7 +56,7 @@ std::variant<Options, Information, Problem> conclude(const std::vector<std::stri
   const String path(g_filename_from_uri(file.c_str(), &host, nullptr));
   const String owner(host);
   if (path == nullptr || (host != nullptr && std::string_view(host) != "localhost")) {
-    return misuse(quoted(printable(file)), "no URI of a file on this computer");
+    return misuse(inQuotes(printable(file)), "no URI of a file on this computer");
   }
   return Options{path.get()};
 }
@@ -80,7 +80,7 @@ std::variant<Options, Information, Problem> parseOptions(int count, char** argum
   const bool isCharacter = optopt != 0 && optopt < HELP;
   const std::string argument = isCharacter ? std::string{'-', static_cast<char>(optopt)}
                                            : std::string(arguments[optind - 1]);
-  return misuse(quoted(printable(argument)), "no option; see --help");
+  return misuse(inQuotes(printable(argument)), "no option; see --help");
 }
 
 }  // namespace ravelin::open

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/Quoted.h"
+#include "common/InQuotes.h"
 
 namespace ravelin::volume {
 
@@ -69,7 +69,7 @@ std::variant<Options, Information, Problem> conclude(const std::vector<std::stri
     return misuse(NAMES.at(arguments.size()), "missing; see --help");
   }
   if (arguments.size() > NAMES.size()) {
-    return misuse(quoted(arguments[NAMES.size()]), "one argument too many; see --help");
+    return misuse(inQuotes(arguments[NAMES.size()]), "one argument too many; see --help");
   }
   const auto* const choice = std::ranges::find(CHOICES, arguments[0], &Choice::name);
   if (choice == CHOICES.end()) {
@@ -98,7 +98,7 @@ std::variant<Options, Information, Problem> parseOptions(int count, char** argum
     return Information{std::string(VERSION)};
   }
   if (code != -1) {
-    return misuse(quoted(arguments[optind - 1]), "no option; see --help");
+    return misuse(inQuotes(arguments[optind - 1]), "no option; see --help");
   }
   return conclude({arguments + optind, arguments + count});
 }
