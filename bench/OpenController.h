@@ -20,7 +20,9 @@ class NoDesktop {
    public:
     bool createDirectoryAtPath(const std::string& /*path*/) override { return true; }
     bool fileExistsAtPath(const std::string& /*path*/) override { return false; }
-    Text contentsAtPath(const std::string& /*path*/) override { return std::nullopt; }
+    Text contentsAtPath(const std::string& /*path*/, std::size_t /*limit*/) override {
+      return std::nullopt;
+    }
     std::optional<platform::FileError> writeAtomically(const std::string& /*path*/,
                                                        std::string_view /*content*/) override {
       return std::nullopt;
@@ -31,13 +33,17 @@ class NoDesktop {
     Text contentsAtPath(const std::string& /*path*/, const Text& /*beneath*/) override {
       return std::nullopt;
     }
-    std::optional<platform::FileError> removeItemAtPath(const std::string& /*path*/,
-                                                        const Text& /*beneath*/) override {
+    std::optional<platform::FileError> makeWayAtPath(const std::string& /*path*/,
+                                                     const Text& /*beneath*/) override {
       return std::nullopt;
     }
-    std::optional<platform::FileError> writeAtomically(const std::string& /*path*/,
-                                                       const Text& /*beneath*/,
-                                                       std::string_view /*content*/) override {
+    std::optional<platform::FileError> removeShortcutAtPath(const std::string& /*path*/,
+                                                            const Text& /*beneath*/) override {
+      return std::nullopt;
+    }
+    std::optional<platform::FileError> writeShortcutAtPath(const std::string& /*path*/,
+                                                           const Text& /*beneath*/,
+                                                           std::string_view /*content*/) override {
       return std::nullopt;
     }
   };

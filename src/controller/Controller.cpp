@@ -39,18 +39,9 @@ platform::FileManager& fileManager() { return platform::service<platform::FileMa
 
 Disk::Date now() { return platform::service<platform::Clock>().now(); }
 
-bool removeShortcut(const std::string& path, Text& reason) {
-  const auto error = fileManager().removeItemAtPath(path, DirectoryFinder::desktopDirectory());
-  if (error) {
-    reason = error->localizedDescription;
-  }
-  return !error;
-}
-
-void removeShortcutOrLog(const std::string& path) {
-  if (Text reason; !removeShortcut(path, reason)) {
-    Logger::logMessage("Error when deleting alias file. Reason: " + shown(reason), LogTypeError);
-  }
+void logFailedRemoval(const platform::FileError& error) {
+  Logger::logMessage("Error when deleting alias file. Reason: " + error.localizedDescription,
+                     LogTypeError);
 }
 
 bool shortcutExists(const std::string& path) {
@@ -240,7 +231,10 @@ bool Controller::_shouldDiskRemounted(const Disk& event) const {
 void Controller::_mountDisk(const DiskPtr& disk) {
   const std::string path = _shortcutPathForDisk(*disk);
   if (shortcutExists(path)) {
-    removeShortcutOrLog(path);
+    // What stays is not replaced: then the script fails.
+    if (const auto error = fileManager().makeWayAtPath(path, DirectoryFinder::desktopDirectory())) {
+      logFailedRemoval(*error);
+    }
   }
   const platform::ShortcutScript script{
       disk->ipAddress(), disk->label() ? _encodeURLString(*disk->label()) : std::nullopt,
@@ -298,14 +292,15 @@ void Controller::unmountAll() {
 }
 
 void Controller::_deleteAliasAtPath(const std::string& path) {
-  if (SnowLeopardAndAbove()) {
-    removeShortcutOrLog(path);
-    return;
+  const bool reports = SnowLeopardAndAbove();
+  if (!reports) {
+    const platform::RemovalScript script{platform::lastPathComponent(path)};
+    RunLoop::main().performAndWait([&] { runApplescript(script); });
   }
-  const platform::RemovalScript script{platform::lastPathComponent(path)};
-  RunLoop::main().performAndWait([&] { runApplescript(script); });
-  Text ignored;
-  removeShortcut(path, ignored);
+  const auto error = fileManager().removeShortcutAtPath(path, DirectoryFinder::desktopDirectory());
+  if (error && reports) {
+    logFailedRemoval(*error);
+  }
 }
 
 std::string Controller::_getAliasPathForDisk(const Disk& disk) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,10 +19,17 @@ struct FileError {
 ///
 /// The operations "beneath" a folder are for paths that strangers had a say in. The folder itself
 /// may be reached through links, but from there on the path must lead downwards: a component "..",
-/// a symbolic link on the way, or a path that does not begin with the folder makes the operation
-/// fail without touching anything. An absent folder or path fails likewise.
+/// a symbolic link on the way, another mount, or a path that does not begin with the folder makes
+/// the operation fail without touching anything. An absent folder or path fails likewise.
+///
+/// Those for shortcuts never harm what is the user's. A shortcut is a file with this system's mark:
+/// a first line, or an attribute of the file. Everything else is the user's: other files, links,
+/// folders, what cannot be read.
 class FileManager {
  public:
+  /// What is larger is not worth the memory, as a rule.
+  static constexpr std::size_t CONTENT_LIMIT = std::size_t{16} * 1024 * 1024;
+
   virtual ~FileManager() = default;
 
   /// Makes the folder, and the missing ones above it. True when it is there afterwards.
@@ -30,8 +38,9 @@ class FileManager {
   /// Whether there is something at the path, links followed.
   virtual bool fileExistsAtPath(const std::string& path) = 0;
 
-  /// The whole content of a file, or null when it cannot be read.
-  virtual Text contentsAtPath(const std::string& path) = 0;
+  /// The whole content of a file, or null when it cannot be read or has more bytes than the limit.
+  virtual Text contentsAtPath(const std::string& path, std::size_t limit) = 0;
+  Text contentsAtPath(const std::string& path) { return contentsAtPath(path, CONTENT_LIMIT); }
 
   /// Replaces the file by the content, wholly or not at all. Null on success.
   virtual std::optional<FileError> writeAtomically(const std::string& path,
@@ -40,20 +49,24 @@ class FileManager {
   /// Whether there is something at the path; a link there counts by itself, wherever it leads.
   virtual bool fileExistsAtPath(const std::string& path, const Text& beneath) = 0;
 
-  /// The whole content of the file at the path, or null when it cannot be read; a link there is not
-  /// followed.
+  /// The whole content of the file at the path, or null when it cannot be read or is larger than
+  /// CONTENT_LIMIT; a link there is not followed.
   virtual Text contentsAtPath(const std::string& path, const Text& beneath) = 0;
 
-  /// Removes the file or link at the path; never a folder. Null on success, an error also when
-  /// nothing is there.
-  virtual std::optional<FileError> removeItemAtPath(const std::string& path,
-                                                    const Text& beneath) = 0;
+  /// Makes the path free: removes the shortcut that is there, moves anything else to the user's
+  /// trash. Null when nothing is there any more; otherwise what is there stays. May take some
+  /// seconds.
+  virtual std::optional<FileError> makeWayAtPath(const std::string& path, const Text& beneath) = 0;
 
-  /// Makes the file (mode 0644) or replaces the one that is there, wholly or not at all: it is
-  /// written under a temporary name beside it, then renamed. Never replaces a folder, makes no
-  /// folder, leaves no temporary file behind. Null on success.
-  virtual std::optional<FileError> writeAtomically(const std::string& path, const Text& beneath,
-                                                   std::string_view content) = 0;
+  /// Removes the shortcut at the path. Null on success, an error also when there is none.
+  virtual std::optional<FileError> removeShortcutAtPath(const std::string& path,
+                                                        const Text& beneath) = 0;
+
+  /// Makes the file (mode 0644) or replaces the shortcut that is there, wholly or not at all: it is
+  /// written under a temporary name beside it, then renamed. Never replaces anything else, makes no
+  /// folder, leaves no temporary file behind. The content must have the mark. Null on success.
+  virtual std::optional<FileError> writeShortcutAtPath(const std::string& path, const Text& beneath,
+                                                       std::string_view content) = 0;
 };
 
 }  // namespace ravelin::platform

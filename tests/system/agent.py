@@ -18,7 +18,7 @@ import time
 
 BIN = pathlib.Path(os.environ["RAVELIN_DISK_BIN"])
 EXECUTABLE = BIN / "ravelin-disk-agent"
-HELPER = "ravelin-disk-icon"
+HELPER = "ravelin-disk-shortcut-helper"
 _CODE = EXECUTABLE.read_bytes()
 SANITIZER = "asan" if b"__asan_init" in _CODE else "tsan" if b"__tsan_init" in _CODE else None
 del _CODE
@@ -91,6 +91,7 @@ class Home(contextlib.AbstractContextManager):
         self.base = pathlib.Path(self._folder.name)
         self.path = self.base / "home"
         self.desktop = self.path / "Desktop"
+        self.trash = self.path / ".local/share/Trash/files"
         self.outside = self.base / "outside"
         self.user_config = self.path / ".local/share/RavelinDisk/Ravelin Disk Config.plist"
         self.machine_config = self.base / "machine/RavelinDisk/Ravelin Disk Config.plist"

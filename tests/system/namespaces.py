@@ -15,6 +15,7 @@ PORT = 5077
 PATIENCE = 60
 
 _CLONE_NEWNET = 0x40000000
+_CLONE_NEWNS = 0x00020000
 _LIBC = ctypes.CDLL(None, use_errno=True)
 
 
@@ -24,8 +25,37 @@ def _checked(result):
         raise OSError(error, os.strerror(error))
 
 
-def _own_namespace():
-    return os.open("/proc/thread-self/ns/net", os.O_RDONLY | os.O_CLOEXEC)
+def _own_namespace(kind="net"):
+    return os.open(f"/proc/thread-self/ns/{kind}", os.O_RDONLY | os.O_CLOEXEC)
+
+
+class OwnMounts(contextlib.AbstractContextManager):
+    """Mounts of its own for this thread and what it starts meanwhile; nobody else sees them."""
+
+    def __init__(self):
+        self._closing = contextlib.ExitStack()
+        before = _own_namespace("mnt")
+        folder = os.getcwd()
+        _checked(_LIBC.unshare(_CLONE_NEWNS))
+        self._closing.callback(os.close, before)
+        self._closing.callback(os.chdir, folder)
+        self._closing.callback(lambda: _checked(_LIBC.setns(before, _CLONE_NEWNS)))
+        subprocess.run(["mount", "--make-rprivate", "/"], check=True)
+
+    def __exit__(self, *_):
+        self._closing.close()
+
+    def mount_memory(self, folder):
+        """Mounts an empty file system in memory at the folder."""
+        subprocess.run(["mount", "-t", "tmpfs", "none", folder], check=True)
+
+    def mount_hung(self, folder):
+        """Mounts at the folder a file system whose server, this process, never answers: whoever
+        asks it anything hangs."""
+        server = os.open("/dev/fuse", os.O_RDWR | os.O_CLOEXEC)
+        self._closing.callback(os.close, server)
+        options = f"fd={server},rootmode=40000,user_id=0,group_id=0"
+        _checked(_LIBC.mount(b"hung", os.fsencode(folder), b"fuse", 0, options.encode()))
 
 
 class Namespace(contextlib.AbstractContextManager):

@@ -4,7 +4,7 @@ import os
 
 import pytest
 
-from agent import REMOVAL_FAILED, snapshot, wait_until
+from agent import REMOVAL_FAILED, wait_until
 
 # What becomes of each label: the name of its shortcut, or none.
 LABELS = {
@@ -106,47 +106,6 @@ def test_link_on_the_way_is_not_followed(home, target):
         assert agent.terminate() == 0
     assert home.shortcuts() == ["Inside", "link"]
     assert os.listdir(home.desktop / "Inside") == []
-
-
-@pytest.mark.parametrize("kind", ["file", "folder", "nothing"])
-def test_link_in_the_place_of_the_shortcut_is_replaced(home, kind):
-    victim = home.outside / "victim"
-    if kind == "file":
-        victim.write_text("not yours")
-    elif kind == "folder":
-        victim.mkdir()
-        (victim / "content").write_text("not yours")
-    path = home.desktop / "USB Disk.app"
-    path.symlink_to(victim)
-    agent = home.start()
-    with home.nothing_changes_elsewhere():
-        agent.announce("disk_mounted")
-        wait_until(lambda: path.is_file() and not path.is_symlink(), "shortcut")
-        path.unlink()
-        path.symlink_to(victim)
-        agent.announce("disk_unmounted")
-        home.wait_for_shortcuts()
-        agent.check_works()
-        assert agent.terminate() == 0
-        agent.check_clean_end()
-
-
-def test_folder_in_the_place_of_the_shortcut_stays(home):
-    folder = home.desktop / "USB Disk.app"
-    (folder / "Contents").mkdir(parents=True)
-    (folder / "Contents/file").write_text("the user's")
-    before = snapshot(home.desktop)
-    agent = home.start()
-    agent.announce("disk_mounted")
-    agent.wait_for_log(REMOVAL_FAILED)
-    agent.check_works()
-    agent.announce("disk_unmounted")
-    agent.wait_for_log(REMOVAL_FAILED, count=2)
-    agent.announce("disk_mounted")
-    agent.check_works()
-    assert agent.terminate() == 0
-    assert snapshot(home.desktop) == before
-    assert agent.log().count(REMOVAL_FAILED + "Is a directory\n") == 4
 
 
 @pytest.mark.parametrize("ip", [

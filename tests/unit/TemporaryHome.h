@@ -47,6 +47,9 @@ class TemporaryHome {
   [[nodiscard]] std::string desktop() const { return path() + "/Desktop"; }
   [[nodiscard]] std::string machineWide() const { return path() + "/machine/share"; }
 
+  /// Where what the user has thrown away lies.
+  [[nodiscard]] std::string trash() const { return path() + "/data/Trash/files"; }
+
   /// The agent's support folders; nothing creates them here.
   [[nodiscard]] std::string userSupport() const { return path() + "/data/RavelinDisk"; }
   [[nodiscard]] std::string machineWideSupport() const { return machineWide() + "/RavelinDisk"; }

@@ -2,18 +2,20 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <string_view>
+#include <fstream>
 #include <utility>
 
 namespace ravelin::platform {
 
 namespace {
 
-constexpr int FOLDER_FLAGS = O_PATH | O_DIRECTORY | O_CLOEXEC;
+/// Neither follows a link nor has anything mounted on demand.
+constexpr int STEP_FLAGS = O_PATH | O_NOFOLLOW | O_CLOEXEC;
 
 BeneathResolver::Place failure(int error) { return {.folder = {}, .name = {}, .error = error}; }
 
@@ -35,23 +37,37 @@ bool holdsParentComponent(std::string_view path) {
   return false;
 }
 
-Descriptor openByKernel(int start, const std::string& path) {
+Descriptor openByKernel(int folder, const std::string& name) {
   open_how how{};
-  how.flags = FOLDER_FLAGS;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  how.flags = STEP_FLAGS;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_NO_XDEV;
   return Descriptor(
-      static_cast<int>(::syscall(SYS_openat2, start, path.c_str(), &how, sizeof how)));
+      static_cast<int>(::syscall(SYS_openat2, folder, name.c_str(), &how, sizeof how)));
 }
 
-Descriptor openStepwise(Descriptor start, std::string_view path) {
-  Descriptor folder = std::move(start);
-  while (folder.isOpen() && !path.empty()) {
-    const std::string component(takeComponent(path));
-    if (!component.empty() && component != ".") {
-      folder = Descriptor(::openat(folder.number(), component.c_str(), FOLDER_FLAGS | O_NOFOLLOW));
+/// The number of the mount to which the descriptor belongs, without asking the mount itself.
+Text mountOf(int descriptor) {
+  std::ifstream file("/proc/self/fdinfo/" + std::to_string(descriptor));
+  for (std::string word; file >> word;) {
+    if (word == "mnt_id:" && file >> word) {
+      return word;
     }
   }
-  return folder;
+  return std::nullopt;
+}
+
+Descriptor openChecked(int folder, const std::string& name) {
+  Descriptor found(::openat(folder, name.c_str(), STEP_FLAGS));
+  if (!found.isOpen()) {
+    return found;
+  }
+  const Text mount = mountOf(folder);
+  if (mount && mount == mountOf(found.number())) {
+    return found;
+  }
+  found.close();
+  errno = EXDEV;
+  return found;
 }
 
 /// Whether the kernel is too old for the call, or a sandbox withholds it.
@@ -80,18 +96,35 @@ BeneathResolver::Place BeneathResolver::resolve(const std::string& path,
       holdsParentComponent(parents)) {
     return failure(EPERM);
   }
-  place.folder = Descriptor(::open(beneath->c_str(), FOLDER_FLAGS));
-  if (place.folder.isOpen() && !parents.empty()) {
-    Descriptor found;
-    if (_strategy == Strategy::kernel) {
-      found = openByKernel(place.folder.number(), parents);
-    }
-    if (_strategy == Strategy::stepwise || (!found.isOpen() && lacksKernelWalk(errno))) {
-      found = openStepwise(std::move(place.folder), parents);
-    }
-    place.folder = std::move(found);
-  }
+  place.folder =
+      _openFolders(Descriptor(::open(beneath->c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), parents);
   return place.folder.isOpen() ? std::move(place) : failure(errno);
+}
+
+Descriptor BeneathResolver::open(int folder, const std::string& name) const {
+  if (_strategy == Strategy::kernel) {
+    Descriptor found = openByKernel(folder, name);
+    if (found.isOpen() || !lacksKernelWalk(errno)) {
+      return found;
+    }
+  }
+  return openChecked(folder, name);
+}
+
+Descriptor BeneathResolver::_openFolders(Descriptor start, std::string_view path) const {
+  Descriptor folder = std::move(start);
+  while (folder.isOpen() && !path.empty()) {
+    const std::string component(takeComponent(path));
+    if (!component.empty() && component != ".") {
+      folder = open(folder.number(), component);
+    }
+    struct stat status{};
+    if (folder.isOpen() && (::fstat(folder.number(), &status) != 0 || !S_ISDIR(status.st_mode))) {
+      folder.close();
+      errno = ENOTDIR;
+    }
+  }
+  return folder;
 }
 
 }  // namespace ravelin::platform

@@ -40,6 +40,10 @@ std::string escaped(std::string_view value) {
 
 }  // namespace
 
+bool DesktopEntry::isShortcut(std::string_view text) {
+  return text.substr(0, text.find('\n')) == MAGIC;
+}
+
 std::string DesktopEntry::text() const {
   return std::string(MAGIC) +
          "\n"
@@ -55,7 +59,7 @@ std::string DesktopEntry::text() const {
 
 Text DesktopEntry::withIcon(std::string_view text, std::string_view icon) {
   const std::size_t key = text.rfind(ICON_KEY);
-  if (!text.starts_with(MAGIC) || key == std::string_view::npos) {
+  if (!isShortcut(text) || key == std::string_view::npos) {
     return std::nullopt;
   }
   const std::size_t end = std::min(text.find('\n', key + 1), text.size());

@@ -12,6 +12,10 @@ struct DesktopEntry {
   /// The first line of every shortcut, by which the shortcut's MIME type is told from other files.
   static constexpr std::string_view MAGIC = "# Ravelin Disk shortcut";
 
+  /// Whether the file with this content is a shortcut: its first line is the magic one. The part
+  /// that is as long as the magic line with its end decides.
+  [[nodiscard]] static bool isShortcut(std::string_view text);
+
   std::string name;  ///< what people see
   std::string url;
 

@@ -5,31 +5,22 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstddef>
-#include <system_error>
 
 #include "platform/Service.h"
 #include "platform/linux/BeneathResolver.h"
 #include "platform/linux/Descriptor.h"
+#include "platform/linux/FileErrors.h"
+#include "platform/linux/OpenedFile.h"
+#include "platform/linux/ShortcutFiles.h"
+#include "platform/linux/TemporaryFile.h"
 
 namespace ravelin::platform {
 
 namespace {
 
-/// What is larger is none of the agent's files, and not worth the memory.
-constexpr std::size_t CONTENT_LIMIT = std::size_t{16} * 1024 * 1024;
-
-constexpr mode_t FILE_MODE = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
-
-enum class Mode { exact, lessUmask };
-
 using Place = BeneathResolver::Place;
-
-std::optional<FileError> failure(int error) {
-  return FileError{std::generic_category().message(error)};
-}
 
 bool namesNothing(const std::string& path) {
   return !path.starts_with('/') || path.find('\0') != std::string::npos;
@@ -55,58 +46,12 @@ Place placeOf(const std::string& path) {
   return place;
 }
 
-bool writeWholly(int file, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(file, content.data(), content.size());
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    content.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-/// A new file under a name that nobody else uses; the name goes into `name`.
-Descriptor createTemporary(int folder, std::string& name) {
-  static std::atomic<unsigned long> counter{0};
-  constexpr int ATTEMPTS = 100;
-  Descriptor file;
-  for (int attempt = 0; attempt < ATTEMPTS && !file.isOpen(); ++attempt) {
-    name = ".ravelin-disk-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
-    file = Descriptor(::openat(folder, name.c_str(),
-                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, FILE_MODE));
-    // Left behind by an earlier process of the same number: the next name.
-    if (!file.isOpen() && errno != EEXIST) {
-      break;
-    }
-  }
-  return file;
-}
-
-std::optional<FileError> replace(const Place& place, std::string_view content, Mode mode) {
-  std::string temporary;
-  Descriptor file = createTemporary(place.folder.number(), temporary);
-  if (!file.isOpen()) {
-    return failure(errno);
-  }
-  const bool done = (mode == Mode::lessUmask || ::fchmod(file.number(), FILE_MODE) == 0) &&
-                    writeWholly(file.number(), content) && file.close() &&
-                    ::renameat(place.folder.number(), temporary.c_str(), place.folder.number(),
-                               place.name.c_str()) == 0;
-  if (done) {
-    return std::nullopt;
-  }
-  const int error = errno;
-  ::unlinkat(place.folder.number(), temporary.c_str(), 0);
-  return failure(error);
-}
-
 /// Reads to the end of the file; null when that fails or there is too much.
-Text readWholly(int file, std::size_t expected) {
+Text readWholly(int file, std::size_t expected, std::size_t limit) {
   constexpr std::size_t MARGIN = 512;
   std::string content;
   std::size_t length = 0;
-  while (length <= CONTENT_LIMIT) {
+  while (length <= limit) {
     // Some more than there should be, so that the end shows without another read.
     content.resize(std::max(expected, length * 2) + MARGIN);
     const std::size_t wanted = content.size() - length;
@@ -125,17 +70,13 @@ Text readWholly(int file, std::size_t expected) {
   return std::nullopt;
 }
 
-// Without O_NONBLOCK a named pipe would be waited for.
-constexpr int READING = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-
-Text contentsAt(int folder, const std::string& name, int flags) {
-  const Descriptor file(::openat(folder, name.c_str(), flags));
+Text contentOf(const Descriptor& file, std::size_t limit) {
   struct stat status{};
   if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
   const auto size = static_cast<std::size_t>(status.st_size);
-  return size > CONTENT_LIMIT ? std::nullopt : readWholly(file.number(), size);
+  return size > limit ? std::nullopt : readWholly(file.number(), size, limit);
 }
 
 class LinuxFileManager final : public FileManager {
@@ -161,49 +102,63 @@ class LinuxFileManager final : public FileManager {
     return !namesNothing(path) && ::stat(path.c_str(), &status) == 0;
   }
 
-  Text contentsAtPath(const std::string& path) override {
-    return namesNothing(path) ? std::nullopt : contentsAt(AT_FDCWD, path, READING);
+  Text contentsAtPath(const std::string& path, std::size_t limit) override {
+    return namesNothing(path) ? std::nullopt
+                              : contentOf(Descriptor(::open(path.c_str(), READING)), limit);
   }
 
   std::optional<FileError> writeAtomically(const std::string& path,
                                            std::string_view content) override {
     if (namesNothing(path)) {
-      return failure(EINVAL);
+      return fileError(EINVAL);
     }
     const Place place = placeOf(path);
-    return place.error != 0 ? failure(place.error) : replace(place, content, Mode::lessUmask);
+    if (place.error != 0) {
+      return fileError(place.error);
+    }
+    TemporaryFile file(place.folder.number(), content, TemporaryFile::Mode::lessUmask);
+    const int error = file.error() != 0 ? file.error() : file.replace(place.name);
+    return error != 0 ? std::optional(fileError(error)) : std::nullopt;
   }
 
   bool fileExistsAtPath(const std::string& path, const Text& beneath) override {
     const Place place = _resolver.resolve(path, beneath);
-    struct stat status{};
-    return place.error == 0 &&
-           ::fstatat(place.folder.number(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return place.error == 0 && _shortcuts.exists(place);
   }
 
   Text contentsAtPath(const std::string& path, const Text& beneath) override {
     const Place place = _resolver.resolve(path, beneath);
-    return place.error != 0 ? std::nullopt
-                            : contentsAt(place.folder.number(), place.name, READING | O_NOFOLLOW);
-  }
-
-  std::optional<FileError> removeItemAtPath(const std::string& path, const Text& beneath) override {
-    const Place place = _resolver.resolve(path, beneath);
     if (place.error != 0) {
-      return failure(place.error);
+      return std::nullopt;
     }
-    const bool done = ::unlinkat(place.folder.number(), place.name.c_str(), 0) == 0;
-    return done ? std::nullopt : failure(errno);
+    const Descriptor item = _resolver.open(place.folder.number(), place.name);
+    struct stat status{};
+    // What is no file is not even opened: that may have effects of its own.
+    const bool isFile =
+        item.isOpen() && ::fstat(item.number(), &status) == 0 && S_ISREG(status.st_mode);
+    return isFile ? contentOf(openForReading(item), CONTENT_LIMIT) : std::nullopt;
   }
 
-  std::optional<FileError> writeAtomically(const std::string& path, const Text& beneath,
-                                           std::string_view content) override {
+  std::optional<FileError> makeWayAtPath(const std::string& path, const Text& beneath) override {
     const Place place = _resolver.resolve(path, beneath);
-    return place.error != 0 ? failure(place.error) : replace(place, content, Mode::exact);
+    return place.error != 0 ? fileError(place.error) : _shortcuts.makeWay(place);
+  }
+
+  std::optional<FileError> removeShortcutAtPath(const std::string& path,
+                                                const Text& beneath) override {
+    const Place place = _resolver.resolve(path, beneath);
+    return place.error != 0 ? fileError(place.error) : _shortcuts.remove(place);
+  }
+
+  std::optional<FileError> writeShortcutAtPath(const std::string& path, const Text& beneath,
+                                               std::string_view content) override {
+    const Place place = _resolver.resolve(path, beneath);
+    return place.error != 0 ? fileError(place.error) : _shortcuts.store(place, content);
   }
 
  private:
   const BeneathResolver _resolver;
+  ShortcutFiles _shortcuts{_resolver};
 };
 
 }  // namespace

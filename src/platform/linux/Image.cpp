@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "platform/Service.h"
-#include "platform/linux/IconProgram.h"
+#include "platform/linux/ShortcutHelper.h"
 
 namespace ravelin::platform {
 
@@ -35,7 +35,7 @@ class LinuxImageReader final : public ImageReader {
                           status.st_ctim.tv_nsec};
     auto known = _verdicts.find(path);
     if (known == _verdicts.end() || known->second.version != version) {
-      const auto isReadable = service<IconProgram>().run({"check", path});
+      const auto isReadable = service<ShortcutHelper>().run({"check", path});
       if (!isReadable) {
         return nullptr;
       }

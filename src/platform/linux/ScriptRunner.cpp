@@ -35,15 +35,15 @@ class LinuxScriptRunner final : public ScriptRunner {
   static bool _perform(const ShortcutScript& script, const std::string& desktop) {
     const std::string label = shown(script.label);
     const DesktopEntry entry{.name = label, .url = script.url()};
-    return !service<FileManager>().writeAtomically(desktop + "/" + label + ".app", desktop,
-                                                   entry.text());
+    return !service<FileManager>().writeShortcutAtPath(desktop + "/" + label + ".app", desktop,
+                                                       entry.text());
   }
 
   static bool _perform(const RemovalScript& script, const std::string& desktop) {
     auto& files = service<FileManager>();
     const std::string path = desktop + "/" + script.fileName;
     // In this order an item that somebody else removes meanwhile is no failure.
-    return !files.removeItemAtPath(path, desktop) || !files.fileExistsAtPath(path, desktop);
+    return !files.removeShortcutAtPath(path, desktop) || !files.fileExistsAtPath(path, desktop);
   }
 
   static bool _perform(const AliasScript& script, const std::string& desktop) {
@@ -58,11 +58,10 @@ class LinuxScriptRunner final : public ScriptRunner {
   static bool _link(const AliasScript& script, const std::string& desktop, Target target) {
     const std::string name = shown(script.aliasName);
     const std::string path = shown(script.volumePath);
-    if (!_perform(RemovalScript{.fileName = name}, desktop) || !_leadsToA(target, path)) {
-      return false;
-    }
-    const auto place = BeneathResolver().resolve(desktop + "/" + name, desktop);
-    return place.error == 0 &&
+    const std::string item = desktop + "/" + name;
+    const auto place = BeneathResolver().resolve(item, desktop);
+    return place.error == 0 && !service<FileManager>().makeWayAtPath(item, desktop) &&
+           _leadsToA(target, path) &&
            ::symlinkat(path.c_str(), place.folder.number(), place.name.c_str()) == 0;
   }
 

@@ -4,7 +4,7 @@
 #include "platform/Image.h"
 #include "platform/Service.h"
 #include "platform/linux/DesktopEntry.h"
-#include "platform/linux/IconProgram.h"
+#include "platform/linux/ShortcutHelper.h"
 
 namespace ravelin::platform {
 
@@ -18,8 +18,8 @@ class LinuxWorkspace final : public Workspace {
     auto& files = service<FileManager>();
     const Text text = files.contentsAtPath(forFile, beneath);
     const Text changed = text ? DesktopEntry::withIcon(*text, image.path()) : std::nullopt;
-    return changed && !files.writeAtomically(forFile, beneath, *changed) &&
-           service<IconProgram>().run({"set", forFile, image.path()}).value_or(false);
+    return changed && !files.writeShortcutAtPath(forFile, beneath, *changed) &&
+           service<ShortcutHelper>().run({"set", forFile, image.path()}).value_or(false);
   }
 };
 

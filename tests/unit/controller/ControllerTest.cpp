@@ -26,6 +26,7 @@
 #include "ManualClock.h"
 #include "RecordingLog.h"
 #include "Seccomp.h"
+#include "Shortcuts.h"
 #include "TemporaryHome.h"
 #include "Waiting.h"
 #include "controller/PlainModel.h"
@@ -58,6 +59,7 @@ using test::PlainModel;
 using test::receivedLine;
 using test::RecordingLog;
 using test::runUntil;
+using test::shortcutWith;
 using test::TemporaryHome;
 using test::Texts;
 using test::textsOf;
@@ -70,6 +72,8 @@ using testing::Pair;
 
 const LogLine NOT_THERE =
     error("Error when deleting alias file. Reason: No such file or directory");
+const LogLine NOT_OURS =
+    error("Error when deleting alias file. Reason: It is not a shortcut of Ravelin Disk");
 const LogLine IS_A_FOLDER = error("Error when deleting alias file. Reason: Is a directory");
 
 class OpenController final : public Controller {
@@ -699,12 +703,13 @@ TEST_F(ControllerTest, EventsThatArriveDuringATickBelongToIt) {
 
 // Shortcuts.
 
-TEST_F(ControllerTest, AnOldShortcutMakesWayForANewOne) {
-  writeFile(onDesktop("USB Disk.app"), "URL=old\n");
+TEST_F(ControllerTest, AnOldShortcutMakesWayForANewOneAndIsNotKept) {
+  writeFile(onDesktop("USB Disk.app"), shortcutWith("URL=old\n"));
   process(USB);
   EXPECT_THAT(shortcuts(),
               ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
   EXPECT_THAT(log.lines(), IsEmpty());
+  EXPECT_FALSE(fs::exists(home.trash()));
 }
 
 TEST_F(ControllerDeathTest, AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame) {
@@ -738,17 +743,51 @@ TEST_F(ControllerTest, ALinkInTheShortcutsPlaceIsReplacedAndItsTargetIsNot) {
   EXPECT_EQ(urlIn(home.path() + "/target"), "target");
 }
 
-TEST_F(ControllerTest, AFolderInTheShortcutsPlaceStaysAndTheDiskIsMountedAllTheSame) {
+TEST_F(ControllerTest, WhatTheUserHasInTheShortcutsPlaceIsInTheTrashAfterwards) {
   fs::create_directory(onDesktop("USB Disk.app"));
-  writeFile(onDesktop("USB Disk.app/kept"), "");
+  writeFile(onDesktop("USB Disk.app/kept"), "the user's");
+  writeFile(onDesktop("CARD.app"), "URL=the user's\n");
   process(USB);
-  EXPECT_THAT(log.take(), ElementsAre(IS_A_FOLDER));
+  process(CARD);
+  EXPECT_THAT(log.take(), IsEmpty());
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB, CARD));
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("CARD.app", "smb://guest:@192.168.1.5/CARD"),
+                          Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
+  EXPECT_TRUE(fs::exists(home.trash() + "/USB Disk.app/kept"));
+  EXPECT_EQ(urlIn(home.trash() + "/CARD.app"), "the user's");
+}
+
+TEST_F(ControllerTest, WhatCannotBeMovedToTheTrashStaysAndTheDiskIsMountedAllTheSame) {
+  // Nothing can be made where the trash would be.
+  writeFile(home.path() + "/data", "");
+  writeFile(onDesktop("USB Disk.app"), "URL=the user's\n");
+  process(USB);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_THAT(log.take()[0].text,
+              HasSubstr("Error when deleting alias file. Reason: Not moved to the trash: "));
   EXPECT_THAT(mountedTexts(), ElementsAre(USB));
-  EXPECT_TRUE(fs::exists(onDesktop("USB Disk.app/kept")));
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("USB Disk.app", "the user's")));
   process(withEvent("disk_unmounted", USB));
-  EXPECT_THAT(log.take(), ElementsAre(IS_A_FOLDER));
+  EXPECT_THAT(log.take(), ElementsAre(NOT_OURS));
   EXPECT_THAT(mountedTexts(), IsEmpty());
-  EXPECT_TRUE(fs::exists(onDesktop("USB Disk.app/kept")));
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("USB Disk.app", "the user's")));
+}
+
+TEST_F(ControllerTest, WhatTheUserHasPutInThePlaceOfAShortcutStays) {
+  process(USB);
+  process(CARD);
+  for (const char* const name : {"USB Disk.app", "CARD.app"}) {
+    fs::remove(onDesktop(name));
+    writeFile(onDesktop(name), "URL=the user's\n");
+  }
+  process(withEvent("disk_unmounted", USB));
+  EXPECT_THAT(log.take(), ElementsAre(NOT_OURS));
+  controller->unmountAll();
+  EXPECT_THAT(log.take(), ElementsAre(NOT_OURS));
+  EXPECT_THAT(mountedTexts(), IsEmpty());
+  EXPECT_THAT(shortcuts(),
+              ElementsAre(Pair("CARD.app", "the user's"), Pair("USB Disk.app", "the user's")));
 }
 
 TEST_F(ControllerTest, AShortcutIsRemovedUnderTheLabelWithWhichItWasMade) {
@@ -870,12 +909,16 @@ TEST_F(ControllerTest, BeforeSnowLeopardAShortcutIsRemovedByScriptAndFailuresAre
 
 TEST_F(ControllerTest, BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath) {
   const ChosenVersion system(LEOPARD);
-  writeFile(onDesktop("USB.app"), "URL=old\n");
+  writeFile(onDesktop("USB.app"), shortcutWith("URL=old\n"));
   OpenController::_deleteAliasAtPath("/nowhere/at/all/USB.app");
   EXPECT_THAT(shortcuts(), IsEmpty());
-  writeFile(onDesktop("USB.app"), "URL=old\n");
+  writeFile(onDesktop("USB.app"), shortcutWith("URL=old\n"));
   OpenController::_deleteAliasAtPath("/nowhere/USB.app//");
   EXPECT_THAT(shortcuts(), IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
+  writeFile(onDesktop("USB.app"), "URL=the user's\n");
+  OpenController::_deleteAliasAtPath(onDesktop("USB.app"));
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("USB.app", "the user's")));
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 

@@ -88,20 +88,28 @@ TEST_F(AliasScriptRunTest, TheAliasLeadsToTheVolume) {
   EXPECT_TRUE(fs::exists(_item + "/file"));
 }
 
-TEST_F(AliasScriptRunTest, AnItemOfThisNameIsReplaced) {
+TEST_F(AliasScriptRunTest, AnItemOfThisNameGoesToTheTrash) {
   std::ofstream(_item) << "old";
   EXPECT_TRUE(run("USB Disk", _volume));
   EXPECT_EQ(fs::read_symlink(_item), _volume);
+  EXPECT_TRUE(fs::is_regular_file(_home.trash() + "/USB Disk"));
+  fs::remove(_item);
+  fs::remove_all(fs::path(_home.trash()).parent_path());
+  fs::create_directories(_item + "/inside");
+  EXPECT_TRUE(run("USB Disk", _volume));
+  EXPECT_EQ(fs::read_symlink(_item), _volume);
+  EXPECT_TRUE(fs::is_directory(_home.trash() + "/USB Disk/inside"));
   fs::create_directories(_home.path() + "/media/other");
   EXPECT_TRUE(run("USB Disk", _home.path() + "/media/other"));
   EXPECT_EQ(fs::read_symlink(_item), _home.path() + "/media/other");
   EXPECT_TRUE(fs::exists(_volume + "/file"));
 }
 
-TEST_F(AliasScriptRunTest, AFolderOfThisNameStays) {
-  fs::create_directories(_item + "/inside");
+TEST_F(AliasScriptRunTest, AnItemThatCannotGoToTheTrashStays) {
+  std::ofstream(_home.path() + "/data") << "in the place of the trash";
+  std::ofstream(_item) << "old";
   EXPECT_FALSE(run("USB Disk", _volume));
-  EXPECT_TRUE(fs::is_directory(_item + "/inside"));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(_item)));
 }
 
 TEST_F(AliasScriptRunTest, AVolumeThatIsNotThereHasNoAlias) {

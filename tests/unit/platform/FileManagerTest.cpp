@@ -18,6 +18,7 @@
 
 #include <sys/resource.h>
 
+#include "Shortcuts.h"
 #include "TemporaryDirectory.h"
 #include "platform/Service.h"
 
@@ -48,6 +49,8 @@ std::vector<std::string> namesIn(const std::string& folder) {
   std::sort(names.begin(), names.end());
   return names;
 }
+
+using test::shortcutWith;
 
 using Names = std::vector<std::string>;
 
@@ -83,8 +86,10 @@ class FileManagerTest : public testing::Test {
   void expectRefused(const std::string& path, const Text& beneath) {
     EXPECT_FALSE(_files.fileExistsAtPath(path, beneath)) << path;
     EXPECT_EQ(_files.contentsAtPath(path, beneath), std::nullopt) << path;
-    EXPECT_NE(reason(_files.removeItemAtPath(path, beneath)), "") << path;
-    EXPECT_NE(reason(_files.writeAtomically(path, beneath, "hostile")), "") << path;
+    EXPECT_NE(reason(_files.removeShortcutAtPath(path, beneath)), "") << path;
+    EXPECT_NE(reason(_files.makeWayAtPath(path, beneath)), "") << path;
+    EXPECT_NE(reason(_files.writeShortcutAtPath(path, beneath, shortcutWith("hostile"))), "")
+        << path;
   }
 
   FileManager& _files = native<FileManager>();
@@ -202,6 +207,14 @@ TEST_F(FileManagerTest, ReadsUpToSixteenMebibytes) {
   EXPECT_EQ(_files.contentsAtPath(onDesktop("most")), std::nullopt);
 }
 
+TEST_F(FileManagerTest, ReadsAsMuchAsItsCallerWants) {
+  put(onDesktop("file"), "12345");
+  EXPECT_EQ(_files.contentsAtPath(onDesktop("file"), 5), Text("12345"));
+  EXPECT_EQ(_files.contentsAtPath(onDesktop("file"), 4), std::nullopt);
+  fs::resize_file(onDesktop("file"), 17UL * 1024 * 1024);
+  EXPECT_NE(_files.contentsAtPath(onDesktop("file"), 17UL * 1024 * 1024), std::nullopt);
+}
+
 TEST_F(FileManagerTest, WhatIsNoFileHasNoContentAndIsNotWaitedFor) {
   ASSERT_EQ(::mkfifo(onDesktop("pipe").c_str(), 0600), 0);
   EXPECT_EQ(_files.contentsAtPath(onDesktop("pipe")), std::nullopt);
@@ -223,7 +236,7 @@ TEST_F(FileManagerTest, WritesAFileWithTheUsersDefaultMode) {
 TEST_F(FileManagerTest, NoFileIsEverExecutable) {
   const Umask umask(0);
   EXPECT_EQ(reason(_files.writeAtomically(onDesktop("record"), "x")), "");
-  EXPECT_EQ(reason(_files.writeAtomically(onDesktop("shortcut"), _desktop, "x")), "");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(onDesktop("shortcut"), _desktop, "x")), "");
   EXPECT_EQ(modeOf(onDesktop("record")), mode_t{0644});
   EXPECT_EQ(modeOf(onDesktop("shortcut")), mode_t{0644});
 }
@@ -256,12 +269,13 @@ TEST_F(FileManagerTest, SaysWhyAFileCannotBeWritten) {
 
 TEST_F(FileManagerTest, WritesLargeContentWholly) {
   const std::string content(5'000'000, 'y');
-  EXPECT_EQ(reason(_files.writeAtomically(onDesktop("large"), _desktop, content)), "");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(onDesktop("large"), _desktop, content)), "");
   EXPECT_EQ(contentOf(onDesktop("large")), content);
 }
 
 TEST_F(FileManagerTest, AFullDiskLeavesTheOldFileAndNothingElse) {
   put(onDesktop("kept"), "old");
+  put(onDesktop("shortcut"), shortcutWith("old"));
   // The limit on a file's size stands in for the end of the disk; in a process of its own, since
   // it holds for all files.
   const auto attempt = [&](const auto& write) {
@@ -275,11 +289,12 @@ TEST_F(FileManagerTest, AFullDiskLeavesTheOldFileAndNothingElse) {
           ::_exit(isLimited && why == "File too large" ? 7 : 1);
         },
         testing::ExitedWithCode(7), "");
-    EXPECT_EQ(namesIn(_desktop), Names{"kept"});
+    EXPECT_EQ(namesIn(_desktop), (Names{"kept", "shortcut"}));
     EXPECT_EQ(contentOf(onDesktop("kept")), "old");
+    EXPECT_EQ(contentOf(onDesktop("shortcut")), shortcutWith("old"));
   };
   attempt([&](const std::string& content) {
-    return _files.writeAtomically(onDesktop("kept"), _desktop, content);
+    return _files.writeShortcutAtPath(onDesktop("shortcut"), _desktop, content);
   });
   attempt([&](const std::string& content) {
     return _files.writeAtomically(onDesktop("kept"), content);
@@ -291,21 +306,21 @@ TEST_F(FileManagerTest, TemporaryFilesLeftByAnotherProcessAreNoHindrance) {
   for (int number = 0; number < 20; ++number) {
     put(onDesktop(mine + std::to_string(number)), "left");
   }
-  EXPECT_EQ(reason(_files.writeAtomically(onDesktop("a.app"), _desktop, "new")), "");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(onDesktop("a.app"), _desktop, "new")), "");
   EXPECT_EQ(contentOf(onDesktop("a.app")), "new");
   EXPECT_EQ(namesIn(_desktop).size(), 21U);
   EXPECT_EQ(contentOf(onDesktop(mine + "0")), "left");
 }
 
 TEST_F(FileManagerTest, AReaderSeesTheOldFileOrTheNewNeverAPart) {
-  const std::string first(50'000, 'a');
-  const std::string second(70'000, 'b');
-  ASSERT_EQ(reason(_files.writeAtomically(onDesktop("x"), _desktop, first)), "");
+  const std::string first = shortcutWith(std::string(50'000, 'a'));
+  const std::string second = shortcutWith(std::string(70'000, 'b'));
+  ASSERT_EQ(reason(_files.writeShortcutAtPath(onDesktop("x"), _desktop, first)), "");
   std::atomic<bool> isDone = false;
   std::thread writer([&] {
     for (int round = 0; round < 200; ++round) {
       static_cast<void>(
-          _files.writeAtomically(onDesktop("x"), _desktop, round % 2 == 0 ? second : first));
+          _files.writeShortcutAtPath(onDesktop("x"), _desktop, round % 2 == 0 ? second : first));
     }
     isDone = true;
   });
@@ -325,10 +340,10 @@ TEST_F(FileManagerTest, ManyThreadsWriteBesideEachOther) {
     threads.emplace_back([this, thread] {
       for (int round = 0; round < 50; ++round) {
         const std::string path = onDesktop(std::to_string(thread) + "-" + std::to_string(round));
-        EXPECT_EQ(reason(_files.writeAtomically(path, _desktop, path)), "");
-        EXPECT_EQ(_files.contentsAtPath(path), Text(path));
+        EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith(path))), "");
+        EXPECT_EQ(_files.contentsAtPath(path), shortcutWith(path));
         EXPECT_TRUE(_files.fileExistsAtPath(path, _desktop));
-        EXPECT_EQ(reason(_files.removeItemAtPath(path, _desktop)), "");
+        EXPECT_EQ(reason(_files.removeShortcutAtPath(path, _desktop)), "");
       }
     });
   }
@@ -344,14 +359,14 @@ TEST_F(FileManagerTest, AShortcutIsMadeSeenReplacedAndRemoved) {
   const Umask umask(077);
   const std::string path = onDesktop("USB \xC3\xA4 1.app");
   EXPECT_FALSE(_files.fileExistsAtPath(path, _desktop));
-  EXPECT_EQ(reason(_files.writeAtomically(path, _desktop, "one")), "");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith("one"))), "");
   EXPECT_TRUE(_files.fileExistsAtPath(path, _desktop));
-  EXPECT_EQ(contentOf(path), "one");
+  EXPECT_EQ(contentOf(path), shortcutWith("one"));
   EXPECT_EQ(modeOf(path), mode_t{0644});
-  EXPECT_EQ(reason(_files.writeAtomically(path, _desktop, "two")), "");
-  EXPECT_EQ(contentOf(path), "two");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith("two"))), "");
+  EXPECT_EQ(contentOf(path), shortcutWith("two"));
   EXPECT_EQ(namesIn(_desktop), Names{"USB \xC3\xA4 1.app"});
-  EXPECT_EQ(reason(_files.removeItemAtPath(path, _desktop)), "");
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(path, _desktop)), "");
   EXPECT_EQ(namesIn(_desktop), Names{});
 }
 
@@ -367,44 +382,45 @@ TEST_F(FileManagerTest, ReadsAFileBeneathButNothingElse) {
 }
 
 TEST_F(FileManagerTest, RemovingWhatIsNotThereFails) {
-  EXPECT_EQ(reason(_files.removeItemAtPath(onDesktop("missing"), _desktop)),
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(onDesktop("missing"), _desktop)),
             "No such file or directory");
 }
 
 TEST_F(FileManagerTest, NeverRemovesOrReplacesAFolder) {
   fs::create_directory(onDesktop("folder.app"));
-  EXPECT_EQ(reason(_files.removeItemAtPath(onDesktop("folder.app"), _desktop)), "Is a directory");
-  EXPECT_EQ(reason(_files.writeAtomically(onDesktop("folder.app"), _desktop, "x")),
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(onDesktop("folder.app"), _desktop)),
+            "Is a directory");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(onDesktop("folder.app"), _desktop, "x")),
             "Is a directory");
   EXPECT_TRUE(_files.fileExistsAtPath(onDesktop("folder.app"), _desktop));
   EXPECT_TRUE(fs::is_directory(onDesktop("folder.app")));
   EXPECT_EQ(namesIn(_desktop), Names{"folder.app"});
 }
 
-TEST_F(FileManagerTest, ALinkAtThePathIsMeantItself) {
-  put(_outside + "/victim", "kept");
+TEST_F(FileManagerTest, ALinkAtThePathIsMeantItselfAndIsNoShortcut) {
+  put(_outside + "/victim", shortcutWith("kept"));
   fs::create_symlink(_outside + "/victim", onDesktop("link.app"));
   fs::create_symlink(_outside + "/nothing", onDesktop("dead.app"));
-  EXPECT_TRUE(_files.fileExistsAtPath(onDesktop("link.app"), _desktop));
-  EXPECT_TRUE(_files.fileExistsAtPath(onDesktop("dead.app"), _desktop));
-  EXPECT_EQ(reason(_files.writeAtomically(onDesktop("link.app"), _desktop, "new")), "");
-  EXPECT_EQ(reason(_files.removeItemAtPath(onDesktop("dead.app"), _desktop)), "");
-  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(onDesktop("link.app"))));
-  EXPECT_EQ(contentOf(onDesktop("link.app")), "new");
-  EXPECT_EQ(contentOf(_outside + "/victim"), "kept");
+  for (const char* const name : {"link.app", "dead.app"}) {
+    EXPECT_TRUE(_files.fileExistsAtPath(onDesktop(name), _desktop));
+    EXPECT_NE(reason(_files.writeShortcutAtPath(onDesktop(name), _desktop, shortcutWith("x"))), "");
+    EXPECT_NE(reason(_files.removeShortcutAtPath(onDesktop(name), _desktop)), "");
+    EXPECT_TRUE(fs::is_symlink(onDesktop(name)));
+  }
+  EXPECT_EQ(contentOf(_outside + "/victim"), shortcutWith("kept"));
   EXPECT_EQ(namesIn(_outside), Names{"victim"});
-  EXPECT_EQ(namesIn(_desktop), Names{"link.app"});
+  EXPECT_EQ(namesIn(_desktop), (Names{"dead.app", "link.app"}));
 }
 
 TEST_F(FileManagerTest, ALabelWithASlashLeadsIntoAFolderThatExists) {
   fs::create_directory(onDesktop("inner"));
   const std::string path = onDesktop("inner/USB.app");
-  EXPECT_EQ(reason(_files.writeAtomically(path, _desktop, "x")), "");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith("x"))), "");
   EXPECT_TRUE(_files.fileExistsAtPath(path, _desktop));
   EXPECT_EQ(namesIn(onDesktop("inner")), Names{"USB.app"});
-  EXPECT_EQ(reason(_files.removeItemAtPath(path, _desktop)), "");
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(path, _desktop)), "");
   EXPECT_EQ(namesIn(onDesktop("inner")), Names{});
-  EXPECT_EQ(reason(_files.writeAtomically(onDesktop("missing/USB.app"), _desktop, "x")),
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(onDesktop("missing/USB.app"), _desktop, "x")),
             "No such file or directory");
   EXPECT_EQ(namesIn(_desktop), Names{"inner"});
 }
@@ -412,9 +428,9 @@ TEST_F(FileManagerTest, ALabelWithASlashLeadsIntoAFolderThatExists) {
 TEST_F(FileManagerTest, TheFolderItselfMayBeReachedThroughLinks) {
   const std::string link = _temporary.path() + "/link";
   fs::create_directory_symlink(_desktop, link);
-  EXPECT_EQ(reason(_files.writeAtomically(link + "/USB.app", link, "x")), "");
-  EXPECT_EQ(contentOf(onDesktop("USB.app")), "x");
-  EXPECT_EQ(reason(_files.removeItemAtPath(link + "/USB.app", link)), "");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(link + "/USB.app", link, shortcutWith("x"))), "");
+  EXPECT_EQ(contentOf(onDesktop("USB.app")), shortcutWith("x"));
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(link + "/USB.app", link)), "");
   EXPECT_EQ(namesIn(_desktop), Names{});
 }
 
@@ -470,13 +486,13 @@ TEST_F(FileManagerTest, AnAbsentOrUselessFolderMakesEverythingFail) {
 
 TEST_F(FileManagerTest, SaysWhyAPathBeneathIsRefused) {
   const std::string cut = onDesktop(std::string("a\0b", 3));
-  EXPECT_EQ(reason(_files.removeItemAtPath(cut, _desktop)), "Invalid argument");
-  EXPECT_EQ(reason(_files.writeAtomically(cut, _desktop, "x")), "Invalid argument");
-  EXPECT_EQ(reason(_files.removeItemAtPath(onDesktop("../x"), _desktop)),
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(cut, _desktop)), "Invalid argument");
+  EXPECT_EQ(reason(_files.writeShortcutAtPath(cut, _desktop, "x")), "Invalid argument");
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(onDesktop("../x"), _desktop)),
             "Operation not permitted");
-  EXPECT_EQ(reason(_files.removeItemAtPath(onDesktop("x"), std::nullopt)),
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(onDesktop("x"), std::nullopt)),
             "No such file or directory");
-  EXPECT_EQ(reason(_files.removeItemAtPath(onDesktop(std::string(300, 'n')), _desktop)),
+  EXPECT_EQ(reason(_files.removeShortcutAtPath(onDesktop(std::string(300, 'n')), _desktop)),
             "File name too long");
 }
 
@@ -496,7 +512,8 @@ TEST_F(FileManagerTest, AFolderThatBecomesALinkMeanwhileLeadsNowhere) {
   int successes = 0;
   for (int round = 0; round < 200'000 && (failures < 100 || successes < 100); ++round) {
     const bool failed =
-        _files.writeAtomically(onDesktop("inner/USB.app"), _desktop, "x").has_value();
+        _files.writeShortcutAtPath(onDesktop("inner/USB.app"), _desktop, shortcutWith("x"))
+            .has_value();
     (failed ? failures : successes) += 1;
   }
   isDone = true;

@@ -9,7 +9,7 @@
 #include "TemporaryDirectory.h"
 #include "platform/ChildProcess.h"
 #include "platform/Service.h"
-#include "platform/linux/IconProgram.h"
+#include "platform/linux/ShortcutHelper.h"
 
 namespace ravelin::platform {
 namespace {
@@ -94,8 +94,8 @@ TEST_F(ImageTest, WithoutAFileNoProgramIsStarted) {
 }
 
 TEST_F(ImageTest, ADecoderThatHangsIsLetAloneForAWhile) {
-  IconProgram patientForLong(200ms, 1h);
-  const Substitute<IconProgram> substitutedPatience(patientForLong);
+  ShortcutHelper patientForLong(200ms, 1h);
+  const Substitute<ShortcutHelper> substitutedPatience(patientForLong);
   OtherProgram program("/bin/sleep", {"1000"});
   const Substitute<ChildProcesses> substitute(program);
   EXPECT_EQ(read(file("icon.ico", Pictures::ico())), nullptr);
@@ -107,8 +107,8 @@ TEST_F(ImageTest, ADecoderThatHangsIsLetAloneForAWhile) {
 TEST_F(ImageTest, OnlyWhatADecoderSaidIsRemembered) {
   const std::string path = file("icon.ico", Pictures::ico());
   {
-    IconProgram impatient(200ms, 0ms);
-    const Substitute<IconProgram> substitutedPatience(impatient);
+    ShortcutHelper impatient(200ms, 0ms);
+    const Substitute<ShortcutHelper> substitutedPatience(impatient);
     OtherProgram hanging("/bin/sleep", {"1000"});
     OtherProgram crashing("/bin/sh", {"-c", "kill -SEGV $$"});
     OtherProgram unloadable("/bin/sh", {"-c", "exit 127"});

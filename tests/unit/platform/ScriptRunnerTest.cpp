@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "Shortcuts.h"
 #include "TemporaryDirectory.h"
 #include "platform/Service.h"
 
@@ -102,8 +103,8 @@ TEST_F(ScriptRunnerTest, AShortcutIsAFileOfTheDesktopThatLinksToTheShare) {
   EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
 }
 
-TEST_F(ScriptRunnerTest, AShortcutReplacesTheFileThatHasItsName) {
-  writeFile(_desktop + "/USB Disk.app", std::string(10'000, 'x'));
+TEST_F(ScriptRunnerTest, AShortcutReplacesTheShortcutThatHasItsName) {
+  writeFile(_desktop + "/USB Disk.app", test::shortcutWith(std::string(10'000, 'x')));
   EXPECT_TRUE(run(ShortcutScript{
       .ipAddress = "192.168.1.6", .encodedLabel = "USB%20Disk", .label = "USB Disk"}));
   EXPECT_THAT(onTheDesktop(), ElementsAre("USB Disk.app"));
@@ -154,11 +155,23 @@ TEST_F(ScriptRunnerTest, RemovalNeverRemovesAFolder) {
   expectRefusal(RemovalScript{.fileName = "one.app"});
 }
 
-TEST_F(ScriptRunnerTest, RemovalOfALinkLeavesWhatItLeadsTo) {
-  fs::create_symlink(_home + "/outside/victim", _desktop + "/one.app");
-  EXPECT_TRUE(run(RemovalScript{.fileName = "one.app"}));
-  EXPECT_THAT(onTheDesktop(), IsEmpty());
-  EXPECT_EQ(contents(_home + "/outside/victim"), "untouched");
+TEST_F(ScriptRunnerTest, NeitherReplacesNorRemovesWhatIsNoShortcut) {
+  const std::string ours = test::shortcutWith("");
+  writeFile(_home + "/outside/shortcut", ours);
+  for (const std::string& text :
+       {std::string(), std::string("the user's"), " " + ours, "\n" + ours, ours.substr(1),
+        ours.substr(0, ours.size() - 2), std::string("# Ravelin Disk shortcuts\n"),
+        std::string("# Ravelin Disk shortcut\r\n"),
+        std::string("# Ravelin Disk shortcut\0\n", 25)}) {
+    SCOPED_TRACE(text);
+    writeFile(_desktop + "/one.app", text);
+    expectRefusal(shortcut("one"));
+    expectRefusal(RemovalScript{.fileName = "one.app"});
+  }
+  fs::remove(_desktop + "/one.app");
+  fs::create_symlink(_home + "/outside/shortcut", _desktop + "/one.app");
+  expectRefusal(shortcut("one"));
+  expectRefusal(RemovalScript{.fileName = "one.app"});
 }
 
 TEST_F(ScriptRunnerTest, NothingIsRemovedOutsideTheDesktop) {

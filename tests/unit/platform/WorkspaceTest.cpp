@@ -13,7 +13,7 @@
 #include "platform/Image.h"
 #include "platform/ScriptRunner.h"
 #include "platform/Service.h"
-#include "platform/linux/IconProgram.h"
+#include "platform/linux/ShortcutHelper.h"
 
 namespace ravelin::platform {
 namespace {
@@ -56,8 +56,8 @@ TEST_F(WorkspaceTest, TheShortcutNamesThePictureAndKeepsTheRest) {
 
 TEST_F(WorkspaceTest, AHelperThatHangsIsLetAloneButTheShortcutStillNamesThePicture) {
   ASSERT_NE(image, nullptr);
-  IconProgram program;
-  const Substitute<IconProgram> substitute(program);
+  ShortcutHelper program;
+  const Substitute<ShortcutHelper> substitute(program);
   test::StandInChildProcesses helper;
   helper.answer = [](const test::ProgramCall& /*call*/) {
     return ChildResult{

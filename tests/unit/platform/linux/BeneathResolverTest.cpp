@@ -2,19 +2,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstddef>
 #include <filesystem>
 
+#include "OwnMounts.h"
 #include "TemporaryDirectory.h"
+#include "WithheldCall.h"
 
 namespace ravelin::platform {
 namespace {
@@ -32,15 +29,7 @@ bool isAt(const BeneathResolver::Place& place, const std::string& folder, const 
 
 /// From now on this process's kernel answers openat2 with the error, as an old one or a sandbox.
 bool withholdKernelWalk(int error) {
-  std::array<sock_filter, 4> program{{
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  }};
-  const sock_fprog filter{.len = program.size(), .filter = program.data()};
-  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+  return test::withholdCall(SYS_openat2, error) &&
          ::syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0) == -1 && errno == error;
 }
 
@@ -139,6 +128,57 @@ TEST_P(BeneathResolverTest, RefusesEveryNul) {
   EXPECT_EQ(errorFor("name" + cut), EINVAL);
   EXPECT_EQ(errorFor("one" + cut + "/name"), EINVAL);
   EXPECT_EQ(_resolver.resolve(_folder + cut + "/name", _folder + cut).error, EINVAL);
+}
+
+TEST_P(BeneathResolverTest, EntersNoOtherMount) {
+  EXPECT_EXIT(
+      {
+        const bool isRight =
+            test::ownMounts() && test::mountMemory(_folder + "/one") &&
+            fs::create_directory(_folder + "/one/two") && errorFor("one/name") == EXDEV &&
+            errorFor("one/two/name") == EXDEV && isAt(find("name"), _folder, "name") &&
+            // The same file system in another place is another mount, too.
+            fs::create_directory(_folder + "/same") &&
+            ::mount(_folder.c_str(), (_folder + "/same").c_str(), nullptr, MS_BIND, nullptr) == 0 &&
+            errorFor("same/name") == EXDEV;
+        ::_exit(isRight ? 7 : 1);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+TEST_P(BeneathResolverTest, TheFolderItselfMayBeAMount) {
+  EXPECT_EXIT(
+      {
+        const bool isRight = test::ownMounts() && test::mountMemory(_folder) &&
+                             fs::create_directory(_folder + "/new") &&
+                             isAt(find("name"), _folder, "name") &&
+                             isAt(find("new/name"), _folder + "/new", "name");
+        ::_exit(isRight ? 7 : 1);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+TEST_P(BeneathResolverTest, DoesNotHangWithAMountThatHangs) {
+  EXPECT_EXIT(
+      {
+        ::alarm(60);
+        const bool isRight = test::ownMounts() && test::mountHung(_folder + "/one") &&
+                             errorFor("one/name") == EXDEV && errorFor("one/two/name") == EXDEV &&
+                             !_resolver.open(find("one").folder.number(), "one").isOpen() &&
+                             errno == EXDEV;
+        ::_exit(isRight ? 7 : 1);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+TEST_P(BeneathResolverTest, OpensTheItemOfAPlaceAndNotWhatItLeadsTo) {
+  const auto place = find("root");
+  struct stat status{};
+  const Descriptor link = _resolver.open(place.folder.number(), place.name);
+  ASSERT_EQ(::fstat(link.number(), &status), 0);
+  EXPECT_TRUE(S_ISLNK(status.st_mode));
+  EXPECT_FALSE(_resolver.open(place.folder.number(), "missing").isOpen());
+  EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_P(BeneathResolverTest, LeavesNoDescriptorOpen) {

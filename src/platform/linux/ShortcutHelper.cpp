@@ -1,4 +1,4 @@
-#include "platform/linux/IconProgram.h"
+#include "platform/linux/ShortcutHelper.h"
 
 #include <cstdlib>
 
@@ -22,14 +22,14 @@ std::optional<bool> saidBy(const ChildResult& result) {
 
 }  // namespace
 
-std::optional<bool> IconProgram::run(const std::vector<std::string>& arguments) {
+std::optional<bool> ShortcutHelper::run(const std::vector<std::string>& arguments) {
   if (_hungAt && Clock::now() - *_hungAt < _pause) {
     return std::nullopt;
   }
   _hungAt.reset();
   try {
     // Its output is collected to be forgotten: decoders like to complain.
-    const ChildResult result = HelperProgram("ravelin-disk-icon").run(arguments, _limit);
+    const ChildResult result = HelperProgram(NAME).run(arguments, _limit);
     if (result.timedOut) {
       _hungAt = Clock::now();
       return std::nullopt;
@@ -41,8 +41,8 @@ std::optional<bool> IconProgram::run(const std::vector<std::string>& arguments) 
 }
 
 template <>
-IconProgram& native<IconProgram>() {
-  static auto& instance = *new IconProgram;
+ShortcutHelper& native<ShortcutHelper>() {
+  static auto& instance = *new ShortcutHelper;
   return instance;
 }
 

@@ -1,14 +1,17 @@
-// The agent's short-lived helper for pictures: "check FILE" tells by its exit status whether there
-// is a readable picture in the file, "set FILE PICTURE" has file managers show the file with it.
+// The agent's short-lived helper for shortcuts: "check FILE" tells by its exit status whether there
+// is a readable picture in the file, "set FILE PICTURE" has file managers show the file with it,
+// "trash FILE DEVICE INODE" moves what has these numbers to the user's trash.
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gio/gio.h>
+#include <glib/gstdio.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <string>
 #include <string_view>
 
 #include "common/GioTypes.h"
@@ -19,7 +22,7 @@ using namespace ravelin;
 
 bool report(GError* error) {
   if (error != nullptr) {
-    std::cerr << "ravelin-disk-icon: " << error->message << '\n';
+    std::cerr << "ravelin-disk-shortcut-helper: " << error->message << '\n';
     g_error_free(error);
     return false;
   }
@@ -58,6 +61,21 @@ bool setIcon(const char* path, const char* picture) {
   return report(error);
 }
 
+bool moveToTrash(const char* path, std::string_view device, std::string_view inode) {
+  // The path may lead elsewhere by now.
+  GStatBuf status{};
+  if (g_lstat(path, &status) != 0 || std::to_string(status.st_dev) != device ||
+      std::to_string(status.st_ino) != inode) {
+    std::cerr << "ravelin-disk-shortcut-helper: The file is no longer there\n";
+    return false;
+  }
+  // Without the services of the session, which may hang.
+  const Owned<GFile> file(g_vfs_get_file_for_path(g_vfs_get_local(), path));
+  GError* error = nullptr;
+  g_file_trash(file.get(), nullptr, &error);
+  return report(error);
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -68,6 +86,10 @@ int main(int count, char** arguments) {
   if (command == "set" && count == 4) {
     return setIcon(arguments[2], arguments[3]) ? EXIT_SUCCESS : EXIT_FAILURE;
   }
-  std::cerr << "usage: ravelin-disk-icon check FILE | set FILE PICTURE\n";
+  if (command == "trash" && count == 5) {
+    return moveToTrash(arguments[2], arguments[3], arguments[4]) ? EXIT_SUCCESS : EXIT_FAILURE;
+  }
+  std::cerr << "usage: ravelin-disk-shortcut-helper check FILE | set FILE PICTURE |\n"
+               "       trash FILE DEVICE INODE\n";
   return 2;
 }

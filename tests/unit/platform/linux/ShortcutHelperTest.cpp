@@ -1,4 +1,4 @@
-#include "platform/linux/IconProgram.h"
+#include "platform/linux/ShortcutHelper.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ ChildResult killed(bool timedOut) {
   return {.terminationStatus = SIGKILL, .wasSignalled = true, .timedOut = timedOut, .output = {}};
 }
 
-class IconProgramTest : public testing::Test {
+class ShortcutHelperTest : public testing::Test {
  protected:
   void willEnd(const ChildResult& result) {
     helper.answer = [result](const ProgramCall& /*call*/) { return result; };
@@ -28,24 +28,24 @@ class IconProgramTest : public testing::Test {
   test::StandInChildProcesses helper;
 };
 
-TEST_F(IconProgramTest, TheHelperIsGivenItsArgumentsAndALimit) {
-  IconProgram(1234ms).run({"check", "a file"});
+TEST_F(ShortcutHelperTest, TheHelperIsGivenItsArgumentsAndALimit) {
+  ShortcutHelper(1234ms).run({"check", "a file"});
   const auto calls = helper.takeCalls();
   ASSERT_EQ(calls.size(), 1U);
   EXPECT_EQ(calls[0].arguments, (std::vector<std::string>{"check", "a file"}));
   EXPECT_EQ(calls[0].limit, 1234ms);
 }
 
-TEST_F(IconProgramTest, WhatAHelperSaysThatRanToItsEndIsTold) {
-  IconProgram program;
+TEST_F(ShortcutHelperTest, WhatAHelperSaysThatRanToItsEndIsTold) {
+  ShortcutHelper program;
   willEnd(exited(0));
   EXPECT_EQ(program.run({"check", "file"}), true);
   willEnd(exited(1));
   EXPECT_EQ(program.run({"check", "file"}), false);
 }
 
-TEST_F(IconProgramTest, EveryOtherEndSaysNothingAndTheHelperIsAskedAgain) {
-  IconProgram program;
+TEST_F(ShortcutHelperTest, EveryOtherEndSaysNothingAndTheHelperIsAskedAgain) {
+  ShortcutHelper program;
   for (const ChildResult& result : {exited(2), exited(127), exited(-1), killed(false)}) {
     willEnd(result);
     EXPECT_EQ(program.run({"check", "file"}), std::nullopt);
@@ -59,9 +59,9 @@ TEST_F(IconProgramTest, EveryOtherEndSaysNothingAndTheHelperIsAskedAgain) {
   EXPECT_EQ(program.run({"check", "file"}), true);
 }
 
-TEST_F(IconProgramTest, AHelperThatHungIsLetAloneForThePauseWhateverItIsAskedFor) {
+TEST_F(ShortcutHelperTest, AHelperThatHungIsLetAloneForThePauseWhateverItIsAskedFor) {
   for (const char* command : {"check", "set"}) {
-    IconProgram program(3000ms, 1h);
+    ShortcutHelper program(3000ms, 1h);
     willEnd(killed(true));
     EXPECT_EQ(program.run({command, "file"}), std::nullopt);
     willEnd(exited(0));
@@ -71,8 +71,8 @@ TEST_F(IconProgramTest, AHelperThatHungIsLetAloneForThePauseWhateverItIsAskedFor
   }
 }
 
-TEST_F(IconProgramTest, AfterThePauseTheHelperIsAskedAgain) {
-  IconProgram program(3000ms, 50ms);
+TEST_F(ShortcutHelperTest, AfterThePauseTheHelperIsAskedAgain) {
+  ShortcutHelper program(3000ms, 50ms);
   willEnd(killed(true));
   EXPECT_EQ(program.run({"check", "file"}), std::nullopt);
   std::this_thread::sleep_for(60ms);

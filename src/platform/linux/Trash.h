@@ -1,0 +1,46 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <tuple>
+
+#include "platform/FileManager.h"
+#include "platform/linux/BeneathResolver.h"
+
+namespace ravelin::platform {
+
+/// The user's trash, from which a desktop can restore what lies in it. It is reached through the
+/// helper program for shortcuts. Any thread; the caller waits for the helper, at most a few
+/// seconds.
+class Trash {
+ public:
+  /// Moves the item of this descriptor, which has been found at the place, to the trash; nothing
+  /// else, also where folders or links are moved about meanwhile. Null when it has left its place.
+  /// What the trash did not take, and everything after a helper that hung, is refused for a minute
+  /// without another attempt: who may name an item may not keep this process busy with it.
+  std::optional<FileError> take(const BeneathResolver& resolver,
+                                const BeneathResolver::Place& place, const Descriptor& item);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  /// Device, number and last change of a file.
+  using Identity = std::tuple<dev_t, ino_t, time_t, long>;
+  struct Refusal {
+    Identity identity;
+    Clock::time_point end;
+    FileError error;
+  };
+
+  std::optional<FileError> _refusalOf(const Identity& identity);
+
+  std::mutex _mutex;  ///< guards the two below
+  std::deque<Refusal> _refusals;
+  std::optional<Refusal> _refusalOfAll;
+};
+
+}  // namespace ravelin::platform
