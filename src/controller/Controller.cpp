@@ -12,6 +12,7 @@
 #include "core/Logger.h"
 #include "core/SystemState.h"
 #include "intake/EventParser.h"
+#include "platform/Blanks.h"
 #include "platform/Clock.h"
 #include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
@@ -33,7 +34,8 @@ namespace {
 constexpr RunLoop::Seconds RUN_LOOP_PASS_LIMIT{43200.0};
 constexpr std::int32_t LAST_VERSION_BEFORE_SNOW_LEOPARD = 0x105F;
 
-constexpr std::string_view WHITE_SPACE_AND_LINE_ENDS = " \t\n\v\f\r";
+/// More than a list of all the disks that are let in takes.
+constexpr std::size_t RECORD_FILE_LIMIT = std::size_t{256} * 1024 * 1024;
 
 platform::FileManager& fileManager() { return platform::service<platform::FileManager>(); }
 
@@ -51,6 +53,24 @@ bool shortcutExists(const std::string& path) {
 std::string recordFilePath() {
   return shown(DirectoryFinder::UserApplicationSupportDirectory()) + "/" +
          std::string(DISK_RECORD_FILE);
+}
+
+/// A line of the record file. The text is a formatting template, but what it holds and how long it
+/// becomes must not touch the lines after it: a NUL is a character like any other here, and a text
+/// that is cut short has its line end all the same.
+std::string recordLine(std::string_view text) {
+  std::string line;
+  while (true) {
+    const std::size_t end = text.find('\0');
+    line += platform::expandLogTemplate(text.substr(0, end));
+    if (end == std::string_view::npos || line.size() >= platform::LOG_TEMPLATE_LIMIT) {
+      break;
+    }
+    line += '\0';
+    text.remove_prefix(end + 1);
+  }
+  line.resize(std::min(line.size(), platform::LOG_TEMPLATE_LIMIT));
+  return line + "\n";
 }
 
 }  // namespace
@@ -385,7 +405,7 @@ void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {
 void Controller::recordMountedDisks() const {
   std::string text = "Mounted Disks\nstart\n";
   for (const DiskPtr& disk : mountedDisks()) {
-    text += platform::expandLogTemplate(_shortcutPathForDisk(*disk) + "\n");
+    text += recordLine(_shortcutPathForDisk(*disk));
   }
   text += "end";
   if (const auto error = fileManager().writeAtomically(recordFilePath(), text)) {
@@ -394,16 +414,15 @@ void Controller::recordMountedDisks() const {
 }
 
 void Controller::deleteRecordedDisks() {
-  const Text text = fileManager().contentsAtPath(recordFilePath());
+  const Text text = fileManager().contentsAtPath(recordFilePath(), RECORD_FILE_LIMIT);
   if (!text || !platform::isUtf8(*text)) {
     return;
   }
   bool isInside = false;
-  std::size_t at = 0;
-  while ((at = text->find_first_not_of(WHITE_SPACE_AND_LINE_ENDS, at)) != std::string::npos) {
-    const std::size_t end = std::min(text->find('\n', at), text->size());
-    const std::string line = text->substr(at, end - at);
-    at = end;
+  std::string_view rest = platform::withoutLeadingBlanks(*text);
+  while (!rest.empty()) {
+    const std::string line(rest.substr(0, rest.find('\n')));
+    rest = platform::withoutLeadingBlanks(rest.substr(line.size()));
     if (line == "start") {
       isInside = true;
     } else if (line == "end") {

@@ -47,8 +47,9 @@ class Controller : public ServerDelegate {
   /// failure is logged. Percent signs in a label are taken for formatting. Any thread.
   void recordMountedDisks() const;
 
-  /// Removes every shortcut that the record file lists, and logs each; without a readable record
-  /// file nothing happens. The file and the mounted records stay as they are. Any thread.
+  /// Removes every shortcut that the record file lists, and logs each; what is listed and is no
+  /// shortcut stays. Without a readable record file of at most 256 MiB nothing happens. The file and
+  /// the mounted records stay as they are. Any thread.
   static void deleteRecordedDisks();
 
   /// What mounts shares directly; nothing in the handling of announcements uses it.

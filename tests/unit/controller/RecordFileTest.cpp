@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "RecordingLog.h"
+#include "Shortcuts.h"
 #include "TemporaryHome.h"
 #include "Waiting.h"
 #include "controller/Controller.h"
@@ -75,6 +76,34 @@ TEST_F(RecordFile, APercentSignIsReadAsADirective) {
   EXPECT_EQ(read(record), "Mounted Disks\nstart\n" + item("500(null)100%") + "\nend");
 }
 
+TEST_F(RecordFile, ANulInALabelDoesNotTouchTheLinesAfterIt) {
+  const std::string odd("a\0b%d\0", 6);
+  mount("1", odd);
+  mount("2", "B");
+  controller.recordMountedDisks();
+  const std::string line = item(std::string("a\0b0\0", 5));
+  EXPECT_EQ(read(record), "Mounted Disks\nstart\n" + line + "\n" + item("B") + "\nend");
+  log.take();
+  Controller::deleteRecordedDisks();
+  EXPECT_THAT(log.take(),
+              testing::ElementsAre(
+                  found(line),
+                  LogLine{Level::error, "Error when deleting alias file. Reason: Invalid argument"},
+                  found(item("B"))));
+  EXPECT_TRUE(std::filesystem::is_empty(home.desktop()));
+}
+
+TEST_F(RecordFile, ALabelThatGrowsBeyondAllBoundsDoesNotTouchTheLinesAfterIt) {
+  std::string huge;
+  for (int count = 0; count < 8000; ++count) {
+    huge += "%99999d";
+  }
+  mount("1", huge);
+  mount("2", "B");
+  controller.recordMountedDisks();
+  EXPECT_TRUE(read(record).ends_with("\n" + item("B") + "\nend"));
+}
+
 TEST_F(RecordFile, AFailedWriteIsLoggedAndTheOldFileStays) {
   std::filesystem::create_directories(record + "/not empty");
   log.take();
@@ -104,7 +133,7 @@ TEST_F(RecordFile, ReadingLogsAndDeletesEveryListedShortcutAndKeepsFileAndRecord
 
 TEST_F(RecordFile, LinesOutsideStartAndEndAreIgnored) {
   for (const char* label : {"before", "one", "two", "after", "again"}) {
-    write(item(label), "");
+    write(item(label), test::shortcutWith(""));
   }
   writeRecord(item("before") + "\nstart\n" + item("one") + "\nstart\n" + item("two") + "\nend\n" +
               item("after") + "\nstart\n" + item("again"));
@@ -117,8 +146,8 @@ TEST_F(RecordFile, LinesOutsideStartAndEndAreIgnored) {
 }
 
 TEST_F(RecordFile, LeadingBlanksAndBlankLinesAreSkippedAndTrailingBlanksKept) {
-  write(item("one"), "");
-  write(item("two") + " ", "");
+  write(item("one"), test::shortcutWith(""));
+  write(item("two") + " ", test::shortcutWith(""));
   writeRecord("start\n\n \t\r\n  " + item("one") + "\n\n" + item("two") + " \nend ");
   Controller::deleteRecordedDisks();
   // "end " is not "end": it is taken for a path.
@@ -131,9 +160,62 @@ TEST_F(RecordFile, LeadingBlanksAndBlankLinesAreSkippedAndTrailingBlanksKept) {
   EXPECT_TRUE(std::filesystem::is_empty(home.desktop()));
 }
 
+TEST_F(RecordFile, BlanksAndLineEndsOfUnicodeAreSkippedAsWell) {
+  const std::vector<std::string> blanks{"\u0085", "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002",
+                                        "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
+                                        "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F",
+                                        "\u3000", "\t",     "\v",     "\f",     "\r",     " "};
+  std::string text = "start\n";
+  std::vector<LogLine> expected;
+  for (std::size_t number = 0; number < blanks.size(); ++number) {
+    const std::string path = item(std::to_string(number));
+    write(path, test::shortcutWith(""));
+    text += blanks[number] + "\n" + blanks[number] + " " + path + "\n";
+    expected.push_back(found(path));
+  }
+  writeRecord(text + "end");
+  Controller::deleteRecordedDisks();
+  EXPECT_THAT(log.take(), testing::ElementsAreArray(expected));
+  EXPECT_TRUE(std::filesystem::is_empty(home.desktop()));
+}
+
+TEST_F(RecordFile, WhatIsNoBlankIsNotSkipped) {
+  // Of no width, but no separators; and the first bytes of some that are.
+  for (const std::string path : {"\u200B/x", "\uFEFF/x", "\u2010/x", "\u00A1/x", "\u3001/x"}) {
+    writeRecord("start\n" + path + "\nend");
+    Controller::deleteRecordedDisks();
+    const auto lines = log.take();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], found(path));
+  }
+}
+
+TEST_F(RecordFile, AFileOfManyMebibytesIsRead) {
+  write(item("A"), test::shortcutWith(""));
+  writeRecord("Mounted Disks\n" + std::string(17UL * 1024 * 1024, '\n') + "start\n" + item("A") +
+              "\nend");
+  Controller::deleteRecordedDisks();
+  EXPECT_THAT(log.take(), testing::ElementsAre(found(item("A"))));
+  EXPECT_FALSE(std::filesystem::exists(item("A")));
+}
+
+TEST_F(RecordFile, WhatIsNoShortcutStaysAndCostsOneLine) {
+  const LogLine kept{
+      Level::error, "Error when deleting alias file. Reason: It is not a shortcut of Ravelin Disk"};
+  write(item("File"), "the user's");
+  write(home.path() + "/target", test::shortcutWith(""));
+  std::filesystem::create_symlink(home.path() + "/target", item("Link"));
+  writeRecord("start\n" + item("File") + "\n" + item("Link") + "\nend");
+  Controller::deleteRecordedDisks();
+  EXPECT_THAT(log.take(),
+              testing::ElementsAre(found(item("File")), kept, found(item("Link")), kept));
+  EXPECT_EQ(read(item("File")), "the user's");
+  EXPECT_TRUE(std::filesystem::is_symlink(item("Link")));
+}
+
 TEST_F(RecordFile, AFileWithoutStartOrThatIsMissingOrNotUtf8DoesNothing) {
   Controller::deleteRecordedDisks();
-  write(item("A"), "");
+  write(item("A"), test::shortcutWith(""));
   writeRecord("Mounted Disks\n" + item("A") + "\nend");
   Controller::deleteRecordedDisks();
   writeRecord("start\n" + item("A") + "\n\xFF\nend");
@@ -144,7 +226,7 @@ TEST_F(RecordFile, AFileWithoutStartOrThatIsMissingOrNotUtf8DoesNothing) {
 
 TEST_F(RecordFile, APathOutsideTheDesktopIsNotDeleted) {
   const std::string outside = home.path() + "/precious.app";
-  write(outside, "");
+  write(outside, test::shortcutWith(""));
   writeRecord("start\n" + outside + "\n" + home.desktop() + "/../precious.app\nend");
   Controller::deleteRecordedDisks();
   EXPECT_EQ(log.take().size(), 4U);
