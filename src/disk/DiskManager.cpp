@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "core/Constants.h"
 #include "core/DirectoryFinder.h"
 #include "core/Logger.h"
 #include "disk/AliasData.h"
@@ -23,8 +24,6 @@ using platform::ChildResult;
 using platform::service;
 
 namespace {
-
-constexpr int SHELL_MOUNT_RETRY_COUNT = 3;
 
 /// With this the mounting program ends when an earlier mount is in the way.
 constexpr int MOUNT_IN_THE_WAY = 64;
@@ -95,7 +94,7 @@ bool DiskManager::_coreServicesMountDisk(Disk& disk) {
   const auto mount = volumes().mountServerVolume(url, "guest", "");
   disk.setVolumeReference(mount.reference);
   log("FSMountServerVolumeSync (" + shown(disk.label()) +
-      ") result:" + std::to_string(mount.status) + "=" + volumes().commentOnStatus(mount.status));
+      ") result:" + std::to_string(mount.status) + "=" + mount.comment);
   return mount.status == 0;
 }
 
@@ -152,10 +151,10 @@ bool DiskManager::unmountDisk(const Disk& disk) {
 }
 
 bool DiskManager::_coreServicesUnmountDisk(const Disk& disk) {
-  const platform::VolumeStatus status = volumes().unmountVolume(disk.volumeReference());
-  log("FSUnmountVolumeSync (" + shown(disk.label()) + ") result:" + std::to_string(status) + "=" +
-      volumes().commentOnStatus(status));
-  return status == 0 || !disk.doesVolumeExist();
+  const auto unmount = volumes().unmountVolume(disk.volumeReference());
+  log("FSUnmountVolumeSync (" + shown(disk.label()) + ") result:" + std::to_string(unmount.status) +
+      "=" + unmount.comment);
+  return unmount.status == 0 || !disk.doesVolumeExist();
 }
 
 bool DiskManager::_shellUnMountDiskAtPath(const std::string& path) {

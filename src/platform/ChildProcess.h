@@ -34,8 +34,9 @@ struct ChildResult {
 class ChildProcesses {
  public:
   enum class Output {
-    inherited,  ///< goes where this process's output goes
-    collected,  ///< standard output and standard error together, read while the program runs
+    inherited,       ///< goes where this process's output goes
+    collected,       ///< standard output and standard error together, read while the program runs
+    standardOutput,  ///< standard output alone is read so; standard error is inherited
   };
 
   virtual ~ChildProcesses() = default;

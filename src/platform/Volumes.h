@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/Text.h"
 
@@ -13,9 +14,16 @@ namespace ravelin::platform {
 /// own.
 using VolumeStatus = std::int32_t;
 
+/// What became of an operation on a volume.
+struct VolumeOutcome {
+  VolumeStatus status = 0;
+  std::string comment;  ///< what the status means, and why, for people: ASCII, one line
+};
+
 /// A volume of a server that has been asked to be mounted.
 struct ServerVolumeMount {
   VolumeStatus status = 0;
+  std::string comment;  ///< as in VolumeOutcome
   /// The handle of the volume; 0 when it could not be mounted.
   std::int16_t reference = 0;
 };
@@ -24,6 +32,14 @@ struct ServerVolumeMount {
 struct Volume {
   std::string name;      ///< as it shows in the volume's path; may be empty
   std::string rootPath;  ///< absolute
+};
+
+/// One share of those that are mounted, by whatever means.
+struct MountedShare {
+  std::string server;    ///< as it was given when it was mounted, with its port where it has one
+  std::string share;     ///< without escapes; its case may be lost
+  std::string rootPath;  ///< as the mount table lists it
+  bool operator==(const MountedShare&) const = default;
 };
 
 /// The volumes that the system mounts on behalf of the user, without a place of the caller's
@@ -39,7 +55,11 @@ class Volumes {
                                               const std::string& password) = 0;
 
   /// Unmounts the volume, without force where the system finds it in use.
-  virtual VolumeStatus unmountVolume(std::int16_t reference) = 0;
+  virtual VolumeOutcome unmountVolume(std::int16_t reference) = 0;
+
+  /// The reference of the volume that is mounted at the path, by whomever; 0 where there is none
+  /// that could be unmounted by it.
+  virtual std::int16_t referenceOfVolume(const std::string& path) = 0;
 
   /// Where the volume is mounted; null when it is not, or not any more.
   virtual Text pathOfVolume(std::int16_t reference) = 0;
@@ -48,8 +68,8 @@ class Volumes {
   /// sees the volumes as they were then.
   virtual std::optional<Volume> volumeAtIndex(std::size_t index) = 0;
 
-  /// What a status means, for people: ASCII, one line.
-  virtual std::string commentOnStatus(VolumeStatus status) = 0;
+  /// The shares of servers that are mounted now.
+  virtual std::vector<MountedShare> mountedShares() = 0;
 };
 
 }  // namespace ravelin::platform

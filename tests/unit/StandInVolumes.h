@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -14,7 +15,7 @@ namespace ravelin::test {
 /// the test says. At first nothing is mounted.
 class StandInVolumes final : public platform::Volumes {
  public:
-  platform::ServerVolumeMount nextMount;
+  platform::ServerVolumeMount nextMount{.status = 0, .comment = "comment on 0", .reference = 0};
   platform::VolumeStatus nextUnmount = 0;
   std::map<std::int16_t, std::string> paths;
   std::vector<platform::Volume> volumes;
@@ -27,9 +28,14 @@ class StandInVolumes final : public platform::Volumes {
     _calls.push_back("mount [" + url + "] [" + user + "] [" + password + "]");
     return nextMount;
   }
-  platform::VolumeStatus unmountVolume(std::int16_t reference) override {
+  platform::VolumeOutcome unmountVolume(std::int16_t reference) override {
     _calls.push_back("unmount " + std::to_string(reference));
-    return nextUnmount;
+    return {.status = nextUnmount, .comment = "comment on " + std::to_string(nextUnmount)};
+  }
+  std::int16_t referenceOfVolume(const std::string& path) override {
+    const auto found =
+        std::ranges::find(paths, path, [](const auto& entry) { return entry.second; });
+    return found == paths.end() ? std::int16_t{0} : found->first;
   }
   Text pathOfVolume(std::int16_t reference) override {
     const auto found = paths.find(reference);
@@ -38,9 +44,7 @@ class StandInVolumes final : public platform::Volumes {
   std::optional<platform::Volume> volumeAtIndex(std::size_t index) override {
     return index == 0 || index > volumes.size() ? std::nullopt : std::optional(volumes[index - 1]);
   }
-  std::string commentOnStatus(platform::VolumeStatus status) override {
-    return "comment on " + std::to_string(status);
-  }
+  std::vector<platform::MountedShare> mountedShares() override { return {}; }
 
  private:
   std::vector<std::string> _calls;

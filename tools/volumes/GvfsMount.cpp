@@ -9,6 +9,9 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "platform/linux/PathUsers.h"
 
 namespace ravelin::volumes {
 
@@ -19,6 +22,12 @@ using Situation = GvfsMount::Situation;
 /// How long the path may lag behind.
 constexpr std::chrono::seconds PATH_LIMIT{5};
 constexpr guint PATH_INTERVAL = 20;  // milliseconds
+
+/// How long a mount that nobody waits for is awaited. GVfs gives up itself long before.
+constexpr std::chrono::minutes LATE_LIMIT{30};
+
+constexpr int UNDO_ATTEMPTS = 20;
+constexpr guint UNDO_INTERVAL = 500;  // milliseconds
 
 struct Meaning {
   int error;
@@ -85,40 +94,84 @@ bool isUsable(const std::string& path) {
 GvfsMount::GvfsMount(const char* place) : _file(g_file_new_for_commandline_arg(place)) {
   g_signal_connect(_operation.get(), "ask-password", G_CALLBACK(_onAskPassword), this);
   g_signal_connect(_operation.get(), "show-processes", G_CALLBACK(_onShowProcesses), this);
-  constexpr auto MILLISECONDS = std::chrono::milliseconds(LIMIT).count();
-  _timer = g_timeout_add(static_cast<guint>(MILLISECONDS), _onTimeUp, this);
+  _allow(LIMIT);
 }
 
 GvfsMount::~GvfsMount() {
-  if (!_timeIsUp) {
-    g_source_remove(_timer);
-  }
+  _allow({});
   g_signal_handlers_disconnect_by_data(_operation.get(), this);
 }
 
+void GvfsMount::_allow(std::chrono::milliseconds limit) {
+  if (_timer != 0) {
+    g_source_remove(_timer);
+  }
+  _timer =
+      limit.count() == 0 ? 0 : g_timeout_add(static_cast<guint>(limit.count()), _onTimeUp, this);
+}
+
 Situation GvfsMount::mount() {
-  g_file_mount_enclosing_volume(_file.get(), G_MOUNT_MOUNT_NONE, _operation.get(),
-                                _cancellable.get(), _onDone, this);
+  _isPending = true;
+  // To cancel it would only be not to hear of its end.
+  g_file_mount_enclosing_volume(_file.get(), G_MOUNT_MOUNT_NONE, _operation.get(), nullptr, _onDone,
+                                this);
   _await();
-  GError* error = nullptr;
-  g_file_mount_enclosing_volume_finish(_file.get(), _result.get(), &error);
-  if (error != nullptr) {
-    return _judge(Error(error));
+  if (_isPending) {
+    return Situation::timedOut;
+  }
+  if (Error error = _finishMount()) {
+    return _judge(std::move(error));
   }
   if (const Situation situation = _find(); situation != Situation::done) {
     return situation;
   }
   const Situation situation = _waitForPath();
   if (situation == Situation::noMountPoint) {
-    _unmountFound();
+    undo();
   }
   return situation;
+}
+
+void GvfsMount::giveUp() {
+  _timeIsUp = true;
+  g_cancellable_cancel(_cancellable.get());
+  if (_isPending) {
+    g_main_loop_quit(_loop.get());
+  }
+}
+
+void GvfsMount::undo() {
+  if (_isPending) {
+    _allow(LATE_LIMIT);
+    _await();
+    if (_isPending || _finishMount()) {
+      return;
+    }
+  }
+  _allow(LIMIT);
+  _cancellable.reset(g_cancellable_new());
+  // Whoever looks at every new mount may use it for a moment.
+  for (int attempt = 0; _isMounted && attempt < UNDO_ATTEMPTS; ++attempt) {
+    _inUse = false;
+    const Situation found = _find();
+    _isMounted = found == Situation::done && _unmountFound() == Situation::inUse;
+    if (_isMounted) {
+      g_usleep(gulong{UNDO_INTERVAL} * 1000);
+    }
+  }
+}
+
+Error GvfsMount::_finishMount() {
+  GError* error = nullptr;
+  g_file_mount_enclosing_volume_finish(_file.get(), _result.get(), &error);
+  _isMounted = error == nullptr;
+  return Error(error);
 }
 
 Situation GvfsMount::unmount() {
   switch (const Situation situation = _find()) {
     case Situation::done:
-      return _unmountFound();
+      return _unmountUnused();
     case Situation::timedOut:
       return situation;
     default:
@@ -133,6 +186,23 @@ Situation GvfsMount::_find() {
   GError* error = nullptr;
   _found.reset(g_file_find_enclosing_mount_finish(_file.get(), _result.get(), &error));
   return error == nullptr ? Situation::done : _judge(Error(error));
+}
+
+Situation GvfsMount::_unmountUnused() {
+  const Owned<GFile> root(g_mount_get_root(_found.get()));
+  const String path(g_file_get_path(root.get()));
+  if (path != nullptr) {
+    // The kernel knows no links. The last component is the share itself, which is not asked.
+    const std::filesystem::path place(path.get());
+    std::error_code error;
+    const auto folder = std::filesystem::canonical(place.parent_path(), error);
+    const auto users = platform::usersOf((folder / place.filename()).string());
+    if (!error && !users.empty()) {
+      _message = platform::described(users);
+      return Situation::inUse;
+    }
+  }
+  return _unmountFound();
 }
 
 Situation GvfsMount::_unmountFound() {
@@ -213,8 +283,9 @@ void GvfsMount::_onAskPassword(GMountOperation* operation, const char* /*message
   // Asked again, the same answer would only be refused again.
   ++mount._timesAsked;
   g_mount_operation_set_anonymous(operation, TRUE);
-  g_mount_operation_reply(
-      operation, mount._timesAsked == 1 ? G_MOUNT_OPERATION_HANDLED : G_MOUNT_OPERATION_ABORTED);
+  const bool isWanted = mount._timesAsked == 1 && !mount._timeIsUp;
+  g_mount_operation_reply(operation,
+                          isWanted ? G_MOUNT_OPERATION_HANDLED : G_MOUNT_OPERATION_ABORTED);
 }
 
 void GvfsMount::_onShowProcesses(GMountOperation* operation, const char* /*message*/,
@@ -226,13 +297,14 @@ void GvfsMount::_onShowProcesses(GMountOperation* operation, const char* /*messa
 void GvfsMount::_onDone(GObject* /*source*/, GAsyncResult* result, gpointer self) {
   auto& mount = *static_cast<GvfsMount*>(self);
   mount._result.reset(static_cast<GAsyncResult*>(g_object_ref(result)));
+  mount._isPending = false;
   g_main_loop_quit(mount._loop.get());
 }
 
 gboolean GvfsMount::_onTimeUp(gpointer self) {
   auto& mount = *static_cast<GvfsMount*>(self);
-  mount._timeIsUp = true;
-  g_cancellable_cancel(mount._cancellable.get());
+  mount._timer = 0;
+  mount.giveUp();
   return G_SOURCE_REMOVE;
 }
 

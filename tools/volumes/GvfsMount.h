@@ -10,7 +10,7 @@
 namespace ravelin::volumes {
 
 /// Mounts and unmounts one place by GVfs, which works in the loop of the main thread meanwhile.
-/// Each operation answers after LIMIT at the latest. One operation per object.
+/// GVfs is given LIMIT for what is asked of it. One operation per object.
 class GvfsMount {
  public:
   using Situation = platform::VolumeSituation;
@@ -24,20 +24,32 @@ class GvfsMount {
   GvfsMount& operator=(const GvfsMount&) = delete;
 
   /// Mounts the place, and waits until its files can be reached by path. Whoever asks for a
-  /// password is told that this is an anonymous user, once.
+  /// password is told that this is an anonymous user, once. What is given up may still be mounted
+  /// later by GVfs, which cannot be stopped.
   Situation mount();
 
-  /// Unmounts the place, unless files there are open, and waits until its path is gone.
+  /// Has the operation end as when the time is up. From the loop.
+  void giveUp();
+
+  /// Unmounts again what mount() has mounted, also what arrives after it has been given up: waits
+  /// until GVfs has done with it, half an hour at most.
+  void undo();
+
+  /// Unmounts the place, unless somebody has files there open or works in a folder there, and waits
+  /// until its path is gone.
   Situation unmount();
 
   /// The path of what has been mounted, without links on the way.
   [[nodiscard]] const std::string& mountPoint() const { return _mountPoint; }
 
-  /// What GVfs said about a failure, for people; may be empty.
+  /// What is to be said about a failure, mostly by GVfs, for people; may be empty.
   [[nodiscard]] const std::string& message() const { return _message; }
 
  private:
+  void _allow(std::chrono::milliseconds limit);
+  Error _finishMount();
   Situation _find();
+  Situation _unmountUnused();
   Situation _unmountFound();
   Situation _waitForPath();
   void _waitUntil(const std::function<bool()>& holds);
@@ -60,6 +72,8 @@ class GvfsMount {
   Owned<GMount> _found;
   Owned<GAsyncResult> _result;
   guint _timer = 0;
+  bool _isPending = false;
+  bool _isMounted = false;
   int _timesAsked = 0;
   bool _timeIsUp = false;
   bool _inUse = false;

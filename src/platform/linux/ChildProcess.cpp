@@ -105,9 +105,11 @@ class SpawnSettings {
   SpawnSettings(const SpawnSettings&) = delete;
   SpawnSettings& operator=(const SpawnSettings&) = delete;
 
-  void writeTo(int descriptor) {
+  void writeTo(int descriptor, ChildProcesses::Output output) {
     ::posix_spawn_file_actions_adddup2(&_actions, descriptor, STDOUT_FILENO);
-    ::posix_spawn_file_actions_adddup2(&_actions, descriptor, STDERR_FILENO);
+    if (output == ChildProcesses::Output::collected) {
+      ::posix_spawn_file_actions_adddup2(&_actions, descriptor, STDERR_FILENO);
+    }
   }
 
   pid_t spawn(const std::string& path, const std::vector<std::string>& arguments) {
@@ -255,14 +257,14 @@ class LinuxChildProcesses final : public ChildProcesses {
     SpawnSettings settings;
     Descriptor readEnd;
     Descriptor writeEnd;
-    if (output == Output::collected) {
+    if (output != Output::inherited) {
       std::array<int, 2> ends{};
       if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw LaunchException("cannot start " + path + ": " + reasonOf(errno));
       }
       readEnd = Descriptor(ends[0]);
       writeEnd = Descriptor(ends[1]);
-      settings.writeTo(writeEnd.number());
+      settings.writeTo(writeEnd.number(), output);
     }
     const pid_t child = settings.spawn(path, arguments);
     writeEnd.close();

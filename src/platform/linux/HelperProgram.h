@@ -14,10 +14,11 @@ class HelperProgram {
  public:
   explicit HelperProgram(std::string name) : _name(std::move(name)) {}
 
-  /// Runs the helper, no longer than the limit, and collects its output. Raises LaunchException
-  /// when it cannot be started, as where it is not installed.
-  [[nodiscard]] ChildResult run(const std::vector<std::string>& arguments,
-                                std::chrono::milliseconds limit) const;
+  /// Runs the helper, no longer than the limit, and collects its output or a part of it. Raises
+  /// LaunchException when it cannot be started, as where it is not installed.
+  [[nodiscard]] ChildResult run(
+      const std::vector<std::string>& arguments, std::chrono::milliseconds limit,
+      ChildProcesses::Output output = ChildProcesses::Output::collected) const;
 
  private:
   std::string _name;

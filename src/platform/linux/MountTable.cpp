@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "platform/PercentEscaping.h"
+#include "platform/Utf8.h"
 
 namespace ravelin::platform {
 
@@ -47,6 +48,41 @@ std::string withoutOctalEscapes(std::string_view text) {
     at += isEscape ? DIGIT_COUNT : 0;
   }
   return plain;
+}
+
+std::string octalEscape(char character) {
+  constexpr unsigned DIGIT_BITS = 3;
+  constexpr unsigned DIGIT_MASK = 7;
+  const unsigned byte = static_cast<unsigned char>(character);
+  std::string escape = "\\";
+  for (const unsigned shift : {2 * DIGIT_BITS, DIGIT_BITS, 0U}) {
+    escape += static_cast<char>('0' + ((byte >> shift) & DIGIT_MASK));
+  }
+  return escape;
+}
+
+/// The text with escapes for the bytes that are no UTF-8.
+std::string inUtf8(std::string text) {
+  if (isUtf8(text)) {
+    return text;
+  }
+  constexpr std::size_t LONGEST = 4;
+  std::string escaped;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    std::size_t size = 1;
+    while (size < LONGEST && !isUtf8(rest.substr(0, size))) {
+      ++size;
+    }
+    if (isUtf8(rest.substr(0, size))) {
+      escaped += rest.substr(0, size);
+      rest.remove_prefix(std::min(size, rest.size()));
+    } else {
+      escaped += octalEscape(rest.front());
+      rest.remove_prefix(1);
+    }
+  }
+  return escaped;
 }
 
 /// What GVfs calls a mount, as in "smb-share:server=192.0.2.10,share=usb%20disk,user=guest".
@@ -145,6 +181,20 @@ std::vector<Mount> MountTable::volumes() const {
   return found;
 }
 
+std::vector<MountedShare> MountTable::shares() const {
+  std::vector<MountedShare> found;
+  for (const Mount& mount : _mounts) {
+    if (isShare(mount)) {
+      std::string_view share = std::string_view(mount.source).substr(2);
+      const std::string_view server = take(share, '/');
+      found.push_back({.server = std::string(server.substr(server.rfind('@') + 1)),
+                       .share = std::string(share),
+                       .rootPath = inUtf8(mount.point)});
+    }
+  }
+  return found;
+}
+
 bool MountTable::isGvfsMount(std::string_view path) const {
   return std::ranges::any_of(_mounts, [path](const Mount& mount) {
     return mount.type == GVFS_MOUNT && mount.point == path;
@@ -162,7 +212,14 @@ std::string MountTable::listing(std::string_view sought) const {
         .append(spacedOut(mount.options))
         .append(")\n");
   }
-  return lines;
+  return inUtf8(std::move(lines));
+}
+
+std::string MountTable::pointListedAs(const std::string& path) const {
+  const bool isPoint = std::ranges::find(_mounts, path, &Mount::point) != _mounts.end();
+  const auto escaped = std::ranges::find_if(
+      _mounts, [&path](const Mount& mount) { return inUtf8(mount.point) == path; });
+  return isPoint || escaped == _mounts.end() ? path : escaped->point;
 }
 
 }  // namespace ravelin::platform

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Volumes.h"
+
 namespace ravelin::platform {
 
 /// One mounted file system.
@@ -32,12 +34,19 @@ class MountTable {
   /// Those on a device or a server, those of GVfs last.
   [[nodiscard]] std::vector<Mount> volumes() const;
 
+  /// The shares of servers, those of GVfs last.
+  [[nodiscard]] std::vector<MountedShare> shares() const;
+
   /// Whether GVfs has mounted something at the path.
   [[nodiscard]] bool isGvfsMount(std::string_view path) const;
 
   /// The table as lines, the sources of shares with percent escapes. Where the source of a share
   /// is the sought text but for the case of letters, it is written as it is sought.
+  /// It is UTF-8: bytes that are not have the kernel's escapes, a backslash and three octal digits.
   [[nodiscard]] std::string listing(std::string_view sought) const;
+
+  /// The mount point that is written so in the listing; the path itself where there is none.
+  [[nodiscard]] std::string pointListedAs(const std::string& path) const;
 
  private:
   std::vector<Mount> _mounts;

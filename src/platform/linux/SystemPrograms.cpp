@@ -9,6 +9,8 @@
 #include "platform/PercentEscaping.h"
 #include "platform/Service.h"
 #include "platform/linux/MountTable.h"
+#include "platform/linux/StandardError.h"
+#include "platform/linux/VolumeSituation.h"
 #include "platform/linux/VolumesHelper.h"
 
 namespace ravelin::platform {
@@ -62,12 +64,19 @@ class LinuxSystemPrograms final : public SystemPrograms {
 
   ChildResult umount(const std::string& path) override {
     const auto table = MountTable::read();
-    if (table && table->isGvfsMount(path)) {
-      ChildResult result;
-      result.terminationStatus = static_cast<int>(VolumesHelper::unmount(path));
-      return result;
+    const std::string point = table ? table->pointListedAs(path) : path;
+    if (!table || !table->isGvfsMount(point)) {
+      return run("umount", {point}, Output::inherited);
     }
-    return run("umount", {path}, Output::inherited);
+    const auto answer = VolumesHelper::unmount(point);
+    if (answer.situation != VolumeSituation::done) {
+      // Where the program would say it.
+      writeToStandardError("umount: " + point + ": " + commentOn(answer.situation, answer.text) +
+                           ".\n");
+    }
+    ChildResult result;
+    result.terminationStatus = static_cast<int>(answer.situation);
+    return result;
   }
 
   // Both complain where their callers do not mind.

@@ -20,10 +20,16 @@ class VolumeReferences {
   /// tells what is still mounted of the volumes that have numbers.
   [[nodiscard]] std::int16_t give(const std::string& path, const IsMounted& isMounted);
 
+  /// The number of what is mounted at the path, which gets one if it has none; 0 when there is none
+  /// left.
+  [[nodiscard]] std::int16_t numberOf(const std::string& path, const IsMounted& isMounted);
+
   /// Where the volume with this number was mounted; null for a number that has not been given.
   [[nodiscard]] Text pathOf(std::int16_t reference) const;
 
  private:
+  std::int16_t _giveNext(const std::string& path, const IsMounted& isMounted);
+
   mutable std::mutex _mutex;
   std::map<std::int16_t, std::string> _paths;
   std::map<std::string, std::int16_t> _numbers;

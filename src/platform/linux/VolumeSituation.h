@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace ravelin::platform {
 
 /// What can happen to a volume that GVfs is asked to mount or to unmount. The helper program ends
@@ -21,5 +23,9 @@ enum class VolumeSituation : int {
   notGuest = 21,
   noReferenceLeft = 22,
 };
+
+/// What it means, for people: ASCII, one line. Where the situation leaves the reason open, what has
+/// been said about it follows, as far as it fits.
+[[nodiscard]] std::string commentOn(VolumeSituation situation, const std::string& saying = "");
 
 }  // namespace ravelin::platform

@@ -1,6 +1,7 @@
 #include "platform/Volumes.h"
 
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/PathComponents.h"
@@ -16,7 +17,14 @@ namespace {
 
 constexpr std::string_view SCHEME = "smb://";
 
-VolumeStatus statusOf(VolumeSituation situation) { return -static_cast<VolumeStatus>(situation); }
+VolumeOutcome outcomeOf(VolumeSituation situation, const std::string& saying = "") {
+  return {.status = -static_cast<VolumeStatus>(situation), .comment = commentOn(situation, saying)};
+}
+
+ServerVolumeMount notMounted(VolumeSituation situation, const std::string& saying = "") {
+  VolumeOutcome outcome = outcomeOf(situation, saying);
+  return {.status = outcome.status, .comment = std::move(outcome.comment), .reference = 0};
+}
 
 bool isMounted(const std::string& path) {
   const auto table = MountTable::read();
@@ -30,27 +38,39 @@ class LinuxVolumes final : public Volumes {
                                       const std::string& password) override {
     // A password would show in the helper's arguments.
     if (!url.starts_with(SCHEME) || user.empty() || !password.empty()) {
-      return {.status = statusOf(VolumeSituation::notGuest), .reference = 0};
+      return notMounted(VolumeSituation::notGuest);
     }
     const auto answer =
         VolumesHelper::mount(std::string(SCHEME) + user + ":@" + url.substr(SCHEME.size()));
     if (answer.situation != VolumeSituation::done) {
-      return {.status = statusOf(answer.situation), .reference = 0};
+      return notMounted(answer.situation, answer.text);
     }
     const auto table = MountTable::read();
-    const std::int16_t reference = _references.give(
-        answer.mountPoint,
-        [&table](const std::string& path) { return !table || table->isGvfsMount(path); });
+    const std::int16_t reference = _references.give(answer.text, [&table](const std::string& path) {
+      return !table || table->isGvfsMount(path);
+    });
     if (reference == 0) {
-      VolumesHelper::unmount(answer.mountPoint);
-      return {.status = statusOf(VolumeSituation::noReferenceLeft), .reference = 0};
+      VolumesHelper::unmount(answer.text);
+      return notMounted(VolumeSituation::noReferenceLeft);
     }
-    return {.status = 0, .reference = reference};
+    return {.status = 0, .comment = commentOn(VolumeSituation::done), .reference = reference};
   }
 
-  VolumeStatus unmountVolume(std::int16_t reference) override {
+  VolumeOutcome unmountVolume(std::int16_t reference) override {
     const Text path = pathOfVolume(reference);
-    return statusOf(path ? VolumesHelper::unmount(*path) : VolumeSituation::notMounted);
+    if (!path) {
+      return outcomeOf(VolumeSituation::notMounted);
+    }
+    const auto answer = VolumesHelper::unmount(*path);
+    return outcomeOf(answer.situation, answer.text);
+  }
+
+  std::int16_t referenceOfVolume(const std::string& path) override {
+    const auto table = MountTable::read();
+    const auto isMounted = [&table](const std::string& mountPoint) {
+      return table && table->isGvfsMount(mountPoint);
+    };
+    return isMounted(path) ? _references.numberOf(path, isMounted) : std::int16_t{0};
   }
 
   Text pathOfVolume(std::int16_t reference) override {
@@ -73,38 +93,9 @@ class LinuxVolumes final : public Volumes {
     return Volume{.name = root == "/" ? "" : lastPathComponent(root), .rootPath = root};
   }
 
-  std::string commentOnStatus(VolumeStatus status) override {
-    switch (static_cast<VolumeSituation>(-status)) {
-      case VolumeSituation::done:
-        return "no error";
-      case VolumeSituation::noServer:
-        return "no SMB server answers at this address";
-      case VolumeSituation::noSuchShare:
-        return "the server has no such share";
-      case VolumeSituation::notPermitted:
-        return "the server does not permit guests to use this share";
-      case VolumeSituation::alreadyMounted:
-        return "the share is mounted already";
-      case VolumeSituation::noGvfs:
-        return "this session has no GVfs that can mount SMB shares";
-      case VolumeSituation::noMountPoint:
-        return "GVfs gives the share no place in the file system; its FUSE side is missing";
-      case VolumeSituation::timedOut:
-        return "it took too long";
-      case VolumeSituation::notMounted:
-        return "no such volume is mounted";
-      case VolumeSituation::inUse:
-        return "the volume is in use";
-      case VolumeSituation::failed:
-        return "GVfs could not do it";
-      case VolumeSituation::noHelper:
-        return "the program ravelin-disk-volumes-helper cannot be started";
-      case VolumeSituation::notGuest:
-        return "only SMB shares can be mounted, and only for users without a password";
-      case VolumeSituation::noReferenceLeft:
-        return "too many volumes are mounted";
-    }
-    return "unknown error";
+  std::vector<MountedShare> mountedShares() override {
+    const auto table = MountTable::read();
+    return table ? table->shares() : std::vector<MountedShare>();
   }
 
  private:

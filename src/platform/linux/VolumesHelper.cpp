@@ -15,19 +15,20 @@ constexpr std::chrono::seconds LIMIT{60};
 
 VolumesHelper::Answer run(const std::vector<std::string>& arguments) {
   try {
-    ChildResult result = HelperProgram("ravelin-disk-volumes-helper").run(arguments, LIMIT);
+    ChildResult result = HelperProgram("ravelin-disk-volumes-helper")
+                             .run(arguments, LIMIT, ChildProcesses::Output::standardOutput);
     if (result.timedOut) {
-      return {.situation = VolumeSituation::timedOut, .mountPoint = ""};
+      return {.situation = VolumeSituation::timedOut, .text = ""};
     }
     const auto situation = static_cast<VolumeSituation>(result.terminationStatus);
     if (result.wasSignalled ||
         (situation != VolumeSituation::done &&
          (situation < VolumeSituation::noServer || situation > VolumeSituation::failed))) {
-      return {.situation = VolumeSituation::failed, .mountPoint = ""};
+      return {.situation = VolumeSituation::failed, .text = ""};
     }
-    return {.situation = situation, .mountPoint = std::move(result.output)};
+    return {.situation = situation, .text = std::move(result.output)};
   } catch (const LaunchException&) {
-    return {.situation = VolumeSituation::noHelper, .mountPoint = ""};
+    return {.situation = VolumeSituation::noHelper, .text = ""};
   }
 }
 
@@ -35,8 +36,8 @@ VolumesHelper::Answer run(const std::vector<std::string>& arguments) {
 
 VolumesHelper::Answer VolumesHelper::mount(const std::string& url) { return run({"mount", url}); }
 
-VolumeSituation VolumesHelper::unmount(const std::string& mountPoint) {
-  return run({"unmount", mountPoint}).situation;
+VolumesHelper::Answer VolumesHelper::unmount(const std::string& mountPoint) {
+  return run({"unmount", mountPoint});
 }
 
 }  // namespace ravelin::platform

@@ -180,7 +180,7 @@ TEST_F(DiskManagerTest, AbsentTextsAreSoughtAsNull) {
 // Mounting by the system
 
 TEST_F(DiskManagerTest, AShareThatIsNotListedIsMountedAsGuest) {
-  _volumes.nextMount = {.status = 0, .reference = 7};
+  _volumes.nextMount = {.status = 0, .comment = "comment on 0", .reference = 7};
   EXPECT_TRUE(_manager.mountDisk(_disk));
   EXPECT_THAT(_volumes.takeCalls(), ElementsAre("mount [smb://192.0.2.10/USB%20Disk] [guest] []"));
   EXPECT_THAT(_programs.takeCalls(), ElementsAre("mount"));
@@ -191,7 +191,7 @@ TEST_F(DiskManagerTest, AShareThatIsNotListedIsMountedAsGuest) {
 
 TEST_F(DiskManagerTest, AFailedMountIsLoggedAndForgetsTheVolume) {
   _disk.setVolumeReference(5);
-  _volumes.nextMount = {.status = -5016, .reference = 0};
+  _volumes.nextMount = {.status = -5016, .comment = "comment on -5016", .reference = 0};
   EXPECT_FALSE(_manager.mountDisk(_disk));
   EXPECT_EQ(_disk.volumeReference(), 0);
   EXPECT_THAT(

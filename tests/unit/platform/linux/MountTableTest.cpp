@@ -133,6 +133,51 @@ TEST_F(MountTableTest, VolumesAreOnDevicesOrServers) {
   EXPECT_EQ(volumes[2].point, _gvfs + "/smb-share:server=a,share=b");
 }
 
+TEST_F(MountTableTest, AListingIsUtf8WhateverIsMounted) {
+  const MountTable table(
+      "/dev/sda1 /mnt/\303\274\377\303 ext4 rw 0 0\n"
+      "//192.0.2.10/X\200 /mnt/\360\237\222\276\355\240\200 cifs rw 0 0\n"
+      "//192.0.2.11/X /mnt/x cifs rw 0 0\n");
+  EXPECT_EQ(table.listing("192.0.2.11/X"),
+            "/dev/sda1 on /mnt/\303\274\\377\\303 (ext4, rw)\n"
+            "//192.0.2.10/X\\200 on /mnt/\360\237\222\276\\355\\240\\200 (cifs, rw)\n"
+            "//192.0.2.11/X on /mnt/x (cifs, rw)\n");
+}
+
+TEST_F(MountTableTest, AMountPointIsFoundAsItIsListed) {
+  const MountTable table(
+      "/dev/sda1 /mnt/\377 ext4 rw 0 0\n"
+      "/dev/sda2 /mnt/\\134376 ext4 rw 0 0\n"
+      "/dev/sda3 /mnt/\376 ext4 rw 0 0\n");
+  EXPECT_EQ(table.pointListedAs("/mnt/\\377"), "/mnt/\377");
+  EXPECT_EQ(table.pointListedAs("/mnt/\377"), "/mnt/\377");
+  // One that is really called so comes first.
+  EXPECT_EQ(table.pointListedAs("/mnt/\\376"), "/mnt/\\376");
+  EXPECT_EQ(table.pointListedAs("/elsewhere"), "/elsewhere");
+}
+
+TEST_F(MountTableTest, SharesAreTakenApart) {
+  mountByGvfs("smb-share:server=192.0.2.10,share=usb%20disk,user=guest");
+  mountByGvfs("smb-share:domain=W,port=1445,server=192.0.2.12,share=x");
+  mountByGvfs("sftp:host=192.0.2.13");
+  const std::string prefix = _gvfs + "/smb-share:";
+  EXPECT_THAT(
+      table("/dev/sda1 / ext4 rw 0 0\n"
+            "//192.0.2.14/a/b /mnt/\377 cifs rw 0 0\n"
+            "//nothing /mnt cifs rw 0 0\n"
+            "//no/share /mnt tmpfs rw 0 0\n")
+          .shares(),
+      ElementsAre(
+          MountedShare{.server = "192.0.2.14", .share = "a/b", .rootPath = "/mnt/\\377"},
+          MountedShare{.server = "nothing", .share = "", .rootPath = "/mnt"},
+          MountedShare{.server = "192.0.2.12:1445",
+                       .share = "x",
+                       .rootPath = prefix + "domain=W,port=1445,server=192.0.2.12,share=x"},
+          MountedShare{.server = "192.0.2.10",
+                       .share = "usb disk",
+                       .rootPath = prefix + "server=192.0.2.10,share=usb%20disk,user=guest"}));
+}
+
 TEST_F(MountTableTest, TheKernelShowsItsTable) {
   const auto table = MountTable::read();
   ASSERT_TRUE(table);

@@ -34,6 +34,16 @@ TEST(VolumeReferencesTest, AVolumeThatIsMountedAgainGetsAnotherNumber) {
   EXPECT_EQ(references.pathOf(2), "/a");
 }
 
+TEST(VolumeReferencesTest, WhatIsMountedHasOneNumber) {
+  VolumeReferences references;
+  EXPECT_EQ(references.numberOf("/a", everything), 1);
+  EXPECT_EQ(references.numberOf("/b", everything), 2);
+  EXPECT_EQ(references.numberOf("/a", everything), 1);
+  EXPECT_EQ(references.pathOf(1), "/a");
+  EXPECT_EQ(references.give("/a", everything), 3);
+  EXPECT_EQ(references.numberOf("/a", everything), 3);
+}
+
 TEST(VolumeReferencesTest, NumbersGoRound) {
   VolumeReferences references;
   for (int round = 0; round < 2; ++round) {

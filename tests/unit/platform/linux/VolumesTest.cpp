@@ -38,7 +38,7 @@ TEST_F(VolumesTest, TheHelperBesideThisProgramMountsAsTheUserWithoutAPassword) {
   EXPECT_EQ(calls[0].path, std::filesystem::canonical("/proc/self/exe").parent_path() /
                                "ravelin-disk-volumes-helper");
   EXPECT_THAT(calls[0].arguments, ElementsAre("mount", "smb://guest:@192.0.2.10/USB%20Disk"));
-  EXPECT_EQ(calls[0].output, ChildProcesses::Output::collected);
+  EXPECT_EQ(calls[0].output, ChildProcesses::Output::standardOutput);
   EXPECT_TRUE(calls[0].limit);
 }
 
@@ -61,15 +61,32 @@ TEST_F(VolumesTest, EverySituationHasAStatusAndACommentOfItsOwn) {
     const auto mount = _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "");
     EXPECT_EQ(mount.status, -situation);
     EXPECT_EQ(mount.reference, 0);
-    comments.insert(_volumes.commentOnStatus(mount.status));
+    EXPECT_EQ(mount.comment, commentOn(VolumeSituation{situation}, "a message"));
+    comments.insert(commentOn(VolumeSituation{situation}));
   }
   for (const auto own : {VolumeSituation::done, VolumeSituation::noHelper,
                          VolumeSituation::notGuest, VolumeSituation::noReferenceLeft}) {
-    comments.insert(_volumes.commentOnStatus(statusOf(own)));
+    comments.insert(commentOn(own));
   }
   EXPECT_EQ(comments.size(), 14U);
-  EXPECT_FALSE(comments.contains(_volumes.commentOnStatus(-1234)));
-  EXPECT_EQ(_volumes.commentOnStatus(0), "no error");
+  EXPECT_FALSE(comments.contains(commentOn(VolumeSituation{1234})));
+  EXPECT_EQ(commentOn(VolumeSituation::done), "no error");
+}
+
+TEST_F(VolumesTest, TheCommentCarriesWhatGvfsSaid) {
+  const auto comment = [this](int situation, const std::string& saying) {
+    _helper.answer = [=](const ProgramCall&) { return exited(situation, saying); };
+    return _volumes.mountServerVolume("smb://192.0.2.10/x", "guest", "").comment;
+  };
+  EXPECT_EQ(comment(19, "Invalid argument"), "GVfs could not do it: Invalid argument");
+  EXPECT_EQ(comment(19, ""), "GVfs could not do it");
+  EXPECT_EQ(comment(18, "sh (pid 7) works in /"), "the volume is in use: sh (pid 7) works in /");
+  EXPECT_EQ(comment(11, "Failed to mount"), "the server has no such share");
+  // One line of ASCII, whatever it was.
+  EXPECT_EQ(comment(19, "Ung\xc3\xbcltig\n\x1b[1m\x7f\xff"),
+            "GVfs could not do it: Ung?ltig??[1m??");
+  EXPECT_EQ(comment(19, std::string(100'000, 'x')),
+            "GVfs could not do it: " + std::string(300, 'x') + "...");
 }
 
 TEST_F(VolumesTest, AHelperThatIsMissingOrEndsOddlyIsAFailure) {
@@ -103,9 +120,16 @@ TEST_F(VolumesTest, WhatIsNotMountedHasNoPathAndCannotBeUnmounted) {
   _helper.takeCalls();
   for (const std::int16_t unknown : {std::int16_t{0}, std::int16_t{-1}, reference}) {
     EXPECT_EQ(_volumes.pathOfVolume(unknown), std::nullopt);
-    EXPECT_EQ(_volumes.unmountVolume(unknown), statusOf(VolumeSituation::notMounted));
+    const auto outcome = _volumes.unmountVolume(unknown);
+    EXPECT_EQ(outcome.status, statusOf(VolumeSituation::notMounted));
+    EXPECT_EQ(outcome.comment, "no mounted volume has this reference");
   }
   EXPECT_THAT(_helper.takeCalls(), IsEmpty());
+}
+
+TEST_F(VolumesTest, OnlyWhatGvfsHasMountedHasAReference) {
+  EXPECT_EQ(_volumes.referenceOfVolume("/proc"), 0);
+  EXPECT_EQ(_volumes.referenceOfVolume("/nowhere"), 0);
 }
 
 TEST_F(VolumesTest, VolumesAreEnumeratedFromOne) {
