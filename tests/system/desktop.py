@@ -89,10 +89,11 @@ class Session(contextlib.AbstractContextManager):
         self._closing.callback(process.kill)
         return process
 
-    def open(self, *command, **how):
+    def open(self, *command, environment=None, **how):
         """A program of which the test holds both ends."""
         return subprocess.Popen(
-            [*self._inside, *map(str, command)], env=self.environment, text=True,
+            [*self._inside, *map(str, command)], env=self.environment | (environment or {}),
+            text=True,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **how,
         )
 
@@ -191,16 +192,47 @@ class SmbServer(contextlib.AbstractContextManager):
         return status == 0
 
 
-def silent_server(session, address):
-    """A server that takes connections and never says a word."""
+def _python_server(session, address, lines):
+    """A server of the session that listens and then does this."""
+    listening = session.base / f"listening-{address}"
     session.start(
         "python3", "-c",
-        "import socket, time\n"
+        "import pathlib, socket, threading, time\n"
         f"server = socket.create_server(({address!r}, {SMB_PORT}))\n"
-        "time.sleep(1e6)",
+        f"pathlib.Path({str(listening)!r}).touch()\n" + lines,
     )
-    wait_until(
-        lambda: session.run("python3", "-c", "import socket; socket.create_connection("
-                            f"({address!r}, {SMB_PORT}), 5)")[0] == 0,
-        "the silent server",
-    )
+    wait_until(listening.exists, f"the server {address}")
+
+
+def silent_server(session, address):
+    """A server that takes connections and never says a word."""
+    _python_server(session, address, "time.sleep(1e6)\n")
+
+
+def junk_server(session, address):
+    """A server that answers with what is no SMB."""
+    _python_server(session, address, """
+while True:
+    connection, _ = server.accept()
+    connection.recv(65536)
+    connection.sendall(b"\\0\\0\\0\\4junk")
+""")
+
+
+def slow_server(session, address, server, pause):
+    """The server at another address, which waits before each of its answers; mounting takes about
+    14. The file asked-ADDRESS tells that it has been asked something."""
+    _python_server(session, address, f"""
+def carry(origin, target, pause):
+    while data := origin.recv(65536):
+        time.sleep(pause)
+        target.sendall(data)
+        pathlib.Path({str(session.base / f"asked-{address}")!r}).touch()
+    target.shutdown(socket.SHUT_WR)
+
+while True:
+    connection, _ = server.accept()
+    behind = socket.create_connection(({server.address!r}, {SMB_PORT}))
+    threading.Thread(target=carry, args=(connection, behind, 0), daemon=True).start()
+    threading.Thread(target=carry, args=(behind, connection, {pause}), daemon=True).start()
+""")

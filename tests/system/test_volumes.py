@@ -3,16 +3,19 @@
 import contextlib
 import os
 import pathlib
+import re
 import shutil
 import stat
 
 import pytest
 
-from desktop import BIN, PATIENCE, Session, SmbServer, silent_server
+from desktop import (BIN, PATIENCE, Session, SmbServer, junk_server, silent_server, slow_server,
+                     wait_until)
 
 SERVER = "127.0.0.5"
 SHARE = "USB Disk"
-NO_VOLUME = f"Ravelin Disk: FSUnmountVolumeSync ({SHARE}) result:-17=no such volume is mounted\n"
+NO_VOLUME = f"Ravelin Disk: FSUnmountVolumeSync ({SHARE}) result:-17=no mounted volume has this reference\n"
+UNMOUNTED = f"Ravelin Disk: FSUnmountVolumeSync ({SHARE}) result:0=no error\n"
 MOUNTED = f"Ravelin Disk: FSMountServerVolumeSync ({SHARE}) result:0=no error\n"
 NOT_MOUNTED = (1, "", "ravelin-disk-volume: the share is not mounted\n")
 
@@ -25,7 +28,7 @@ def _session():
 
 @pytest.fixture(name="server", scope="module")
 def _server(session):
-    with SmbServer(session, SERVER, guests=[SHARE, "Photos", "Disk (1), 50% a=b"],
+    with SmbServer(session, SERVER, guests=[SHARE, "USB", "Photos", "Disk (1), 50% a=b"],
                    members=["Private"]) as server:
         yield server
 
@@ -70,11 +73,7 @@ def test_a_share_is_mounted_found_read_and_unmounted(session, server):
     assert session.list(path) == ["file.txt"]
     assert session.read(f"{path}/file.txt") == f"This is {SHARE}.\n"
     assert session.volume("where", SERVER, SHARE) == (0, f"{path}\n", "")
-    # The log takes a message for a template, and "%20d" in it for a number.
-    logged = path.replace("%20d", "0".rjust(20))
-    assert session.volume("unmount", SERVER, SHARE) == (
-        0, "", f"{NO_VOLUME}Ravelin Disk: _shellUnMountDiskAtPath ({logged}) successful\n",
-    )
+    assert session.volume("unmount", SERVER, SHARE) == (0, "", UNMOUNTED)
     assert session.volume("where", SERVER, SHARE) == NOT_MOUNTED
     assert session.list(path) == "No such file or directory"
 
@@ -134,9 +133,55 @@ def test_a_name_with_odd_characters_is_mounted(session, server):
     assert status == 0
     assert session.read(f"{path[:-1]}/file.txt") == f"This is {share}.\n"
     # The look-up in the mount table ends at the first parenthesis, and finds another path.
-    assert session.volume("where", SERVER, share)[0:2] == (
-        0, point(session, "disk%20(1").split("(")[0][:-1] + "\n")
+    cut = path.split("(")[0][:-1]
+    for command in ("where", "unmount"):
+        assert session.volume(command, SERVER, share) == (
+            3, "", f"ravelin-disk-volume: nothing is done: where '{share}' of {SERVER} is looked "
+            f"for, {cut} is found, which is the place of no share; it is mounted at {path}")
     assert session.run(BIN / "ravelin-disk-volumes-helper", "unmount", path[:-1])[0] == 0
+
+
+# Other mounts
+
+
+def test_a_share_whose_name_begins_alike_is_not_taken_for_it(session, server):
+    with mounted(session, "Photos") as path:
+        for command in ("mount", "unmount", "where", "try", "alias"):
+            assert session.volume(command, SERVER, "Photo") == (
+                3, "", f"ravelin-disk-volume: nothing is done: where 'Photo' of {SERVER} is looked "
+                f"for, 'photos' of {SERVER} is found at {path}\n")
+        assert session.read(f"{path}/file.txt") == "This is Photos.\n"
+        assert session.list(session.desktop) == []
+
+
+def test_a_server_whose_address_ends_alike_is_not_taken_for_it(session, server):
+    with mounted(session) as path:
+        assert session.volume("where", SERVER[1:], SHARE) == (
+            3, "", f"ravelin-disk-volume: nothing is done: where '{SHARE}' of {SERVER[1:]} is "
+            f"looked for, '{SHARE.lower()}' of {SERVER} is found at {path}\n")
+
+
+def test_the_right_share_is_told_where_another_one_is_found_first(session, server):
+    with mounted(session, "USB") as path:
+        assert session.volume("where", SERVER, "USB") == (0, f"{path}\n", "")
+        with mounted(session) as other:
+            assert session.volume("unmount", SERVER, "USB") == (
+                3, "", f"ravelin-disk-volume: nothing is done: where 'USB' of {SERVER} is looked "
+                f"for, '{SHARE.lower()}' of {SERVER} is found at {other}; "
+                f"it is mounted at {path}\n")
+        assert session.read(f"{path}/file.txt") == "This is USB.\n"
+
+
+def test_a_mount_point_that_is_no_utf8_does_not_hide_the_others(session, server):
+    odd = session.base / os.fsdecode(b"odd \xff\xc3(")
+    odd.mkdir()
+    assert session.run("mount", "-t", "tmpfs", "none", odd)[0] == 0
+    try:
+        with mounted(session) as path:
+            assert session.volume("where", SERVER, SHARE) == (0, f"{path}\n", "")
+            assert session.volume("mount", SERVER, SHARE) == (0, f"{path}\n", "")
+    finally:
+        assert session.run("umount", odd)[0] == 0
 
 
 # Failures
@@ -151,6 +196,12 @@ def test_each_failure_has_its_own_status_and_comment(session, server):
         "x", -10, "no SMB server answers at this address")
     assert session.volume("mount", "192.0.2.1", "x") == failure(
         "x", -10, "no SMB server answers at this address")
+
+
+def test_what_gvfs_says_about_other_failures_is_told(session):
+    junk_server(session, "127.0.0.13")
+    assert session.volume("mount", "127.0.0.13", "x") == failure(
+        "x", -19, "GVfs could not do it: Failed to mount Windows share: Invalid argument")
 
 
 def test_without_gvfs_nothing_is_mounted(session, server):
@@ -214,8 +265,9 @@ def test_unmounting_what_is_not_mounted_is_no_failure(session):
 class Process:
     """One process that mounts and unmounts one disk."""
 
-    def __init__(self, session, share=SHARE):
-        self.process = session.open(BIN / "ravelin-disk-volume-session", SERVER, share)
+    def __init__(self, session, share=SHARE, environment=None):
+        self.process = session.open(BIN / "ravelin-disk-volume-session", SERVER, share,
+                                    environment=environment)
 
     def __call__(self, command):
         self.process.stdin.write(command + "\n")
@@ -244,8 +296,7 @@ def test_a_process_unmounts_by_its_own_reference(session, server):
     assert process("mount") == "true"
     assert process("reference") == "2"
     assert process("unmount") == "true"
-    unmounted = f"Ravelin Disk: FSUnmountVolumeSync ({SHARE}) result:0=no error\n"
-    assert process.end() == (MOUNTED + unmounted) * 2
+    assert process.end() == (MOUNTED + UNMOUNTED) * 2
 
 
 def test_a_volume_that_somebody_else_has_unmounted_counts_as_unmounted(session, server):
@@ -265,6 +316,133 @@ def test_a_share_whose_name_the_look_up_cannot_find_is_found_by_reference(sessio
     assert process("unmount") == "true"
     assert session.list(path) == "No such file or directory"
     process.end()
+
+
+def test_what_libraries_say_is_no_part_of_a_mount_point(session, server):
+    process = Process(session, environment={"LD_PRELOAD": "/nowhere/complains.so"})
+    assert process("mount") == "true"
+    assert process("path") == point(session, "usb%20disk")
+    assert process("unmount") == "true"
+    said = process.end()
+    assert "complains.so" in said
+    assert [line for line in said.splitlines(True) if "complains.so" not in line] == [
+        MOUNTED, UNMOUNTED]
+
+
+# In use
+
+
+@contextlib.contextmanager
+def user(session, preparation):
+    """A shell that has done this and then writes to its standard output what it is told: itself and
+    its number. The output is the file that the preparation opens, if it opens one."""
+    process = session.open(
+        "sh", "-c", f'echo $$ >&2; {preparation}; echo ready >&2; '
+        'while read -r line; do echo "$line"; done')
+    number = process.stderr.readline().strip()
+    assert process.stderr.readline() == "ready\n"
+    try:
+        yield process, number
+    finally:
+        process.communicate(timeout=PATIENCE)
+
+
+def in_use(path, who):
+    reason = f"the volume is in use: {who}"
+    # The log takes a message for a template, and "%20d" in it for a number.
+    logged = path.replace("%20d", "0".rjust(20))
+    return (1, "", f"Ravelin Disk: FSUnmountVolumeSync ({SHARE}) result:-18={reason}\n"
+                   f"umount: {path}: {reason}.\n"
+                   f"Ravelin Disk: _shellUnMountDiskAtPath ({logged}) failure\n"
+                   "ravelin-disk-volume: the share cannot be unmounted\n")
+
+
+def test_what_is_being_written_is_not_lost(session, server):
+    with mounted(session) as path:
+        with user(session, f"exec >'{path}/new file'") as (writer, number):
+            writer.stdin.write("one\n")
+            writer.stdin.flush()
+            wait_until(lambda: (server.share(SHARE) / "new file").exists(), "the file")
+            for _ in range(2):
+                assert session.volume("unmount", SERVER, SHARE) == in_use(
+                    path, f"sh (pid {number}) has /new file open")
+            assert session.run(BIN / "ravelin-disk-volumes-helper", "unmount", path) == (
+                18, f"sh (pid {number}) has /new file open", "")
+            writer.stdin.write("two\n")
+        assert writer.returncode == 0
+        written = server.share(SHARE) / "new file"
+        assert written.read_text() == "one\ntwo\n"
+        written.unlink()
+
+
+def test_a_volume_in_which_somebody_works_is_not_unmounted(session, server):
+    with mounted(session) as path:
+        (server.share(SHARE) / "folder").mkdir()
+        for folder in ("", "/folder"):
+            with user(session, f"cd '{path}{folder}'") as (_, number):
+                assert session.volume("unmount", SERVER, SHARE) == in_use(
+                    path, f"sh (pid {number}) works in {folder or '/'}")
+        (server.share(SHARE) / "folder").rmdir()
+
+
+def test_a_server_that_has_stopped_does_not_hold_the_look_for_users_up(session, server):
+    with mounted(session) as path:
+        with user(session, f"cd '{path}'; exec 3<file.txt") as (_, number):
+            server.stop()
+            try:
+                assert session.volume("unmount", SERVER, SHARE) == in_use(
+                    path, f"sh (pid {number}) has /file.txt open")
+            finally:
+                server.start()
+
+
+def test_another_share_in_use_is_no_obstacle(session, server):
+    with mounted(session, "Photos") as other:
+        with mounted(session), user(session, f"cd '{other}'; exec 3<file.txt"):
+            assert session.volume("unmount", SERVER, SHARE) == (0, "", UNMOUNTED)
+            assert session.volume("mount", SERVER, SHARE)[0] == 0
+
+
+# Given up
+
+
+@pytest.fixture(name="mounts")
+def _mounts(session):
+    """What GVfs says about mounts from now on, as a function: "Mounted" and "Unmounted"."""
+    said = session.base / "said"
+    monitor = session.start(
+        "sh", "-c", "exec dbus-monitor --session 'type=signal,interface=org.gtk.vfs.MountTracker' "
+        f">'{said}'")
+    # The first thing that it hears is that it has lost its own name.
+    wait_until(lambda: said.exists() and "NameLost" in said.read_text(), "the monitor")
+    yield lambda: re.findall(" member=((?:Unm|M)ounted)", said.read_text())
+    monitor.kill()
+    said.unlink()
+
+
+def test_a_share_that_comes_too_late_is_unmounted_again(session, server, mounts):
+    slow_server(session, "127.0.0.9", server, 3)
+    assert session.volume("mount", "127.0.0.9", SHARE) == failure(SHARE, -16, "it took too long")
+    wait_until(lambda: mounts() == ["Mounted", "Unmounted"], "the end of the mount")
+    assert session.volume("where", "127.0.0.9", SHARE) == NOT_MOUNTED
+
+
+@pytest.mark.parametrize("address, signal, whom", [
+    ("127.0.0.10", "INT", "-"),  # as Ctrl-C does: every process of the group
+    ("127.0.0.11", "TERM", ""),
+    ("127.0.0.12", "KILL", ""),
+])
+def test_a_mount_that_is_interrupted_is_undone(session, server, mounts, address, signal, whom):
+    slow_server(session, address, server, 1)
+    program = session.open("setsid", "sh", "-c", 'echo $$; exec "$@"', "sh",
+                           BIN / "ravelin-disk-volume", "mount", address, SHARE)
+    number = program.stdout.readline().strip()
+    wait_until((session.base / f"asked-{address}").exists, "the connection")
+    assert session.run("sh", "-c", f"kill -s {signal} -- {whom}{number}")[0] == 0
+    assert program.communicate(timeout=PATIENCE)[0] == ""
+    assert program.returncode != 0
+    wait_until(lambda: mounts() == ["Mounted", "Unmounted"], "the end of the mount")
+    assert session.volume("where", address, SHARE) == NOT_MOUNTED
 
 
 # By command
@@ -404,6 +582,10 @@ def test_wrong_arguments_are_named_with_what_is_wanted(session):
          "SHARE: wanted the printable ASCII name of a share, not '\u00fc'"),
         (["--nope"], "'--nope': no option; see --help"),
         (["-z", "mount"], "'-z': no option; see --help"),
+        (["-xy"], "'-x': no option; see --help"),
+        (["mount", "-hv", "x"], "'-h': no option; see --help"),
+        (["-\u00fc"], "'-?': no option; see --help"),
+        (["--\u00fc"], "'--\u00fc': no option; see --help"),
         (["--help=1"], "'--help=1': no option; see --help"),
     ]:
         assert session.volume(*arguments) == (2, "", f"ravelin-disk-volume: {reason}\n")

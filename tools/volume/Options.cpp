@@ -33,6 +33,9 @@ SERVER is the IPv4 address of the device, SHARE the label of its disk.
 
 constexpr std::string_view VERSION = "ravelin-disk-volume " RAVELIN_DISK_VERSION "\n";
 
+/// Codes that no character has.
+enum Code : int { HELP = 256, SHOW_VERSION };
+
 struct Choice {
   std::string_view name;
   Command command;
@@ -88,19 +91,25 @@ std::variant<Options, Information, Problem> conclude(const std::vector<std::stri
 
 std::variant<Options, Information, Problem> parseOptions(int count, char** arguments) {
   static const std::array<option, 3> KNOWN{
-      {{"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'v'}, {}}};
+      {{"help", no_argument, nullptr, HELP}, {"version", no_argument, nullptr, SHOW_VERSION}, {}}};
   opterr = 0;
   const int code = ::getopt_long(count, arguments, "", KNOWN.data(), nullptr);
-  if (code == 'h') {
+  if (code == HELP) {
     return Information{std::string(USAGE)};
   }
-  if (code == 'v') {
+  if (code == SHOW_VERSION) {
     return Information{std::string(VERSION)};
   }
-  if (code != -1) {
-    return misuse(inQuotes(arguments[optind - 1]), "no option; see --help");
+  if (code == -1) {
+    return conclude({arguments + optind, arguments + count});
   }
-  return conclude({arguments + optind, arguments + count});
+  // Of several characters in one argument, the one that is no option is told; arguments that begin
+  // with two hyphens are told whole.
+  const bool isCharacter = optopt != 0 && optopt < HELP;
+  const bool isPrintable = isCharacter && optopt > ' ' && optopt <= '~';
+  const std::string character{'-', isPrintable ? static_cast<char>(optopt) : '?'};
+  return misuse(inQuotes(isCharacter ? character : std::string(arguments[optind - 1])),
+                "no option; see --help");
 }
 
 }  // namespace ravelin::volume

@@ -3,6 +3,7 @@
 #include <string>
 #include <variant>
 
+#include "LookUp.h"
 #include "Options.h"
 #include "common/Problem.h"
 #include "core/DirectoryFinder.h"
@@ -10,8 +11,10 @@
 #include "disk/DiskManager.h"
 #include "platform/ChildProcess.h"
 #include "platform/PathComponents.h"
+#include "platform/Service.h"
 #include "platform/StandardDescriptors.h"
 #include "platform/Text.h"
+#include "platform/Volumes.h"
 
 namespace ravelin::volume {
 namespace {
@@ -26,6 +29,16 @@ std::optional<Problem> print(const std::string& text) {
 std::optional<Problem> printPlace(Disk& disk) {
   const Text path = disk.getVolumePath();
   return path ? print(*path + "\n") : failure("the share is not mounted");
+}
+
+/// By the reference of the volume, where what is mounted has one: then the system says why not.
+std::optional<Problem> unmount(DiskManager& manager, Disk& disk, const Text& path) {
+  if (path) {
+    auto& volumes = platform::service<platform::Volumes>();
+    disk.setVolumeReference(volumes.referenceOfVolume(*path));
+  }
+  return manager.unmountDisk(disk) ? std::nullopt
+                                   : std::optional(failure("the share cannot be unmounted"));
 }
 
 std::optional<Problem> makeAlias(DiskManager& manager, Disk& disk) {
@@ -45,13 +58,16 @@ std::optional<Problem> run(const Options& options) {
   Disk disk;
   disk.setIpAddress(options.server);
   disk.setLabel(options.share);
+  const LookUp found = lookUp(disk);
+  if (found.problem) {
+    return found.problem;
+  }
   DiskManager manager;
   switch (options.command) {
     case Command::mount:
       return manager.mountDisk(disk) ? printPlace(disk) : failure("the share cannot be mounted");
     case Command::unmount:
-      return manager.unmountDisk(disk) ? std::nullopt
-                                       : std::optional(failure("the share cannot be unmounted"));
+      return unmount(manager, disk, found.path);
     case Command::where:
       return printPlace(disk);
     case Command::trial:
