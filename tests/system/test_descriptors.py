@@ -40,6 +40,7 @@ def test_a_helper_sees_no_socket(home):
     agent = home.start_as_configured(port, command=[program])
     agent.mount()
     wait_until(seen.exists, "the helper's list")
+    assert agent.terminate() == 0
     inherited = dict(re.findall(r" (\d+) -> (.*)", seen.read_text()))
     assert inherited["0"] == "/dev/null"
     assert not [what for what in inherited.values() if what.startswith(("socket:", "anon_inode:"))]
