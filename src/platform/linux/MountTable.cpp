@@ -102,14 +102,11 @@ std::string sourceOfGvfsMount(const std::string& folder) {
   return "//" + user + values["server"] + port + "/" + values["share"];
 }
 
-std::vector<Mount> gvfsMountsIn(const Mount& gvfs) {
+std::vector<Mount> gvfsMountsIn(const Mount& gvfs, const MountTable::FolderReader& namesIn) {
   std::vector<Mount> found;
-  std::error_code error;
-  // The folder of another user's session cannot be read.
-  for (std::filesystem::directory_iterator item(gvfs.point, error), end; !error && item != end;
-       item.increment(error)) {
-    found.push_back({.source = sourceOfGvfsMount(item->path().filename().string()),
-                     .point = item->path().string(),
+  for (const std::string& name : namesIn(gvfs.point)) {
+    found.push_back({.source = sourceOfGvfsMount(name),
+                     .point = gvfs.point + "/" + name,
                      .type = std::string(GVFS_MOUNT),
                      .options = gvfs.options});
   }
@@ -155,7 +152,18 @@ std::optional<MountTable> MountTable::read() {
   return MountTable(std::string(std::istreambuf_iterator<char>(file), {}));
 }
 
-MountTable::MountTable(std::string_view kernelTable) {
+std::vector<std::string> MountTable::namesInFolder(const std::string& folder) {
+  std::vector<std::string> names;
+  std::error_code error;
+  // The folder of another user's session cannot be read.
+  for (std::filesystem::directory_iterator item(folder, error), end; !error && item != end;
+       item.increment(error)) {
+    names.push_back(item->path().filename().string());
+  }
+  return names;
+}
+
+MountTable::MountTable(std::string_view kernelTable, const FolderReader& namesIn) {
   std::vector<Mount> gvfs;
   while (!kernelTable.empty()) {
     std::string_view line = take(kernelTable, '\n');
@@ -164,7 +172,7 @@ MountTable::MountTable(std::string_view kernelTable) {
       *field = withoutOctalEscapes(take(line, ' '));
     }
     if (mount.type == GVFS_FILE_SYSTEM) {
-      std::ranges::move(gvfsMountsIn(mount), std::back_inserter(gvfs));
+      std::ranges::move(gvfsMountsIn(mount, namesIn), std::back_inserter(gvfs));
     }
     if (!mount.type.empty()) {
       _mounts.push_back(std::move(mount));

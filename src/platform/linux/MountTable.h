@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,8 +26,12 @@ class MountTable {
   /// The table as it is now; null when the kernel does not show it.
   static std::optional<MountTable> read();
 
+  /// The names of what is in a folder; none where it cannot be read.
+  using FolderReader = std::function<std::vector<std::string>(const std::string& folder)>;
+  static std::vector<std::string> namesInFolder(const std::string& folder);
+
   /// The table that the kernel's text stands for, and the GVfs mounts in the folders that it names.
-  explicit MountTable(std::string_view kernelTable);
+  explicit MountTable(std::string_view kernelTable, const FolderReader& namesIn = namesInFolder);
 
   /// All of them, those of GVfs last.
   [[nodiscard]] const std::vector<Mount>& mounts() const { return _mounts; }
