@@ -10,8 +10,9 @@ namespace ravelin::bench {
 /// What the agent logs is formatted, but goes nowhere.
 class SilentLog final : public platform::SystemLog {
  public:
-  void log(Level /*level*/, std::string_view messageTemplate) override {
+  std::size_t log(Level /*level*/, std::string_view messageTemplate) override {
     _size += messageTemplate.size();
+    return 0;
   }
 
  private:

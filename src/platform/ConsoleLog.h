@@ -1,12 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace ravelin::platform {
 
 /// Writes one line to the platform's plain console log, which is standard error with the time and
-/// the process in front. The text is data, not a template. Never stalls or ends the process: what
+/// the process in front. The text is data, not a template; control characters in it are visible,
+/// and its further lines begin with a tab (see Visible). Returns how many bytes, at most
+/// LOG_LINE_LIMIT, the line has; the rest of it is cut. Never stalls or ends the process: what
 /// standard error does not take at once is lost. Any thread.
-void consoleLog(std::string_view text);
+std::size_t consoleLog(std::string_view text);
 
 }  // namespace ravelin::platform

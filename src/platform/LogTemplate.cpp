@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <system_error>
 
 namespace ravelin::platform {
 namespace {
@@ -140,6 +141,10 @@ void appendPadded(std::string& result, const Conversion& conversion, std::string
   }
 }
 
+void appendText(std::string& result, const Conversion& conversion, std::string_view text) {
+  appendPadded(result, conversion, text.substr(0, conversion.precision.value_or(text.size())));
+}
+
 void appendNumber(std::string& result, const Conversion& conversion, bool mayZeroPad,
                   std::string prefix, std::string_view digits) {
   const std::size_t length = prefix.size() + digits.size();
@@ -215,9 +220,10 @@ void append(std::string& result, const Conversion& conversion) {
     case 's':
     case 'S':
     case '@':
+      appendText(result, conversion, ABSENT_TEXT);
+      break;
     case 'm':
-      appendPadded(result, conversion,
-                   ABSENT_TEXT.substr(0, conversion.precision.value_or(ABSENT_TEXT.size())));
+      appendText(result, conversion, std::generic_category().message(0));
       break;
     case 'c':
     case 'C':
@@ -249,12 +255,12 @@ void append(std::string& result, const Conversion& conversion) {
 
 }  // namespace
 
-std::string expandLogTemplate(std::string_view text) {
+std::string expandLogTemplate(std::string_view text, std::size_t limit) {
   text = text.substr(0, text.find('\0'));
   std::string result;
-  while (!text.empty() && result.size() < LOG_TEMPLATE_LIMIT) {
+  while (!text.empty() && result.size() < limit) {
     const std::size_t literal = std::min(text.find('%'), text.size());
-    result += text.substr(0, std::min(literal, LOG_TEMPLATE_LIMIT - result.size()));
+    result += text.substr(0, std::min(literal, limit - result.size()));
     text.remove_prefix(literal);
     if (text.empty()) {
       break;
@@ -265,11 +271,11 @@ std::string expandLogTemplate(std::string_view text) {
     if (conversion) {
       append(result, *conversion);
     } else {
-      result += text.substr(0, std::min(length, LOG_TEMPLATE_LIMIT));
+      result += text.substr(0, std::min(length, limit));
     }
     text.remove_prefix(length);
   }
-  result.resize(std::min(result.size(), LOG_TEMPLATE_LIMIT));
+  result.resize(std::min(result.size(), limit));
   return result;
 }
 

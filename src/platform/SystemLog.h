@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,8 +22,12 @@ class SystemLog {
 
   virtual ~SystemLog() = default;
 
-  /// Writes the message as a template without arguments: it is expanded first (see LogTemplate).
-  virtual void log(Level level, std::string_view messageTemplate) = 0;
+  /// Writes the message as a template without arguments: it is expanded (see LogTemplate) and then
+  /// cut where it is too long for a line (see LogLine). To the log service it is one record, as it
+  /// is; on standard error its control characters are visible and its further lines begin with a
+  /// tab (see Visible). Returns how
+  /// many bytes, at most LOG_LINE_LIMIT, the line takes where it takes most.
+  virtual std::size_t log(Level level, std::string_view messageTemplate) = 0;
 };
 
 }  // namespace ravelin::platform

@@ -46,22 +46,46 @@ bool sequenceOf(unsigned char first, Sequence& sequence) {
 
 }  // namespace
 
-bool isUtf8(std::string_view bytes) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    Sequence sequence{};
-    const auto lead = static_cast<unsigned char>(bytes[at++]);
-    if (!sequenceOf(lead, sequence) || bytes.size() - at < sequence.following) {
-      return false;
-    }
-    for (std::size_t index = 0; index < sequence.following; ++index) {
-      const auto byte = static_cast<unsigned char>(bytes[at++]);
-      const bool isFirst = index == 0;
-      if (byte < (isFirst ? sequence.low : 0x80) || byte > (isFirst ? sequence.high : 0xBF)) {
-        return false;
-      }
+std::size_t characterLength(std::string_view bytes) {
+  Sequence sequence{};
+  if (bytes.empty() || !sequenceOf(static_cast<unsigned char>(bytes.front()), sequence) ||
+      bytes.size() <= sequence.following) {
+    return 0;
+  }
+  for (std::size_t at = 1; at <= sequence.following; ++at) {
+    const auto byte = static_cast<unsigned char>(bytes[at]);
+    if (byte < (at == 1 ? sequence.low : 0x80) || byte > (at == 1 ? sequence.high : 0xBF)) {
+      return 0;
     }
   }
+  return 1 + sequence.following;
+}
+
+bool isUtf8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const std::size_t length = characterLength(bytes);
+    if (length == 0) {
+      return false;
+    }
+    bytes.remove_prefix(length);
+  }
   return true;
+}
+
+std::string_view beginningOf(std::string_view bytes, std::size_t limit) {
+  if (bytes.size() <= limit) {
+    return bytes;
+  }
+  // Where the cut is inside a character, that begins at most three bytes before it.
+  for (std::size_t start = limit; start + 3 >= limit; --start) {
+    if (characterLength(bytes.substr(start)) > limit - start) {
+      return bytes.substr(0, start);
+    }
+    if (start == 0) {
+      break;
+    }
+  }
+  return bytes.substr(0, limit);
 }
 
 }  // namespace ravelin::platform

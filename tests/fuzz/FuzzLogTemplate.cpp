@@ -4,7 +4,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/LogLine.h"
 #include "platform/LogTemplate.h"
+#include "platform/Utf8.h"
+#include "platform/Visible.h"
 
 namespace {
 
@@ -17,8 +20,7 @@ void require(bool holds) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using ravelin::platform::expandLogTemplate;
-  using ravelin::platform::LOG_TEMPLATE_LIMIT;
+  using namespace ravelin::platform;
 
   const std::string text(data, data + size);
   const std::string expanded = expandLogTemplate(text);
@@ -42,5 +44,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     escaped.append(character == '%' ? 2 : 1, character);
   }
   require(expandLogTemplate(escaped) == beforeNul.substr(0, LOG_TEMPLATE_LIMIT));
+
+  // A line is as long as it may be, and all that there was where it is not cut.
+  const std::string line = cutLogLine(expandLogTemplate(text, LOG_LINE_LIMIT + 1));
+  require(line.size() <= LOG_LINE_LIMIT);
+  require(expanded.size() <= LOG_LINE_LIMIT ? line == expanded : line.ends_with(LOG_LINE_CUT));
+
+  // Shown, it holds no control character, and its further lines begin with tabs.
+  const std::string shown = visibleLines(line);
+  for (std::size_t at = 0; at < shown.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(shown[at]);
+    require(byte >= 0x20 || byte == '\n' || (byte == '\t' && at > 0 && shown[at - 1] == '\n'));
+    require(byte != '\n' || (at + 1 < shown.size() && shown[at + 1] == '\t'));
+    require(byte != 0x7F);
+  }
+  require(isUtf8(shown));
   return 0;
 }

@@ -52,9 +52,9 @@ def message(event, mac="02:00:00:00:00:01", ip="192.0.2.10", uuid="1234-ABCD", l
 
 def received(text, event, mac="02:00:00:00:00:01", ip="192.0.2.10", uuid="1234-ABCD",
              label="USB Disk"):
-    """The log lines about an announcement that has come in."""
-    return (f"Ravelin Disk: Received event message\n{text}\nDisk is\n"
-            f"event:{event};mac:{mac};ip:{ip};uuid:{uuid};label:{label};\n")
+    """The log lines about an announcement that has come in, where it holds printable text only."""
+    return (f"Ravelin Disk: Received event message\n\t{text}\n\tDisk is\n"
+            f"\tevent:{event};mac:{mac};ip:{ip};uuid:{uuid};label:{label};\n")
 
 
 def icon():

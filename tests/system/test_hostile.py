@@ -1,10 +1,13 @@
 """Whatever strangers send, nothing outside the desktop folder changes, and the agent goes on."""
 
 import os
+import re
 
 import pytest
 
-from agent import REMOVAL_FAILED, wait_until
+from agent import ENDED, REMOVAL_FAILED, snapshot, wait_until
+
+LINE_LIMIT = 8 * 1024
 
 # What becomes of each label: the name of its shortcut, or none.
 LABELS = {
@@ -65,12 +68,37 @@ def test_label(home, label):
         agent.check_clean_end()
 
 
+def records(log):
+    """What was logged, record by record, each with its further lines."""
+    return re.split(r"\n(?!\t)", log.removesuffix("\n"))
+
+
 def test_format_directives_write_a_bounded_log_line(home):
     agent = home.start()
     for number in range(20):
         agent.announce("disk_mounted", uuid=str(number), label="%99999d" * 7000 + "%n%s")
     agent.check_works()
-    assert len(agent.log()) < 20 * 200_000
+    assert max(len(record) + 1 for record in records(agent.log())) == LINE_LIMIT
+    assert " [cut]\n" in agent.log()
+
+
+def test_no_label_forges_a_line_or_drives_the_terminal(home):
+    agent = home.start()
+    labels = [f"lf\n{ENDED}", f"cr\r{ENDED}", "\n\tx", "\x1b[2J\x1b]0;title\x07\x1b[31m", "\x08\x7f\v\f",
+              "%c\0%5c", "2026-01-01 00:00:00.000 ravelin-disk-agent[1:1] x"]
+    for number, label in enumerate(labels):
+        agent.announce("disk_status", uuid=str(number), label=label)
+        agent.announce("disk_unmounted", uuid=str(number), label=label)
+    agent.check_works()
+    log = agent.log()
+    assert log.isascii() and all(character.isprintable() for character in re.sub("\n\t?", "", log))
+    for record in records(log)[1:]:  # The first line is the console log's.
+        assert record.startswith(tuple(
+            f"Ravelin Disk: {kind}" for kind in ("Server has been started!", "Received event message",
+                                                 "Disk ", "Error when deleting alias file."))), record
+    assert "\\x1b[2J\\x1b]0;title\\x07\\x1b[31m" in log
+    assert f"cr\\r{ENDED}" in log
+    assert agent.terminate() == 0
 
 
 def test_label_with_a_slash_works_where_the_folder_is_there(home):

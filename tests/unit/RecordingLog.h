@@ -37,7 +37,7 @@ inline LogLine error(std::string text) {
 /// Takes the place of the system log for its lifetime and keeps what is written. Any thread.
 class RecordingLog final : public platform::SystemLog {
  public:
-  void log(Level level, std::string_view messageTemplate) override {
+  std::size_t log(Level level, std::string_view messageTemplate) override {
     const LogLine line{.level = level, .text = std::string(messageTemplate)};
     {
       const std::lock_guard lock(_mutex);
@@ -46,6 +46,7 @@ class RecordingLog final : public platform::SystemLog {
     if (then) {
       then(line);
     }
+    return 0;  // which no budget can mind
   }
 
   /// Called with each line that has been kept, on the thread that writes it. To be set before

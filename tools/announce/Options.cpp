@@ -12,10 +12,12 @@
 #include <utility>
 #include <vector>
 
-#include "Visible.h"
 #include "common/InQuotes.h"
+#include "platform/Visible.h"
 
 namespace ravelin::announce {
+
+using platform::visible;
 
 namespace {
 

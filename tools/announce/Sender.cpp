@@ -15,9 +15,11 @@
 #include <tuple>
 #include <utility>
 
-#include "Visible.h"
+#include "platform/Visible.h"
 
 namespace ravelin::announce {
+
+using platform::visible;
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include "Announcement.h"
 #include "Options.h"
 #include "Sender.h"
-#include "Visible.h"
 #include "Waiter.h"
 #include "common/Problem.h"
+#include "platform/Visible.h"
 
 namespace ravelin::announce {
 namespace {
@@ -62,7 +62,7 @@ std::optional<Problem> sendRounds(const Options& options, const Sender& sender) 
         return problem;
       }
       if (!options.quiet) {
-        if (auto problem = print(visible(text) + "\n")) {
+        if (auto problem = print(platform::visible(text) + "\n")) {
           return problem;
         }
       }

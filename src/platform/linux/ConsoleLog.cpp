@@ -8,12 +8,15 @@
 #include <cstdio>
 #include <ctime>
 #include <string>
+#include <utility>
 
+#include "platform/LogLine.h"
+#include "platform/Visible.h"
 #include "platform/linux/StandardError.h"
 
 namespace ravelin::platform {
 
-void consoleLog(std::string_view text) {
+std::size_t consoleLog(std::string_view text) {
   timeval now{};
   ::gettimeofday(&now, nullptr);
   tm local{};
@@ -27,8 +30,11 @@ void consoleLog(std::string_view text) {
   std::string line = date.data();
   line.append(milliseconds.data()).append(" ").append(program_invocation_short_name);
   line.append("[").append(std::to_string(::getpid())).append(":");
-  line.append(std::to_string(::gettid())).append("] ").append(text).append("\n");
-  writeToStandardError(std::move(line));
+  line.append(std::to_string(::gettid())).append("] ");
+  line += visibleLines(text.substr(0, LOG_LINE_LIMIT + 1));
+  line = cutLogLine(std::move(line), LOG_LINE_LIMIT - 1) + "\n";
+  writeToStandardError(line);
+  return line.size();
 }
 
 }  // namespace ravelin::platform

@@ -1,8 +1,11 @@
 #include "platform/SystemLog.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "platform/LogLine.h"
 #include "platform/LogTemplate.h"
+#include "platform/Visible.h"
 #include "platform/linux/StandardError.h"
 #include "platform/linux/SystemLogSocket.h"
 
@@ -18,12 +21,16 @@ class NativeSystemLog final : public SystemLog {
         _lineHead(std::move(ident) + ": "),
         _copies(copyToStandardError) {}
 
-  void log(Level level, std::string_view messageTemplate) override {
-    const std::string text = expandLogTemplate(messageTemplate);
+  std::size_t log(Level level, std::string_view messageTemplate) override {
+    // One byte more than a line has room for tells that it is to be cut.
+    const std::string text = cutLogLine(expandLogTemplate(messageTemplate, LOG_LINE_LIMIT + 1));
     _socket.send(level, text);
-    if (_copies) {
-      writeToStandardError(_lineHead + text + "\n");
+    if (!_copies) {
+      return text.size();
     }
+    const std::string line = cutLogLine(_lineHead + visibleLines(text), LOG_LINE_LIMIT - 1) + "\n";
+    writeToStandardError(line);
+    return std::max(text.size(), line.size());
   }
 
  private:

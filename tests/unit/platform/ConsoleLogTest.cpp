@@ -15,6 +15,7 @@ namespace {
 
 using test::Channel;
 using test::StandardErrorReplacement;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
@@ -58,11 +59,21 @@ TEST(ConsoleLogTest, ShowsLocalTime) {
 }
 
 TEST(ConsoleLogTest, TakesTextAsData) {
-  EXPECT_THAT(written([] { consoleLog("%d %s %n\nsecond line"); }),
-              HasSubstr("] %d %s %n\nsecond line\n"));
-  EXPECT_THAT(written([] { consoleLog(std::string_view("a\0b", 3)); }),
-              HasSubstr(std::string("] a\0b\n", 6)));
+  EXPECT_THAT(written([] { consoleLog("%d %s %n"); }), HasSubstr("] %d %s %n\n"));
   EXPECT_THAT(written([] { consoleLog(""); }), HasSubstr("] \n"));
+}
+
+TEST(ConsoleLogTest, ShowsControlCharactersAndSetsFurtherLinesIn) {
+  EXPECT_THAT(written([] { consoleLog("one\ntwo\x1B[2J"); }), HasSubstr("] one\n\ttwo\\x1b[2J\n"));
+  EXPECT_THAT(written([] { consoleLog(std::string_view("a\0b", 3)); }), HasSubstr("] a\\x00b\n"));
+}
+
+TEST(ConsoleLogTest, CutsLongText) {
+  std::size_t size = 0;
+  const std::string line = written([&] { size = consoleLog(std::string(100'000, 'x')); });
+  EXPECT_EQ(line.size(), 8192U);
+  EXPECT_EQ(size, 8192U);
+  EXPECT_THAT(line, EndsWith("xxx [cut]\n"));
 }
 
 }  // namespace

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 namespace ravelin::platform {
@@ -36,9 +38,19 @@ TEST(LogTemplateTest, WritesZeroForAbsentNumbers) {
 }
 
 TEST(LogTemplateTest, WritesNullForAbsentTexts) {
-  EXPECT_EQ(expandLogTemplate("%s %S %@ %ls %m"), "(null) (null) (null) (null) (null)");
+  EXPECT_EQ(expandLogTemplate("%s %S %@ %ls"), "(null) (null) (null) (null)");
   EXPECT_EQ(expandLogTemplate("[%10s] [%-10@] [%.3s] [%5.2s] [%.s]"),
             "[    (null)] [(null)    ] [(nu] [   (n] []");
+}
+
+TEST(LogTemplateTest, DescribesErrorZeroWhateverHasFailedLast) {
+  const std::string description = std::strerror(0);
+  for (const int failed : {0, ENOENT, EACCES}) {
+    errno = failed;
+    EXPECT_EQ(expandLogTemplate("%m"), description);
+    EXPECT_EQ(expandLogTemplate("[%.3m] [%.0m]"), "[" + description.substr(0, 3) + "] []");
+    EXPECT_EQ(expandLogTemplate("%600m"), std::string(512 - description.size(), ' ') + description);
+  }
 }
 
 TEST(LogTemplateTest, WritesNoCharacterButItsPadding) {
@@ -132,6 +144,14 @@ TEST(LogTemplateTest, WritesTextsLikeTheCLibrary) {
   });
 }
 
+TEST(LogTemplateTest, WritesErrorTextLikeTheCLibrary) {
+  forEachForm("-", [](const std::string& start) {
+    const std::string conversion = start + "m";
+    errno = 0;
+    EXPECT_EQ(expandLogTemplate(conversion), reference(conversion, 0)) << conversion;
+  });
+}
+
 TEST(LogTemplateTest, BoundsWidthAndPrecision) {
   const std::string blanks(511, ' ');
   EXPECT_EQ(expandLogTemplate("%512d"), blanks + "0");
@@ -151,6 +171,14 @@ TEST(LogTemplateTest, CutsAtLimit) {
   EXPECT_EQ(expandLogTemplate(allButOne + "%s"), allButOne + "(");
   EXPECT_EQ(expandLogTemplate(allButOne + "%-y"), allButOne + "%");
   EXPECT_EQ(expandLogTemplate(allButOne + "%dy"), allButOne + "0");
+}
+
+TEST(LogTemplateTest, CutsAtTheLimitThatIsAskedFor) {
+  EXPECT_EQ(expandLogTemplate("1234567", 4), "1234");
+  EXPECT_EQ(expandLogTemplate("%512d", 4), "    ");
+  EXPECT_EQ(expandLogTemplate("12%-yxx", 4), "12%-");
+  EXPECT_EQ(expandLogTemplate("%%%%%%", 2), "%%");
+  EXPECT_EQ(expandLogTemplate("text", 0), "");
 }
 
 TEST(LogTemplateTest, StaysBoundedForDenseTemplates) {

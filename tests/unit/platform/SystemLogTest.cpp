@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/LogLine.h"
 #include "platform/LogTemplate.h"
 #include "platform/linux/StandardErrorReplacement.h"
 
@@ -37,7 +38,7 @@ TEST(SystemLogTest, ExpandsTemplates) {
   const StandardErrorReplacement replacement(channel.writer());
   const std::unique_ptr<SystemLog> log = SystemLog::open("100%d", "Daemon", true);
   log->log(SystemLog::Level::info, "%d%% %s %n%lf\n%@ %y %");
-  EXPECT_EQ(channel.read(), "100%d: 0% (null) 0.000000\n(null) %y %\n");
+  EXPECT_EQ(channel.read(), "100%d: 0% (null) 0.000000\n\t(null) %y %\n");
 }
 
 TEST(SystemLogTest, WritesEmptyMessages) {
@@ -47,14 +48,61 @@ TEST(SystemLogTest, WritesEmptyMessages) {
   EXPECT_EQ(channel.read(), "Ravelin Disk: \n");
 }
 
+/// What the message becomes on standard error.
+std::string copyOf(const std::string& message) {
+  const Channel channel = Channel::pipe();
+  const StandardErrorReplacement replacement(channel.writer());
+  const std::size_t size =
+      SystemLog::open("Ravelin Disk", "Daemon", true)->log(SystemLog::Level::info, message);
+  std::string copy = channel.read();
+  EXPECT_EQ(copy.size(), size);
+  return copy;
+}
+
+TEST(SystemLogTest, NoMessageLooksLikeAnotherOne) {
+  EXPECT_EQ(copyOf("Received event message\nRavelin Disk: forged\n\n\tmore"),
+            "Ravelin Disk: Received event message\n\tRavelin Disk: forged\n\t\n\t\\tmore\n");
+  EXPECT_EQ(copyOf("a\rRavelin Disk: forged"), "Ravelin Disk: a\\rRavelin Disk: forged\n");
+}
+
+TEST(SystemLogTest, NoMessageDrivesTheTerminal) {
+  EXPECT_EQ(copyOf("\x1B[2J\x1B]0;title\a\x7F\xC2\x9B\x34m"),
+            "Ravelin Disk: \\x1b[2J\\x1b]0;title\\x07\\x7f\\xc2\\x9b4m\n");
+}
+
+TEST(SystemLogTest, BoundsTheLine) {
+  const std::string head = "Ravelin Disk: ";
+  const std::string mark = " [cut]\n";
+  for (const std::string& message :
+       {std::string(LOG_LINE_LIMIT, 'x'), std::string(LOG_TEMPLATE_LIMIT, 'x')}) {
+    EXPECT_EQ(copyOf(message),
+              head + std::string(LOG_LINE_LIMIT - head.size() - mark.size(), 'x') + mark);
+  }
+  std::string dense;
+  for (int count = 0; count < 280; ++count) {
+    dense += "%512d";
+  }
+  EXPECT_EQ(copyOf(dense).size(), LOG_LINE_LIMIT);
+  EXPECT_EQ(copyOf(std::string(LOG_LINE_LIMIT, '\x1B')).size(), LOG_LINE_LIMIT);
+  const std::string fits(LOG_LINE_LIMIT - head.size() - 1, 'x');
+  EXPECT_EQ(copyOf(fits), head + fits + "\n");
+}
+
+TEST(SystemLogTest, TellsTheSizeOfALineThatIsNotCopied) {
+  const std::unique_ptr<SystemLog> log = SystemLog::open("Ravelin Disk", "Daemon", false);
+  EXPECT_EQ(log->log(SystemLog::Level::info, "%5d"), 5U);
+  EXPECT_EQ(log->log(SystemLog::Level::info, std::string(LOG_TEMPLATE_LIMIT, 'x')), LOG_LINE_LIMIT);
+}
+
 TEST(SystemLogTest, SurvivesLongestMessageOnStandardErrorThatNobodyReads) {
   const Channel channel = Channel::pipe();
   const StandardErrorReplacement replacement(channel.writer());
   const std::unique_ptr<SystemLog> log = SystemLog::open("Ravelin Disk", "Daemon", true);
-  for (int line = 0; line < 10; ++line) {
+  log->log(SystemLog::Level::info, "first");
+  for (int line = 0; line < 20; ++line) {
     log->log(SystemLog::Level::info, std::string(2 * LOG_TEMPLATE_LIMIT, 'x'));
   }
-  EXPECT_EQ(channel.read().substr(0, 20), "Ravelin Disk: xxxxxx");
+  EXPECT_EQ(channel.read().substr(0, 40), "Ravelin Disk: first\nRavelin Disk: xxxxxx");
   log->log(SystemLog::Level::info, "next");
   EXPECT_EQ(channel.read(), "\nRavelin Disk: next\n");
 }

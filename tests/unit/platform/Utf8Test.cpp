@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 
 namespace ravelin::platform {
@@ -48,6 +49,30 @@ TEST(Utf8, CutAndStrayBytesAreNot) {
   EXPECT_FALSE(isUtf8("\xE2\x82\x41"));
   EXPECT_FALSE(isUtf8("\x80"));
   EXPECT_FALSE(isUtf8("\xFF"));
+}
+
+TEST(Utf8, ACharacterHasItsLengthAndAnythingElseNone) {
+  EXPECT_EQ(characterLength(""), 0U);
+  EXPECT_EQ(characterLength("ab"), 1U);
+  EXPECT_EQ(characterLength("\xC3\xBC\xC3\xBC"), 2U);
+  EXPECT_EQ(characterLength("\xE2\x82\xAC and more"), 3U);
+  EXPECT_EQ(characterLength("\xF0\x9F\x92\xBE"), 4U);
+  EXPECT_EQ(characterLength("\xE2\x82"), 0U);
+  EXPECT_EQ(characterLength("\xBC"), 0U);
+}
+
+TEST(Utf8, ABeginningHasNoHalfCharacterAtItsEnd) {
+  const std::string text = "a\xC3\xBC\xE2\x82\xAC\xF0\x9F\x92\xBE.";
+  const std::size_t lengths[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10, 11, 11};
+  for (std::size_t limit = 0; limit < std::size(lengths); ++limit) {
+    EXPECT_EQ(beginningOf(text, limit), text.substr(0, lengths[limit])) << limit;
+  }
+}
+
+TEST(Utf8, ABeginningOfWhatIsNoTextIsCutAtTheLimit) {
+  const std::string stray(20, '\x80');
+  EXPECT_EQ(beginningOf(stray, 7), stray.substr(0, 7));
+  EXPECT_EQ(beginningOf("\xE2\x82\x41\x41", 2), "\xE2\x82");
 }
 
 }  // namespace
