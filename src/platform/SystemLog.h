@@ -25,7 +25,7 @@ class SystemLog {
   /// Writes the message as a template without arguments: it is expanded (see LogTemplate) and then
   /// cut where it is too long for a line (see LogLine). To the log service it is one record, as it
   /// is; on standard error its control characters are visible and its further lines begin with a
-  /// tab (see Visible). Returns how
+  /// tab (see Visible). Where standard error leads to the service, there is no copy. Returns how
   /// many bytes, at most LOG_LINE_LIMIT, the line takes where it takes most.
   virtual std::size_t log(Level level, std::string_view messageTemplate) = 0;
 };

@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from agent import ENDED, REMOVAL_FAILED, snapshot, wait_until
+from agent import ENDED, REMOVAL_FAILED, wait_until
 
 LINE_LIMIT = 8 * 1024
 

@@ -1,7 +1,6 @@
 """The agent on networks that change, as devices, switches and the user see it."""
 
 import contextlib
-import os
 import plistlib
 import pwd
 import random
@@ -113,15 +112,9 @@ class Scene(Network):
 
 
 @pytest.fixture(name="scene")
-def fixture_scene(home, capsys):
+def fixture_scene(home, needs_root):
     """Makes a scene with so many cables."""
-    if not namespaces.may_be_made():
-        reason = "the tests on networks that change (tests/system/test_network.py) need root"
-        if os.environ.get("CI") == "true":
-            pytest.fail(reason)
-        with capsys.disabled():
-            print(f"\nLEFT OUT: {reason}")
-        pytest.skip(reason)
+    needs_root("the tests on networks that change (tests/system/test_network.py)")
     with contextlib.ExitStack() as stack:
         yield lambda cables: stack.enter_context(Scene(home, cables))
 
