@@ -14,7 +14,6 @@
 #include "intake/EventParser.h"
 #include "platform/Blanks.h"
 #include "platform/Clock.h"
-#include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
 #include "platform/LogTemplate.h"
 #include "platform/PathComponents.h"
@@ -42,8 +41,8 @@ platform::FileManager& fileManager() { return platform::service<platform::FileMa
 Disk::Date now() { return platform::service<platform::Clock>().now(); }
 
 void logFailedRemoval(const platform::FileError& error) {
-  Logger::logMessage("Error when deleting alias file. Reason: " + error.localizedDescription,
-                     LogTypeError);
+  Logger::logPeerMessage("Error when deleting alias file. Reason: " + error.localizedDescription,
+                         LogTypeError);
 }
 
 bool shortcutExists(const std::string& path) {
@@ -165,8 +164,11 @@ bool Controller::_isUniqueEvent(const Disk& event) const {
 
 void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
   RunLoop& runLoop = RunLoop::current();
-  const auto eventTimer = runLoop.scheduleTimer(RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL),
-                                                [this] { _processNextDiskEvent(); });
+  const auto eventTimer =
+      runLoop.scheduleTimer(RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL), [this] {
+        _processNextDiskEvent();
+        Logger::tellSuppressed();
+      });
   const auto livenessTimer =
       runLoop.scheduleTimer(RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
                             [this] { _checkUpdateTimesAndUnmountDisksIfNecessary(); });
@@ -201,10 +203,11 @@ void Controller::_process(const DiskPtr& event) {
   if (name == "disk_mounted" || isStatus) {
     if (!_isDiskMounted(*event)) {
       if (isStatus) {
-        Logger::logMessage("Disk " + shown(event->label()) +
-                               " is being mounted because it was already mounted on the device as "
-                               "stated in disk_status message",
-                           LogTypeInfo);
+        Logger::logPeerMessage(
+            "Disk " + shown(event->label()) +
+                " is being mounted because it was already mounted on the device as "
+                "stated in disk_status message",
+            LogTypeInfo);
       }
       _mountDisk(event);
     } else if (_shouldDiskRemounted(*event)) {
@@ -224,10 +227,11 @@ void Controller::_process(const DiskPtr& event) {
       disks = _mountedDisks.ofDevice(event->macAddress());
     }
     for (const DiskPtr& disk : disks) {
-      Logger::logMessage("Disk " + shown(disk->label()) +
-                             " is being unmounted because it was already unmounted on the device "
-                             "as stated in no_disk message",
-                         LogTypeInfo);
+      Logger::logPeerMessage(
+          "Disk " + shown(disk->label()) +
+              " is being unmounted because it was already unmounted on the device "
+              "as stated in no_disk message",
+          LogTypeInfo);
       _unmountDisk(*disk);
     }
   }
@@ -362,8 +366,8 @@ void Controller::setImageInMainThread(const Disk& disk) {
     platform::service<platform::Workspace>().setIcon(*image, path,
                                                      DirectoryFinder::desktopDirectory());
   } catch (const platform::WorkspaceException& exception) {
-    platform::consoleLog(std::string("Ooops could not set image with NSWorkspace! Reason: ") +
-                         exception.what());
+    Logger::consolePeerMessage(std::string("Ooops could not set image with NSWorkspace! Reason: ") +
+                               exception.what());
   }
 }
 
@@ -392,9 +396,9 @@ void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {
       stale.push_back(disk);
       std::array<char, 64> seconds{};
       std::snprintf(seconds.data(), seconds.size(), "%f", silence.count());
-      Logger::logMessage("Disk " + shown(disk->label()) + " has not been updated in " +
-                             seconds.data() + " seconds, so it is assumed to be unmounted!",
-                         LogTypeInfo);
+      Logger::logPeerMessage("Disk " + shown(disk->label()) + " has not been updated in " +
+                                 seconds.data() + " seconds, so it is assumed to be unmounted!",
+                             LogTypeInfo);
     }
   }
   for (const DiskPtr& disk : stale) {

@@ -1,5 +1,10 @@
 #include "core/Logger.h"
 
+#include <optional>
+#include <string>
+
+#include "core/LogBudget.h"
+#include "platform/ConsoleLog.h"
 #include "platform/Service.h"
 #include "platform/SystemLog.h"
 
@@ -16,22 +21,68 @@ SystemLog& native<SystemLog>() {
 
 }  // namespace platform
 
-void Logger::logMessage(std::string_view message, std::int32_t logType) {
-  using Level = platform::SystemLog::Level;
-  auto& asl = platform::service<platform::SystemLog>();
+namespace {
+
+using platform::SystemLog;
+
+LogBudget& peerBudget() {
+  static auto& budget = *new LogBudget;
+  return budget;
+}
+
+SystemLog& asl() { return platform::service<SystemLog>(); }
+
+std::optional<SystemLog::Level> levelOf(std::int32_t logType) {
   switch (logType) {
     case LogTypeInfo:
-      asl.log(Level::info, message);
-      break;
+      return SystemLog::Level::info;
     case LogTypeWarning:
-      asl.log(Level::warning, message);
-      break;
+      return SystemLog::Level::warning;
     case LogTypeError:
-      asl.log(Level::error, message);
-      break;
+      return SystemLog::Level::error;
     default:
-      break;
+      return std::nullopt;
   }
 }
+
+void tell(std::uint64_t suppressed) {
+  if (suppressed > 0) {
+    asl().log(SystemLog::Level::error,
+              "Lines suppressed because datagrams caused too many: " + std::to_string(suppressed));
+  }
+}
+
+/// Writes the line, by what returns how many bytes it has taken, unless the budget is used up.
+template <class Write>
+void writeWithinBudget(const Write& write) {
+  const auto now = LogBudget::Clock::now();
+  tell(peerBudget().takeEnded(now));
+  if (peerBudget().reserve(now)) {
+    peerBudget().settle(write());
+  }
+}
+
+}  // namespace
+
+void Logger::logMessage(std::string_view message, std::int32_t logType) {
+  SystemLog& log = asl();
+  if (const auto level = levelOf(logType)) {
+    tell(peerBudget().takeSuppressed());
+    log.log(*level, message);
+  }
+}
+
+void Logger::logPeerMessage(std::string_view message, std::int32_t logType) {
+  SystemLog& log = asl();
+  if (const auto level = levelOf(logType)) {
+    writeWithinBudget([&] { return log.log(*level, message); });
+  }
+}
+
+void Logger::consolePeerMessage(std::string_view text) {
+  writeWithinBudget([text] { return platform::consoleLog(text); });
+}
+
+void Logger::tellSuppressed() { tell(peerBudget().takeEnded(LogBudget::Clock::now())); }
 
 }  // namespace ravelin

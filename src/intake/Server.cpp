@@ -184,7 +184,7 @@ bool Server::_readData() {
   }
   const bool nothingThere = size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
   if (!nothingThere || !cfSocket()->isFurtherRead()) {
-    Logger::logMessage("Server could not read data", LogTypeError);
+    Logger::logPeerMessage("Server could not read data", LogTypeError);
   }
   return size == 0;
 }

@@ -26,6 +26,7 @@ del _CODE
 STARTED = "Ravelin Disk: Server has been started!\n"
 ENDED = "Ravelin Disk: System will terminate signal has been catched and handled.\n"
 REMOVAL_FAILED = "Ravelin Disk: Error when deleting alias file. Reason: "
+SUPPRESSED = "Ravelin Disk: Lines suppressed because datagrams caused too many: "
 
 PATIENCE = 60 if SANITIZER is None else 180
 
@@ -287,7 +288,7 @@ class Agent:
         log = self.log()
         assert log.count(ENDED) == 1, log[-2000:]
         for line in log[log.index(ENDED) + len(ENDED):].splitlines():
-            assert line.startswith(("Ravelin Disk: Disk ", REMOVAL_FAILED)), line
+            assert line.startswith(("Ravelin Disk: Disk ", REMOVAL_FAILED, SUPPRESSED)), line
 
     def unread_and_lost(self):
         """Bytes of datagrams that the agent has not read yet, and datagrams lost for that."""

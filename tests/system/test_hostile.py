@@ -2,12 +2,16 @@
 
 import os
 import re
+import time
 
 import pytest
 
-from agent import ENDED, REMOVAL_FAILED, wait_until
+from agent import ENDED, REMOVAL_FAILED, SUPPRESSED, message, wait_until
 
+# The bytes of the longest line; those that strangers may cause at once, and those in a second.
 LINE_LIMIT = 8 * 1024
+BUDGET = 1024 * 1024
+BUDGET_A_SECOND = 64 * 1024
 
 # What becomes of each label: the name of its shortcut, or none.
 LABELS = {
@@ -80,6 +84,52 @@ def test_format_directives_write_a_bounded_log_line(home):
     agent.check_works()
     assert max(len(record) + 1 for record in records(agent.log())) == LINE_LIMIT
     assert " [cut]\n" in agent.log()
+
+
+def storm(agent, payload, count):
+    """Sends payload(n) for the numbers below the count, in a way that none is lost."""
+    for number in range(count):
+        agent.send(payload(number))
+        if number % 4 == 0:
+            wait_until(lambda: agent.unread_and_lost()[0] < 20_000, "reading", period=0.001)
+    wait_until(lambda: agent.unread_and_lost()[0] == 0, "reading")
+    assert agent.unread_and_lost()[1] == 0
+
+
+STORMS = {
+    # What each datagram causes, and how many cause far more than may be written.
+    "directives": (lambda number: message("disk_unmounted", uuid=str(number), label="%512d" * 255),
+                   "Received event message\n", 1000),
+    "long texts": (lambda number: message("disk_mounted", uuid=str(number), label="x" * 8000),
+                   "Received event message\n", 1000),
+    "empty": (lambda number: b"", "Server could not read data\n", 60_000),
+}
+
+
+@pytest.mark.parametrize("name", STORMS)
+@pytest.mark.parametrize("is_ended", [False, True], ids=["goes on", "ends at once"])
+def test_storm_writes_no_more_than_its_budget(home, name, is_ended):
+    """What is left out is counted: in one line that comes by itself, or before the last one."""
+    payload, line, count = STORMS[name]
+    agent = home.start()
+    before = len(agent.log())
+    began = time.monotonic()
+    storm(agent, payload, count)
+    if is_ended:
+        agent.terminate()
+        assert agent.log().endswith(ENDED)
+    else:
+        agent.wait_for_log(SUPPRESSED)
+    written = len(agent.log()) - before
+    assert BUDGET - LINE_LIMIT < written
+    assert written < BUDGET + BUDGET_A_SECOND * (time.monotonic() - began) + LINE_LIMIT
+    told = [int(number) for number in re.findall(SUPPRESSED + r"(\d+)\n", agent.log())]
+    if is_ended:
+        # The shortcuts that the storm made are gone; lines about them may be suppressed, too.
+        assert sum(told) >= count - agent.log().count(line)
+    else:
+        assert sum(told) == count - agent.log().count(line)
+    assert len(told) == 1
 
 
 def test_no_label_forges_a_line_or_drives_the_terminal(home):

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <thread>
@@ -13,6 +15,8 @@
 
 #include "RecordingLog.h"
 #include "TemporaryDirectory.h"
+#include "core/LogBudget.h"
+#include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
 #include "platform/Service.h"
 
@@ -22,8 +26,13 @@ namespace {
 using platform::SystemLog;
 using test::LogLine;
 using test::RecordingLog;
+using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
+using testing::ExitedWithCode;
 using testing::IsEmpty;
+using testing::Lt;
+using testing::ResultOf;
 
 /// Sends standard error to a file for its lifetime.
 class StandardErrorInFile {
@@ -102,6 +111,17 @@ TEST(LoggerTest, ConversionsInALineAreExpandedWithoutArguments) {
   EXPECT_EQ(standardError.content(), "Ravelin Disk: label:100% of 0 and (null)\n");
 }
 
+TEST(LoggerTest, LinesThatDatagramsCauseHaveTheSameLevels) {
+  RecordingLog log;
+  Logger::logPeerMessage("one", LogTypeInfo);
+  Logger::logPeerMessage("two", LogTypeWarning);
+  Logger::logPeerMessage("three", LogTypeError);
+  Logger::logPeerMessage("unheard", 7);
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{SystemLog::Level::info, "one"},
+                                       LogLine{SystemLog::Level::warning, "two"},
+                                       LogLine{SystemLog::Level::error, "three"}));
+}
+
 TEST(LoggerTest, LinesOfSeveralThreadsAllArrive) {
   RecordingLog log;
   {
@@ -118,6 +138,103 @@ TEST(LoggerTest, LinesOfSeveralThreadsAllArrive) {
   for (int thread = 0; thread < 4; ++thread) {
     EXPECT_EQ(log.count(test::info(std::to_string(thread))), 200U);
   }
+}
+
+// The budget is the process's own, so each of these has one for itself.
+
+constexpr std::size_t STORM = 400;
+constexpr const char* SUPPRESSED =
+    "Ravelin Disk: Lines suppressed because datagrams caused too many: ";
+
+/// What lines of the greatest length do to the budget.
+void storm() {
+  const std::string line(10'000, 'x');
+  for (std::size_t count = 0; count < STORM; ++count) {
+    Logger::logPeerMessage(line, LogTypeInfo);
+  }
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+/// How many lines the log says were suppressed, all its lines about that together.
+std::size_t toldIn(const std::string& log) {
+  std::size_t told = 0;
+  const std::string head = SUPPRESSED;
+  for (std::size_t at = log.find(head); at != std::string::npos; at = log.find(head, at + 1)) {
+    told += std::stoul(log.substr(at + head.size()));
+  }
+  return told;
+}
+
+/// The log of a storm holds its beginning, and the number of the lines that are not in it.
+MATCHER(AccountsForAStorm, "") {
+  return arg.size() >= std::size_t{1024} * 1024 - 8192 &&
+         arg.size() < std::size_t{1024} * 1024 * 3 / 2 &&
+         countOf(arg, " [cut]\n") + toldIn(arg) == STORM && countOf(arg, SUPPRESSED) == 1;
+}
+
+TEST(LoggerDeathTest, TheLinesThatDatagramsCauseShareABudget) {
+  EXPECT_EXIT(
+      {
+        storm();
+        Logger::logMessage("told before this", LogTypeInfo);
+        Logger::logMessage("and only once", LogTypeInfo);
+        std::exit(0);
+      },
+      ExitedWithCode(0),
+      AllOf(AccountsForAStorm(),
+            ContainsRegex(std::string(SUPPRESSED) +
+                          "[0-9]+\nRavelin Disk: told before this\nRavelin Disk: and only once")));
+}
+
+TEST(LoggerDeathTest, SuppressedLinesAreToldOfAlthoughNoOtherLineFollows) {
+  EXPECT_EXIT(
+      {
+        storm();
+        Logger::tellSuppressed();
+        platform::consoleLog("not ended yet");
+        std::this_thread::sleep_for(LogBudget::QUIET);
+        Logger::tellSuppressed();
+        Logger::tellSuppressed();
+        std::exit(0);
+      },
+      ExitedWithCode(0),
+      AllOf(AccountsForAStorm(), ContainsRegex("not ended yet\n" + std::string(SUPPRESSED))));
+}
+
+TEST(LoggerDeathTest, LinesThatNoDatagramCausesAreNeverSuppressed) {
+  EXPECT_EXIT(
+      {
+        storm();
+        for (std::size_t count = 0; count < STORM; ++count) {
+          Logger::logMessage("the agent's own", LogTypeInfo);
+        }
+        std::exit(0);
+      },
+      ExitedWithCode(0),
+      ResultOf([](const std::string& log) { return countOf(log, "the agent's own\n"); }, STORM));
+}
+
+TEST(LoggerDeathTest, TheConsoleLogHasItsShareOfTheBudget) {
+  EXPECT_EXIT(
+      {
+        Logger::consolePeerMessage("%d heard");
+        storm();
+        for (std::size_t count = 0; count < STORM; ++count) {
+          Logger::consolePeerMessage(std::string(10'000, 'y'));
+        }
+        std::exit(0);
+      },
+      ExitedWithCode(0),
+      AllOf(ContainsRegex("\\] %d heard\n"),
+            ResultOf([](const std::string& log) { return log.size(); },
+                     Lt(std::size_t{1024} * 1024 * 3 / 2))));
 }
 
 }  // namespace

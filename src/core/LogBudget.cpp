@@ -1,0 +1,50 @@
+#include "core/LogBudget.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/LogLine.h"
+
+namespace ravelin {
+
+using platform::LOG_LINE_LIMIT;
+
+bool LogBudget::reserve(Clock::time_point now) {
+  const std::lock_guard lock(_mutex);
+  // Whole milliseconds, so that what is left of one counts the next time.
+  constexpr std::chrono::milliseconds FULL{AT_ONCE * 1000 / A_SECOND};
+  const auto passed = std::chrono::floor<std::chrono::milliseconds>(
+      std::max(now - _refilled, Clock::duration::zero()));
+  if (passed >= FULL) {
+    _available = AT_ONCE;
+    _refilled = now;
+  } else {
+    const std::size_t bytes = static_cast<std::size_t>(passed.count()) * A_SECOND / 1000;
+    _available = std::min(_available + bytes, AT_ONCE);
+    _refilled += passed;
+  }
+  if (_available < LOG_LINE_LIMIT) {
+    ++_suppressed;
+    _lastSuppressed = now;
+    return false;
+  }
+  _available -= LOG_LINE_LIMIT;
+  return true;
+}
+
+void LogBudget::settle(std::size_t used) {
+  const std::lock_guard lock(_mutex);
+  _available = std::min(_available + LOG_LINE_LIMIT - std::min(used, LOG_LINE_LIMIT), AT_ONCE);
+}
+
+std::uint64_t LogBudget::takeEnded(Clock::time_point now) {
+  const std::lock_guard lock(_mutex);
+  return now - _lastSuppressed < QUIET ? 0 : std::exchange(_suppressed, 0);
+}
+
+std::uint64_t LogBudget::takeSuppressed() {
+  const std::lock_guard lock(_mutex);
+  return std::exchange(_suppressed, 0);
+}
+
+}  // namespace ravelin
