@@ -27,7 +27,8 @@ namespace {
 using platform::RunLoop;
 
 constexpr int ROUNDS = 8;
-constexpr std::size_t MOST_DATAGRAMS = 4096;
+/// As many as may wait of one sender.
+constexpr std::size_t MOST_DATAGRAMS = 1024;
 /// What the kernel may take from the receive buffer for one small datagram.
 constexpr std::size_t BUFFER_PER_DATAGRAM = 1280;
 constexpr std::size_t DATAGRAM_LIMIT = 65536;

@@ -12,6 +12,7 @@
 
 #include "Announcements.h"
 #include "OpenController.h"
+#include "controller/Admission.h"
 #include "controller/MountedDisks.h"
 #include "disk/Queue.h"
 #include "intake/EventParser.h"
@@ -273,14 +274,16 @@ void sizes(benchmark::internal::Benchmark* bench, std::int64_t largest) {
   bench->Args({10, IN_ORDER})->Args({1000, IN_ORDER})->Args({largest, IN_ORDER});
   bench->UseManualTime()->Iterations(BATCHES);
 }
-/// At most 65,536 events may wait.
-void waiting(benchmark::internal::Benchmark* bench) { sizes(bench, 65000); }
-void known(benchmark::internal::Benchmark* bench) { sizes(bench, 100000); }
+/// As many as are ever let in.
+constexpr auto WAITING = static_cast<std::int64_t>(Admission::WAITING_EVENTS);
+constexpr auto KNOWN = static_cast<std::int64_t>(Admission::KNOWN_DISKS);
+void waiting(benchmark::internal::Benchmark* bench) { sizes(bench, WAITING); }
+void known(benchmark::internal::Benchmark* bench) { sizes(bench, KNOWN); }
 void waitingInAnyOrder(benchmark::internal::Benchmark* bench) {
-  waiting(bench->Args({65000, AT_RANDOM}));
+  waiting(bench->Args({WAITING, AT_RANDOM}));
 }
 void knownInAnyOrder(benchmark::internal::Benchmark* bench) {
-  known(bench->Args({100000, AT_RANDOM}));
+  known(bench->Args({KNOWN, AT_RANDOM}));
 }
 
 BENCHMARK(queueIntake)->Name("scaling/intake")->Apply(waiting);

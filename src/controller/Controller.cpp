@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "core/Logger.h"
 #include "core/SystemState.h"
 #include "intake/EventParser.h"
+#include "intake/SenderAddress.h"
 #include "platform/Blanks.h"
 #include "platform/Clock.h"
 #include "platform/FileManager.h"
@@ -32,6 +34,9 @@ namespace {
 
 constexpr RunLoop::Seconds RUN_LOOP_PASS_LIMIT{43200.0};
 constexpr std::int32_t LAST_VERSION_BEFORE_SNOW_LEOPARD = 0x105F;
+
+constexpr auto LIVENESS_INTERVAL = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+    std::chrono::duration<double>(DISK_UPDATE_TIME_CHECKER_INTERVAL));
 
 /// More than a list of all the disks that are let in takes.
 constexpr std::size_t RECORD_FILE_LIMIT = std::size_t{256} * 1024 * 1024;
@@ -128,18 +133,24 @@ std::size_t Controller::waitingEvents() const {
 }
 
 void Controller::server(Server& /*server*/, std::span<const std::byte> receivedData,
-                        std::span<const std::byte> /*fromAddress*/) {
+                        std::span<const std::byte> fromAddress) {
   if (gSystemWillTerminate) {
     return;
   }
-  DiskPtr event = EventParser::parse(receivedData);
+  const DiskPtr event = EventParser::parse(receivedData);
   if (!_isDiskValid(event.get()) || !_isUniqueEvent(*event)) {
     return;
   }
-  const std::lock_guard lock(_mutex);
-  if (_diskEventQueue.count() < WAITING_EVENTS_LIMIT &&
-      _diskEventQueue.textSize() < WAITING_TEXT_LIMIT) {
-    _diskEventQueue.enqueue(std::move(event));
+  event->setSender(senderIn(fromAddress));
+  Text line;
+  {
+    const std::lock_guard lock(_mutex);
+    if (const auto limit = _admission.admit(event)) {
+      line = _admission.lineAbout(event->sender(), *limit, std::chrono::steady_clock::now());
+    }
+  }
+  if (line) {
+    Logger::logMessage(*line, LogTypeError);
   }
 }
 
@@ -164,14 +175,15 @@ bool Controller::_isUniqueEvent(const Disk& event) const {
 
 void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
   RunLoop& runLoop = RunLoop::current();
+  // Before the timer's own, so that the timer always finds its check due or already made.
+  _nextCheck = std::chrono::steady_clock::now() + LIVENESS_INTERVAL;
   const auto eventTimer =
       runLoop.scheduleTimer(RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL), [this] {
         _processNextDiskEvent();
         Logger::tellSuppressed();
       });
-  const auto livenessTimer =
-      runLoop.scheduleTimer(RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
-                            [this] { _checkUpdateTimesAndUnmountDisksIfNecessary(); });
+  const auto livenessTimer = runLoop.scheduleTimer(
+      RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL), [this] { _checkUpdateTimesWhenDue(); });
   started.set_value(&runLoop);
   while (!_handlerMayLeave) {
     runLoop.runOnce(RUN_LOOP_PASS_LIMIT);
@@ -188,12 +200,13 @@ void Controller::_processNextDiskEvent() {
     DiskPtr event;
     {
       const std::lock_guard lock(_mutex);
-      event = _diskEventQueue.dequeue();
+      event = _admission.next();
     }
     if (!event) {
       return;
     }
     _process(event);
+    _checkUpdateTimesWhenDue();
   }
 }
 
@@ -380,6 +393,16 @@ void Controller::_updateDiskUpdateTime(const Disk& event) {
   if (const DiskPtr mounted = _findMountedInternalDisk(event)) {
     mounted->setLastUpdateTime(now());
   }
+}
+
+void Controller::_checkUpdateTimesWhenDue() {
+  const auto time = std::chrono::steady_clock::now();
+  if (time < _nextCheck) {
+    return;
+  }
+  // As the timer does: what was missed is skipped, the step is kept.
+  _nextCheck += ((time - _nextCheck) / LIVENESS_INTERVAL + 1) * LIVENESS_INTERVAL;
+  _checkUpdateTimesAndUnmountDisksIfNecessary();
 }
 
 void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <future>
 #include <memory>
@@ -10,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "controller/Admission.h"
 #include "controller/MountedDisks.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
@@ -35,7 +37,8 @@ class Controller : public ServerDelegate {
   Controller& operator=(const Controller&) = delete;
 
   /// Takes one datagram; a complete announcement that does not repeat a waiting one waits for the
-  /// handler thread, anything else is dropped without a trace. Main thread.
+  /// handler thread, unless it is dropped for its sender's limits, which the log may tell; anything
+  /// else is dropped without a trace. Main thread.
   void server(Server& server, std::span<const std::byte> receivedData,
               std::span<const std::byte> fromAddress) override;
 
@@ -48,8 +51,8 @@ class Controller : public ServerDelegate {
   void recordMountedDisks() const;
 
   /// Removes every shortcut that the record file lists, and logs each; what is listed and is no
-  /// shortcut stays. Without a readable record file of at most 256 MiB nothing happens. The file and
-  /// the mounted records stay as they are. Any thread.
+  /// shortcut stays. Without a readable record file of at most 256 MiB nothing happens. The file
+  /// and the mounted records stay as they are. Any thread.
   static void deleteRecordedDisks();
 
   /// What mounts shares directly; nothing in the handling of announcements uses it.
@@ -101,19 +104,24 @@ class Controller : public ServerDelegate {
   // Liveness. The handler thread.
   void _updateDiskUpdateTime(const Disk& event);
   void _checkUpdateTimesAndUnmountDisksIfNecessary();
+  /// Makes the check if it is due and has not been made; also between two events, since a tick ends
+  /// only when no event waits, which a flood puts off as long as it likes.
+  void _checkUpdateTimesWhenDue();
 
  private:
-  /// Guards the three below; never held across a hand-over, a script or a file operation.
+  /// Guards the four below; never held across a hand-over, a script or a file operation.
   mutable std::mutex _mutex;
   MountedDisks _mountedDisks;
   Queue _diskEventQueue;
+  Admission _admission{_diskEventQueue, _mountedDisks};
   /// The disk whose shortcut is being made, or made, but that is not on the list yet; taken away
   /// when unmountAll comes in between.
   DiskPtr _diskBeingMounted;
 
   DiskManager _diskManager;
   std::atomic<bool> _handlerShouldEnd = false;
-  bool _handlerMayLeave = false;  // the handler thread's own
+  std::chrono::steady_clock::time_point _nextCheck;  // the handler thread's own
+  bool _handlerMayLeave = false;                     // the handler thread's own
   std::atomic<bool> _handlerHasEnded = false;
   platform::RunLoop* _handlerRunLoop = nullptr;
   std::thread _handlerThread;

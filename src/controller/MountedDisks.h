@@ -1,18 +1,19 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <list>
+#include <map>
 #include <vector>
 
 #include "disk/Disk.h"
-#include "disk/HashTable.h"
+#include "disk/SenderTally.h"
+#include "disk/TextKey.h"
 
 namespace ravelin {
 
 /// The list of mounted records, in the order in which they were mounted. Finding records by their
-/// uuid or their device, adding and removing take no longer for a longer list, and answer what a
-/// walk over the list answers. One thread at a time.
+/// uuid or their device, adding and removing take hardly longer for a longer list, whatever the
+/// texts, and give what a walk over the list gives. One thread at a time.
 class MountedDisks {
  public:
   /// Adds the record at the end.
@@ -33,34 +34,27 @@ class MountedDisks {
 
   [[nodiscard]] std::size_t count() const { return _records.size(); }
 
- private:
-  /// The texts by which records are found.
-  enum Key { UUID, MAC_ADDRESS, KEYS };
+  /// The records and their texts, in all and by the senders whose announcements mounted them.
+  [[nodiscard]] const SenderTally& tally() const { return _tally; }
 
-  /// The records that have a text in common form a ring in list order.
+ private:
+  struct Record;
+  using Place = std::list<Record>::iterator;
+  /// Records by a text of theirs, those with the same text in list order.
+  using Index = std::multimap<TextKey, Place>;
+
   struct Record {
     DiskPtr disk;
-    std::list<Record>::iterator self;
-    std::array<Record*, KEYS> previous{};
-    std::array<Record*, KEYS> next{};
+    Index::iterator byUuid;  // where the disk has one
+    Index::iterator byMacAddress;
   };
 
-  /// What is known about a ring without looking at a record, which may be far away in memory.
-  struct Ring {
-    Record* first = nullptr;
-    const Disk* disk = nullptr;  // of the first record
-    explicit operator bool() const { return first != nullptr; }
-  };
-
-  static const Text& _textOf(const Disk& disk, Key key);
-  /// The first record with the text, or null.
-  [[nodiscard]] Record* _first(Key key, const Text& text) const;
-  void _join(Key key, Record& record);
-  void _leave(Key key, Record& record);
-  void _remove(Record& record);
+  void _remove(Place record);
 
   std::list<Record> _records;
-  std::array<HashTable<Ring>, KEYS> _rings;
+  Index _byUuid;
+  Index _byMacAddress;
+  SenderTally _tally;
 };
 
 }  // namespace ravelin

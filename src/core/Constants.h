@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string_view>
 
 namespace ravelin {
@@ -19,10 +18,5 @@ inline constexpr std::string_view DISK_RECORD_FILE = "RavelinDiskTempFile.txt";
 
 /// Seconds between two looks at the waiting events.
 inline constexpr double DISK_EVENT_HANDLER_INTERVAL = 0.5;
-
-/// Events that may wait, and the bytes of text that they may hold together. What arrives beyond
-/// either is dropped as if the network had lost it, so that a flood finds bounded memory.
-inline constexpr std::size_t WAITING_EVENTS_LIMIT = 65536;
-inline constexpr std::size_t WAITING_TEXT_LIMIT = std::size_t{64} * 1024 * 1024;
 
 }  // namespace ravelin

@@ -10,6 +10,8 @@ namespace ravelin {
 
 namespace {
 
+std::size_t sizeOf(const Text& text) { return text ? text->size() : 0; }
+
 bool matches(const Text& mine, const Text& theirs) { return !mine || mine == theirs; }
 
 }  // namespace
@@ -21,6 +23,10 @@ std::optional<Disk::Date> Disk::lastUpdateTime() const {
 
 void Disk::setLastUpdateTime(std::optional<Date> lastUpdateTime) {
   _lastUpdateTime.store(lastUpdateTime ? lastUpdateTime->time_since_epoch().count() : NO_DATE);
+}
+
+std::size_t Disk::textSize() const {
+  return sizeOf(_eventName) + sizeOf(_macAddr) + sizeOf(_ipAddr) + sizeOf(_uuid) + sizeOf(_label);
 }
 
 bool Disk::isEqual(const Disk& other) const {

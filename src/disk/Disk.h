@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -51,6 +52,14 @@ class Disk {
   [[nodiscard]] std::optional<Date> lastUpdateTime() const;
   void setLastUpdateTime(std::optional<Date> lastUpdateTime);
 
+  /// The IPv4 address from which the announcement came, as a number in host order; 0 while none is
+  /// known. It takes no part in equality.
+  [[nodiscard]] std::uint32_t sender() const { return _sender; }
+  void setSender(std::uint32_t sender) { _sender = sender; }
+
+  /// The bytes that the five texts have together.
+  [[nodiscard]] std::size_t textSize() const;
+
   /// Whether each of the five texts that this disk has stands in the other one too, exactly. A
   /// text that this disk lacks matches anything, so the answer may differ the other way round.
   [[nodiscard]] bool isEqual(const Disk& other) const;
@@ -75,6 +84,7 @@ class Disk {
   Text _uuid;
   Text _label;
   std::int16_t _volumeReference = 0;
+  std::uint32_t _sender = 0;
   std::atomic<Date::rep> _lastUpdateTime = NO_DATE;
   Text _volumePath;
 };

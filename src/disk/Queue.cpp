@@ -1,37 +1,50 @@
 #include "disk/Queue.h"
 
+#include <iterator>
+#include <utility>
+
 #include "platform/Precondition.h"
 
 namespace ravelin {
 
-namespace {
-
-std::size_t textSizeOf(const Disk& disk) {
-  std::size_t size = 0;
-  for (const Text* text :
-       {&disk.eventName(), &disk.macAddress(), &disk.ipAddress(), &disk.uuid(), &disk.label()}) {
-    size += *text ? (*text)->size() : 0;
+Queue::Turn Queue::_turnOfNext(std::uint32_t sender) {
+  const Turn current = _lastOfTurn.empty() ? 0 : _lastOfTurn.begin()->first;
+  Position& position = _positions[sender];
+  if (position.turn < current) {
+    position = {.turn = current};
   }
-  return size;
+  if (position.taken == TURN) {
+    position = {.turn = position.turn + 1};
+  }
+  ++position.taken;
+  return position.turn;
 }
-
-}  // namespace
 
 void Queue::enqueue(DiskPtr disk) {
   precondition(disk != nullptr, "Queue::enqueue(disk)", "disk != null");
   _index.insert(*disk);
-  _textSize += textSizeOf(*disk);
-  _array.push_back(std::move(disk));
+  _tally.add(*disk);
+  const Turn turn = _turnOfNext(disk->sender());
+  const auto later = _lastOfTurn.upper_bound(turn);
+  const Place after =
+      later == _lastOfTurn.begin() ? _array.begin() : std::next(std::prev(later)->second);
+  _lastOfTurn[turn] = _array.insert(after, std::move(disk));
 }
 
 DiskPtr Queue::dequeue() {
   if (_array.empty()) {
     return nullptr;
   }
+  if (_lastOfTurn.begin()->second == _array.begin()) {
+    _lastOfTurn.erase(_lastOfTurn.begin());
+  }
   DiskPtr head = std::move(_array.front());
   _array.pop_front();
   _index.erase(*head);
-  _textSize -= textSizeOf(*head);
+  _tally.subtract(*head);
+  if (_tally.of(head->sender()).disks == 0) {
+    _positions.erase(head->sender());
+  }
   return head;
 }
 

@@ -1,18 +1,32 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
+#include <cstdint>
+#include <list>
+#include <map>
 
 #include "disk/Disk.h"
+#include "disk/SenderTally.h"
 #include "disk/WaitingIndex.h"
 
 namespace ravelin {
 
-/// A first-in first-out queue of disk events, which it owns. No operation but the walk over
-/// `elements` takes longer for a longer queue. One thread at a time.
+/// A first-in first-out queue of disk events, which it owns.
+///
+/// It is fair to senders. As long as none has more than `TURN` events waiting, which no device ever
+/// has, events leave in the order in which they came. What a sender has beyond that lets everything
+/// pass that other senders have within theirs: its events come in turns of `TURN`, and everybody's
+/// first turn comes before anybody's second. So the wait of an event does not grow with what one
+/// other sender sends. The events of one sender always leave in the order in which they came.
+///
+/// No operation but the walk over `elements` takes notably longer for a longer queue. One thread at
+/// a time.
 class Queue {
  public:
-  /// Appends the event, which must not be null, at the tail.
+  /// How many events of one sender are handled before those that others have waiting.
+  static constexpr std::size_t TURN = 16;
+
+  /// Appends the event, which must not be null, at the tail of its turn.
   void enqueue(DiskPtr disk);
 
   /// Takes the head off and returns it, or null when the queue is empty.
@@ -22,19 +36,32 @@ class Queue {
   [[nodiscard]] std::size_t count() const { return _array.size(); }
 
   /// The waiting events themselves, head first.
-  [[nodiscard]] const std::deque<DiskPtr>& elements() const { return _array; }
+  [[nodiscard]] const std::list<DiskPtr>& elements() const { return _array; }
 
   /// Whether some waiting event, as the receiver, is equal to the disk: the answer of a walk over
   /// `elements` with isEqual.
   [[nodiscard]] bool containsReceiverEqualTo(const Disk& disk) const;
 
-  /// The bytes of text that the waiting events hold.
-  [[nodiscard]] std::size_t textSize() const { return _textSize; }
+  /// The waiting events and their texts, in all and by sender.
+  [[nodiscard]] const SenderTally& tally() const { return _tally; }
 
  private:
-  std::deque<DiskPtr> _array;
+  using Turn = std::uint64_t;
+  using Place = std::list<DiskPtr>::iterator;
+
+  /// Where the next event of a sender that has some waiting belongs.
+  struct Position {
+    Turn turn = 0;
+    std::size_t taken = 0;  // of its events in that turn
+  };
+
+  Turn _turnOfNext(std::uint32_t sender);
+
+  std::list<DiskPtr> _array;
+  std::map<Turn, Place> _lastOfTurn;  // of the turns that have events
+  std::map<std::uint32_t, Position> _positions;
   WaitingIndex _index;
-  std::size_t _textSize = 0;
+  SenderTally _tally;
 };
 
 }  // namespace ravelin

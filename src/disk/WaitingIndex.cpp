@@ -1,8 +1,9 @@
 #include "disk/WaitingIndex.h"
 
 #include <bit>
+#include <cstddef>
 
-#include "disk/TextHash.h"
+#include "disk/TextKey.h"
 
 namespace ravelin {
 
@@ -10,62 +11,78 @@ namespace {
 
 using Getter = const Text& (Disk::*)() const;
 
-constexpr std::array<Getter, 5> TEXTS = {&Disk::eventName, &Disk::macAddress, &Disk::ipAddress,
-                                         &Disk::uuid, &Disk::label};
+/// The texts in which disks differ most come first.
+constexpr std::array<Getter, 5> TEXTS = {&Disk::uuid, &Disk::label, &Disk::macAddress,
+                                         &Disk::ipAddress, &Disk::eventName};
+
+constexpr bool has(std::uint32_t kind, std::size_t index) { return (kind >> index & 1U) != 0; }
 
 }  // namespace
 
-struct WaitingIndex::Features {
-  explicit Features(const Disk& disk) {
-    for (std::size_t index = 0; index < TEXTS.size(); ++index) {
-      if (const Text& text = (disk.*TEXTS[index])()) {
-        kind |= Kind{1} << index;
-        hashes[index] = TextHash()(*text);
-      }
+WaitingIndex::Entry::Entry(const Disk& entered, Kind kind) : disk(&entered) {
+  for (std::size_t index = 0; index < TEXTS.size(); ++index) {
+    if (has(kind, index)) {
+      hash = std::rotl(hash, 7) ^ TextKey(*(entered.*TEXTS[index])()).hash;
     }
-  }
-
-  /// The hash of those of the texts that make up the kind.
-  [[nodiscard]] std::size_t hashAs(Kind part) const {
-    std::size_t hash = part;
-    for (std::size_t index = 0; index < TEXTS.size(); ++index) {
-      const bool counts = (part >> index & 1U) != 0;
-      hash = std::rotl(hash, 7) ^ (counts ? hashes[index] : 0);
-    }
-    return hash;
-  }
-
-  Kind kind = 0;
-  std::array<std::size_t, TEXTS.size()> hashes{};
-};
-
-void WaitingIndex::insert(const Disk& disk) {
-  const Features features(disk);
-  _disks.insert(features.hashAs(features.kind), &disk);
-  if (_countOfKind[features.kind]++ == 0) {
-    _kindsInUse |= 1U << features.kind;
   }
 }
 
+bool WaitingIndex::Before::operator()(const Entry& one, const Entry& other) const {
+  if (one.hash != other.hash) {
+    return one.hash < other.hash;
+  }
+  for (std::size_t index = 0; index < TEXTS.size(); ++index) {
+    if (has(kind, index)) {
+      const int order = (one.disk->*TEXTS[index])()->compare(*(other.disk->*TEXTS[index])());
+      if (order != 0) {
+        return order < 0;
+      }
+    }
+  }
+  return false;
+}
+
+WaitingIndex::WaitingIndex() {
+  for (Kind kind = 0; kind < KINDS; ++kind) {
+    _disks[kind] = std::multiset<Entry, Before>(Before{kind});
+  }
+}
+
+WaitingIndex::Kind WaitingIndex::_kindOf(const Disk& disk) {
+  Kind kind = 0;
+  for (std::size_t index = 0; index < TEXTS.size(); ++index) {
+    kind |= (disk.*TEXTS[index])() ? Kind{1} << index : 0;
+  }
+  return kind;
+}
+
+void WaitingIndex::insert(const Disk& disk) {
+  const Kind kind = _kindOf(disk);
+  _disks[kind].insert(Entry(disk, kind));
+  _kindsInUse |= Kind{1} << kind;
+}
+
 void WaitingIndex::erase(const Disk& disk) {
-  const Features features(disk);
-  _disks.erase(features.hashAs(features.kind),
-               [&](const Disk* candidate) { return candidate == &disk; });
-  if (--_countOfKind[features.kind] == 0) {
-    _kindsInUse &= ~(1U << features.kind);
+  const Kind kind = _kindOf(disk);
+  auto& alike = _disks[kind];
+  auto [at, end] = alike.equal_range(Entry(disk, kind));
+  while (at != end && at->disk != &disk) {
+    ++at;
+  }
+  if (at != end) {
+    alike.erase(at);
+  }
+  if (alike.empty()) {
+    _kindsInUse &= ~(Kind{1} << kind);
   }
 }
 
 bool WaitingIndex::containsReceiverEqualTo(const Disk& other) const {
-  const Features features(other);
-  for (std::uint32_t kinds = _kindsInUse; kinds != 0; kinds &= kinds - 1) {
+  const Kind kindOfOther = _kindOf(other);
+  for (Kind kinds = _kindsInUse; kinds != 0; kinds &= kinds - 1) {
     const auto kind = static_cast<Kind>(std::countr_zero(kinds));
     // A text that receivers of this kind have and the other lacks makes them unequal.
-    if ((kind & ~features.kind) != 0) {
-      continue;
-    }
-    const auto isEqual = [&](const Disk* disk) { return disk->isEqual(other); };
-    if (_disks.find(features.hashAs(kind), isEqual) != nullptr) {
+    if ((kind & ~kindOfOther) == 0 && _disks[kind].contains(Entry(other, kind))) {
       return true;
     }
   }

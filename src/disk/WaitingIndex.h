@@ -3,18 +3,21 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <set>
 
 #include "disk/Disk.h"
-#include "disk/HashTable.h"
 
 namespace ravelin {
 
-/// Answers whether one of many disks is equal, as the receiver, to another disk, in a time that
-/// does not grow with their number. The receivers' absent texts match anything, so each disk is
-/// found by those texts that it has: one look-up for each set of texts that some receivers have.
-/// The disks are not owned; they must outlive their stay and keep their texts. One thread.
+/// Tells whether one of many disks is equal, as the receiver, to another disk, without a walk over
+/// all of them. The receivers' absent texts match anything, so each disk is found by those texts
+/// that it has: one look-up for each set of texts that some receivers have. The sets are ordered,
+/// so no choice of texts makes a look-up slow. The disks are not owned; they must outlive
+/// their stay and keep their texts. One thread.
 class WaitingIndex {
  public:
+  WaitingIndex();
+
   void insert(const Disk& disk);
 
   /// Takes out the disk, which is in, by identity.
@@ -25,14 +28,26 @@ class WaitingIndex {
  private:
   /// A set of texts: one bit for each of the five.
   using Kind = std::uint32_t;
-  static constexpr std::size_t KINDS = 1U << 5U;
+  static constexpr Kind KINDS = 1U << 5U;
 
-  /// Which texts a disk has, and their hashes.
-  struct Features;
+  /// A disk, and the hash of those of its texts that make up a kind.
+  struct Entry {
+    Entry(const Disk& entered, Kind kind);
+    const Disk* disk;
+    std::size_t hash = 0;
+  };
 
-  HashTable<const Disk*> _disks;
-  std::array<std::size_t, KINDS> _countOfKind{};
-  std::uint32_t _kindsInUse = 0;  // one bit for each kind
+  /// Orders disks by the hash and, where it is the same, by the texts that make up the kind; all
+  /// must have these.
+  struct Before {
+    Kind kind = 0;
+    bool operator()(const Entry& one, const Entry& other) const;
+  };
+
+  static Kind _kindOf(const Disk& disk);
+
+  std::array<std::multiset<Entry, Before>, KINDS> _disks;  // by their kinds
+  Kind _kindsInUse = 0;                                    // one bit for each kind
 };
 
 }  // namespace ravelin

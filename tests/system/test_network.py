@@ -11,7 +11,6 @@ import time
 
 import pytest
 
-import namespaces
 from agent import BIN, STARTED, Agent, Home, wait_until
 from namespaces import GROUP, PORT, Network
 

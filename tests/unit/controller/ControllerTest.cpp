@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -28,9 +29,9 @@
 #include "Seccomp.h"
 #include "Shortcuts.h"
 #include "TemporaryHome.h"
+#include "Udp.h"
 #include "Waiting.h"
 #include "controller/PlainModel.h"
-#include "core/Constants.h"
 #include "core/SystemState.h"
 #include "intake/Server.h"
 #include "platform/Image.h"
@@ -159,6 +160,11 @@ class ControllerTest : public testing::Test {
 
   void receive(std::string_view message) { controller->server(unusedServer, bytesOf(message), {}); }
   void receive(const Texts& texts) { receive(datagram(texts)); }
+  /// From that address, while the others come from an unknown one.
+  void receiveFrom(const std::string& address, std::uint16_t port, std::string_view message) {
+    controller->server(unusedServer, bytesOf(message),
+                       test::rawBytes(test::internetAddress(address, port)));
+  }
 
   /// Acts on the event at once, on this thread, as the handler thread would.
   void process(const Texts& texts) { controller->_process(makeDisk(texts)); }
@@ -369,28 +375,97 @@ TEST_F(ControllerTest, DifferentEventsOfOneDiskAllWait) {
   EXPECT_FALSE(waits(CARD));
 }
 
-TEST_F(ControllerTest, AFloodOfEventsIsCutOff) {
+// How much is taken from whom.
+
+TEST_F(ControllerTest, ASenderIsItsAddressWhateverThePort) {
   ASSERT_TRUE(holdHandler());
-  for (std::size_t number = 0; number < WAITING_EVENTS_LIMIT + 10; ++number) {
-    receive("event:no_disk;mac:" + std::to_string(number));
+  for (int number = 0; number < 1030; ++number) {
+    receiveFrom("192.0.2.99", static_cast<std::uint16_t>(1000 + number),
+                "event:no_disk;mac:" + std::to_string(number));
   }
-  EXPECT_EQ(controller->waitingEvents(), 65536U);
-  EXPECT_FALSE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "65535"})));
-  EXPECT_TRUE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "65536"})));
+  EXPECT_EQ(controller->waitingEvents(), 1024U);
+  EXPECT_FALSE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "1023"})));
+  EXPECT_TRUE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "1024"})));
+  receiveFrom("192.0.2.5", 1000, "event:no_disk;mac:other");
+  EXPECT_EQ(controller->waitingEvents(), 1025U);
+}
+
+TEST_F(ControllerTest, AFloodOfEventsFromManySendersIsCutOff) {
+  ASSERT_TRUE(holdHandler());
+  for (int number = 0; number < 16384 + 50; ++number) {
+    receiveFrom("192.0.2." + std::to_string(number % 20), 1000,
+                "event:no_disk;mac:" + std::to_string(number));
+  }
+  EXPECT_EQ(controller->waitingEvents(), 16384U);
 }
 
 TEST_F(ControllerTest, AFloodOfLongTextsIsCutOff) {
   ASSERT_TRUE(holdHandler());
   const std::string filler(60000, 'x');
-  std::size_t sent = 0;
-  std::size_t waiting = 0;
-  do {
-    waiting = controller->waitingEvents();
-    receive("event:no_disk;mac:" + std::to_string(sent) + ";label:" + filler);
-    ++sent;
-  } while (controller->waitingEvents() > waiting && sent < 5000);
-  EXPECT_GE(waiting * filler.size(), WAITING_TEXT_LIMIT - 2 * filler.size());
-  EXPECT_LE(waiting * filler.size(), WAITING_TEXT_LIMIT + 2 * filler.size());
+  for (int number = 0; number < 30; ++number) {
+    receiveFrom("192.0.2.99", 1000,
+                "event:no_disk;mac:" + std::to_string(number) + ";label:" + filler);
+  }
+  EXPECT_EQ(controller->waitingEvents(), 1024U * 1024 / (filler.size() + 8));
+}
+
+TEST_F(ControllerTest, AFloodOfDisksLeavesRoomForThoseOfOthers) {
+  for (int number = 0; number < 1100; ++number) {
+    const std::string name = std::to_string(number);
+    receiveFrom(
+        "192.0.2.99", 1000,
+        datagram({.event = "disk_status", .mac = "m", .ip = "i", .uuid = name, .label = name}));
+    if (number % 500 == 499) {
+      ASSERT_TRUE(runUntil([&] { return controller->waitingEvents() == 0; }));
+    }
+  }
+  receiveFrom("192.0.2.5", 1000, datagram(USB));
+  ASSERT_TRUE(runUntil([&] { return controller->waitingEvents() == 0; }));
+  ASSERT_TRUE(settle());
+  EXPECT_EQ(controller->mountedDisks().size(), 1025U);
+  EXPECT_TRUE(isMounted("1023"));
+  EXPECT_FALSE(isMounted("1024"));
+  EXPECT_TRUE(isMounted(*USB.uuid));
+  // Those that are known are heard all the same.
+  clock.advance(100s);
+  receiveFrom("192.0.2.99", 1000, "event:disk_status;mac:m;ip:i;uuid:7;label:7");
+  ASSERT_TRUE(settle());
+  clock.advance(100s);
+  controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
+  EXPECT_THAT(shortcuts(), ElementsAre(Pair("7.app", "smb://guest:@i/7")));
+}
+
+TEST_F(ControllerTest, TheFirstDropOfASenderIsLogged) {
+  ASSERT_TRUE(holdHandler());
+  log.take();
+  for (int number = 0; number < 2000; ++number) {
+    receiveFrom("192.0.2.99", 1000, "event:no_disk;mac:" + std::to_string(number));
+  }
+  EXPECT_THAT(log.lines(), ElementsAre(error("Announcements from 192.0.2.99 are dropped: 1024 of "
+                                             "its announcements wait, and no sender may have more "
+                                             "waiting")));
+}
+
+TEST_F(ControllerTest, AnAnnouncementDoesNotWaitForTheFloodOfAnotherSender) {
+  ASSERT_TRUE(holdHandler());
+  for (int number = 0; number < 1000; ++number) {
+    const std::string name = std::to_string(number);
+    receiveFrom(
+        "192.0.2.99", 1000,
+        datagram({.event = "disk_status", .mac = "m", .ip = "i", .uuid = name, .label = name}));
+  }
+  receiveFrom("192.0.2.5", 1000, datagram(USB));
+  ASSERT_TRUE(runUntil([&] { return isMounted(*USB.uuid); }));
+  EXPECT_GT(controller->waitingEvents(), 900U);
+}
+
+TEST_F(ControllerTest, AStrangeSenderAddressIsASenderLikeAnother) {
+  ASSERT_TRUE(holdHandler());
+  const std::vector<std::byte> tooShort(3);
+  const std::vector<std::byte> tooLong(200, std::byte{0xFF});
+  controller->server(unusedServer, bytesOf("event:no_disk;mac:a"), tooShort);
+  controller->server(unusedServer, bytesOf("event:no_disk;mac:b"), tooLong);
+  EXPECT_EQ(controller->waitingEvents(), 2U);
 }
 
 // The properties.
@@ -1030,6 +1105,30 @@ TEST_F(ControllerTest, ASilentDiskGoesByItselfAtTheCheckThatComesEveryHalfMinute
   EXPECT_GE(elapsed, 30s);
   // It was the first check that could find it, and not a later one.
   EXPECT_LT(elapsed, 55s);
+}
+
+TEST_F(ControllerTest, TheCheckIsMadeWhileEventsKeepComing) {
+  process(USB);
+  const int turns = 4 * int{Queue::TURN};
+  int number = 0;
+  // Something always waits, so that the tick which begins never ends. Nothing is mounted without
+  // this thread, which looks after the queue in between.
+  const auto flood = [&] {
+    while (controller->waitingEvents() < static_cast<std::size_t>(turns)) {
+      const std::string name = std::to_string(number++ % (2 * turns));
+      const Texts disk{.event = "disk_status", .mac = "m", .ip = "i", .uuid = name, .label = name};
+      receive(disk);
+      receive(withEvent("disk_unmounted", disk));
+    }
+  };
+  flood();
+  clock.advance(121s);
+  EXPECT_TRUE(runUntil(
+      [&] {
+        flood();
+        return !isMounted(*USB.uuid);
+      },
+      60s));
 }
 
 TEST_F(ControllerTest, TheCheckGoesOnAfterTermination) {

@@ -4,9 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <deque>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <list>
 #include <memory>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "Announcements.h"
@@ -20,7 +25,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-bool someReceiverIsEqual(const std::deque<DiskPtr>& disks, const Disk& other) {
+bool someReceiverIsEqual(const std::list<DiskPtr>& disks, const Disk& other) {
   return std::ranges::any_of(disks, [&](const DiskPtr& disk) { return disk->isEqual(other); });
 }
 
@@ -97,15 +102,15 @@ TEST(QueueTest, AWaitingEventWithoutTextsStandsForEverything) {
 
 TEST(QueueTest, TheSizeOfTheWaitingTextsIsKnown) {
   Queue queue;
-  EXPECT_EQ(queue.textSize(), 0U);
+  EXPECT_EQ(queue.tally().all().text, 0U);
   queue.enqueue(makeDisk({.event = "12", .mac = "345", .ip = "", .label = "6789"}));
-  EXPECT_EQ(queue.textSize(), 9U);
+  EXPECT_EQ(queue.tally().all().text, 9U);
   queue.enqueue(makeDisk({.ip = "0", .uuid = std::string(1000, 'u')}));
-  EXPECT_EQ(queue.textSize(), 1010U);
+  EXPECT_EQ(queue.tally().all().text, 1010U);
   queue.dequeue();
-  EXPECT_EQ(queue.textSize(), 1001U);
+  EXPECT_EQ(queue.tally().all().text, 1001U);
   queue.dequeue();
-  EXPECT_EQ(queue.textSize(), 0U);
+  EXPECT_EQ(queue.tally().all().text, 0U);
 }
 
 /// Random disks, with texts from the alphabet, come and go; and every answer is a walk's.
@@ -117,7 +122,7 @@ void compareWithWalk(const std::vector<Text>& alphabet, int rounds) {
     return makeDisk({.event = any(), .mac = any(), .ip = any(), .uuid = any(), .label = any()});
   };
   Queue queue;
-  std::deque<DiskPtr> plain;
+  std::list<DiskPtr> plain;
   int found = 0;
   for (int round = 0; round < rounds; ++round) {
     SCOPED_TRACE(testing::Message() << "seed " << SEED << ", round " << round);
@@ -135,7 +140,9 @@ void compareWithWalk(const std::vector<Text>& alphabet, int rounds) {
       }
     }
     const DiskPtr asked =
-        !plain.empty() && random() % 4 == 0 ? plain[random() % plain.size()] : anyDisk();
+        !plain.empty() && random() % 4 == 0
+            ? *std::next(plain.begin(), static_cast<std::ptrdiff_t>(random() % plain.size()))
+            : anyDisk();
     const bool expected = someReceiverIsEqual(plain, *asked);
     found += expected ? 1 : 0;
     ASSERT_EQ(queue.containsReceiverEqualTo(*asked), expected);
@@ -171,7 +178,100 @@ TEST(QueueTest, AFloodComesAndGoes) {
     ASSERT_FALSE(queue.containsReceiverEqualTo(*disk));
   }
   EXPECT_EQ(queue.count(), 0U);
-  EXPECT_EQ(queue.textSize(), 0U);
+  EXPECT_EQ(queue.tally().all().text, 0U);
+}
+
+DiskPtr eventOf(std::uint32_t sender, int number) {
+  const DiskPtr disk = makeDisk({.event = "no_disk", .mac = std::to_string(number)});
+  disk->setSender(sender);
+  return disk;
+}
+
+std::vector<DiskPtr> drained(Queue& queue) {
+  std::vector<DiskPtr> all;
+  while (DiskPtr disk = queue.dequeue()) {
+    all.push_back(std::move(disk));
+  }
+  return all;
+}
+
+TEST(QueueTest, WhileNobodyFloodsEventsOfManySendersLeaveInTheOrderInWhichTheyCame) {
+  std::mt19937 random(12);
+  Queue queue;
+  std::vector<DiskPtr> sent;
+  for (int number = 0; number < int{Queue::TURN}; ++number) {
+    std::vector<std::uint32_t> senders{1, 2, 3, 4, 5};
+    std::ranges::shuffle(senders, random);
+    for (const std::uint32_t sender : senders) {
+      sent.push_back(eventOf(sender, number));
+      queue.enqueue(sent.back());
+    }
+  }
+  EXPECT_EQ(drained(queue), sent);
+}
+
+TEST(QueueTest, WhatASenderHasBeyondItsTurnLetsTheEventsOfOthersPass) {
+  Queue queue;
+  std::vector<DiskPtr> flood;
+  for (int number = 0; number < 3 * int{Queue::TURN}; ++number) {
+    flood.push_back(eventOf(1, number));
+    queue.enqueue(flood.back());
+  }
+  const DiskPtr honest = eventOf(2, 0);
+  queue.enqueue(honest);
+  const auto afterFirstTurn = flood.begin() + std::ptrdiff_t{Queue::TURN};
+  std::vector<DiskPtr> expected(flood.begin(), afterFirstTurn);
+  expected.push_back(honest);
+  expected.insert(expected.end(), afterFirstTurn, flood.end());
+  EXPECT_THAT(queue.elements(), testing::ElementsAreArray(expected));
+  EXPECT_EQ(drained(queue), expected);
+}
+
+TEST(QueueTest, AFloodThatGoesOnNeverPutsAnotherSenderOffForLongerThanATurn) {
+  Queue queue;
+  int number = 0;
+  const auto flood = [&] {
+    while (queue.tally().of(1).disks < 1000) {
+      queue.enqueue(eventOf(1, number++));
+    }
+  };
+  for (int round = 0; round < 50; ++round) {
+    flood();
+    const DiskPtr honest = eventOf(2, round);
+    queue.enqueue(honest);
+    std::size_t passed = 0;
+    while (queue.dequeue() != honest) {
+      flood();
+      ASSERT_LE(++passed, Queue::TURN);
+    }
+  }
+}
+
+TEST(QueueTest, TheEventsOfOneSenderNeverOvertakeEachOther) {
+  constexpr unsigned SEED = 91;
+  std::mt19937 random(SEED);
+  Queue queue;
+  std::vector<std::list<DiskPtr>> plain(4);
+  for (int round = 0; round < 30000; ++round) {
+    SCOPED_TRACE(testing::Message() << "seed " << SEED << ", round " << round);
+    const bool growing = round / 400 % 2 == 0;
+    if (random() % 8 < (growing ? 5U : 3U)) {
+      // The first sender has most.
+      const auto sender = static_cast<std::uint32_t>(random() % 4 == 0 ? random() % 4 : 0);
+      plain[sender].push_back(eventOf(sender, round));
+      queue.enqueue(plain[sender].back());
+    } else if (const DiskPtr head = queue.dequeue()) {
+      ASSERT_EQ(head, plain[head->sender()].front());
+      plain[head->sender()].pop_front();
+    }
+    std::size_t all = 0;
+    for (std::uint32_t sender = 0; sender < plain.size(); ++sender) {
+      ASSERT_EQ(queue.tally().of(sender).disks, plain[sender].size());
+      all += plain[sender].size();
+    }
+    ASSERT_EQ(queue.tally().all().disks, all);
+    ASSERT_EQ(queue.elements().size(), all);
+  }
 }
 
 TEST(QueueDeathTest, ANullDiskEndsTheProcess) {
