@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "core/Logger.h"
+#include "intake/SenderAddress.h"
 #include "platform/DatagramSocket.h"
 #include "platform/MulticastSocket.h"
 #include "platform/Precondition.h"
@@ -145,6 +146,7 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
 
 void Server::stop() {
   _port = 0;
+  _loudSenders.forget();
   if (RunLoopSocket* socket = _cfSocket.exchange(nullptr); socket != nullptr) {
     socket->invalidate();
     delete socket;
@@ -175,10 +177,11 @@ bool Server::_readData() {
   const ssize_t size = ::recvfrom(descriptor, buffer.data(), buffer.size(), 0,
                                   reinterpret_cast<sockaddr*>(&sender), &senderSize);
   if (size > 0) {
+    const auto fromAddress = std::as_bytes(std::span(&sender, 1)).first(senderSize);
+    _loudSenders.heard(senderIn(fromAddress), descriptor);
     if (_delegate) {
       const std::shared_ptr<ServerDelegate> delegate = _delegate;
-      delegate->server(*this, std::span(buffer).first(static_cast<std::size_t>(size)),
-                       std::as_bytes(std::span(&sender, 1)).first(senderSize));
+      delegate->server(*this, std::span(buffer).first(static_cast<std::size_t>(size)), fromAddress);
     }
     return true;
   }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "intake/LoudSenders.h"
 #include "intake/ServerDelegate.h"
 #include "platform/RunLoopSocket.h"
 #include "platform/Text.h"
@@ -97,6 +98,7 @@ class Server {
 
   unsigned long _port = 0;
   std::atomic<platform::RunLoopSocket*> _cfSocket = nullptr;
+  LoudSenders _loudSenders;
   Text _multicastGroup;
   std::optional<std::vector<std::string>> _multicastSourceAddresses;
   std::shared_ptr<ServerDelegate> _delegate;

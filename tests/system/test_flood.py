@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from agent import PATIENCE, SANITIZER, wait_until
+from agent import PATIENCE, SANITIZER, icon, wait_until
 from test_hostile import LABELS
 
 FLOOD = 200_000 if SANITIZER is None else 20_000
@@ -17,12 +17,19 @@ FLOOD_PATIENCE = 3 * PATIENCE
 RANDOM_DATAGRAMS = 100_000 if SANITIZER == "tsan" else 1_000_000
 POOL = 20_000
 BURST = 64
-KIB_LIMIT = 400 * 1024
+KIB_LIMIT = 64 * 1024
+# What one sender may have: known disks, and bytes of all the texts that are kept of it.
+KNOWN_LIMIT = 1024
+TEXT_LIMIT = 1024 * 1024
+
+
+STRANGER = "127.0.0.2"  # the devices send from 127.0.0.1
 
 
 def sent_as_fast_as_possible(port, payload, count, total):
     """Sends payload(n) for the numbers below count, or without end."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+        sender.bind((STRANGER, 0))
         number = 0
         while count is None or number < count:
             sender.sendto(payload(number), ("127.0.0.1", port))
@@ -52,6 +59,9 @@ def distinct(event):
                            f"label:Flood {number}").encode()
 
 
+DROPPED = f"Ravelin Disk: Announcements from {STRANGER} are dropped: "
+
+
 def check_memory(agent):
     """Bounded, where the sanitizers add nothing of their own."""
     if SANITIZER is None:
@@ -67,7 +77,8 @@ def test_flood_of_distinct_disks(home, event):
             sender.join(FLOOD_PATIENCE)
             assert total.value == FLOOD
         agent.check_works(FLOOD_PATIENCE)
-        assert len(home.shortcuts()) > 1000
+        assert 0 < len(home.shortcuts()) <= KNOWN_LIMIT
+        assert agent.log().count(DROPPED) <= 1
         check_memory(agent)
         assert agent.terminate() == 0
         agent.check_clean_end()
@@ -90,6 +101,68 @@ def test_endless_flood_holds_up_neither_disks_nor_the_end(home, payload):
         check_memory(agent)
         assert agent.terminate() == 0
         assert home.shortcuts() == []
+
+
+def test_one_sender_may_have_so_many_disks_and_no_more(home):
+    agent = home.start()
+    payload = distinct("disk_status")
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+        sender.bind((STRANGER, 0))
+
+        def are_there():
+            # Slowly enough that none is lost on the way, or it comes with the next round.
+            for number in range(KNOWN_LIMIT + 100):
+                sender.sendto(payload(number), ("127.0.0.1", agent.ports[0]))
+                if number % 16 == 0:
+                    time.sleep(0.005)
+            return len(home.shortcuts()) >= KNOWN_LIMIT
+
+        wait_until(are_there, "as many shortcuts as one sender may have", FLOOD_PATIENCE)
+        agent.check_works()
+        are_there()
+        agent.check_works()
+    assert len(home.shortcuts()) == KNOWN_LIMIT
+    assert agent.log().count(DROPPED) == 1
+    assert agent.terminate() == 0
+    agent.check_clean_end()
+
+
+def test_flood_of_long_texts_is_held_to_a_mebibyte(home):
+    filler = "x" * 60_000
+    agent = home.start()
+    with flood(agent, lambda number: (f"event:disk_status;mac:{filler};ip:192.0.2.10;"
+                                      f"uuid:{number};label:Flood {number}").encode()):
+        wait_until(lambda: DROPPED in agent.log(), "line about the sender")
+        agent.check_works(FLOOD_PATIENCE)
+        agent.check_works(FLOOD_PATIENCE)
+        assert 0 < len(home.shortcuts()) <= TEXT_LIMIT // len(filler)
+        check_memory(agent)
+        assert agent.terminate() == 0
+        agent.check_clean_end()
+
+
+def coming_and_going(number):
+    """More changes than can be made."""
+    event = "disk_unmounted" if number % 2 else "disk_status"
+    disk = number // 2 % 30_000
+    return (f"event:{event};mac:{disk % 50};ip:192.0.2.10;uuid:{disk};"
+            f"label:Flood {disk}").encode()
+
+
+@pytest.mark.parametrize("with_icon", [False, True], ids=["no icon", "icon"])
+def test_disks_come_and_go_while_those_of_a_flood_never_rest(home, with_icon):
+    if with_icon:
+        (home.machine_config.parent / "icon.ico").write_bytes(icon())
+    agent = home.start()
+    with flood(agent, coming_and_going) as (_, total):
+        wait_until(lambda: "is being mounted because" in agent.log(), "flood")
+        for _ in range(3):
+            before = total.value
+            agent.check_works(FLOOD_PATIENCE)
+            assert total.value > before
+        check_memory(agent)
+        assert agent.terminate() == 0
+        agent.check_clean_end()
 
 
 def test_endless_flood_of_distinct_disks_does_not_hold_up_the_end(home):
@@ -152,6 +225,8 @@ def test_random_and_mutated_datagrams(home):
     sent = 0
     with home.nothing_changes_elsewhere(), \
             socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+        # Some are complete enough to fill what one sender may have.
+        sender.bind((STRANGER, 0))
         sender.connect(("127.0.0.1", agent.ports[0]))
         while sent < RANDOM_DATAGRAMS:
             rng.shuffle(pool)

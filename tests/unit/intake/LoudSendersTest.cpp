@@ -1,0 +1,124 @@
+#include "intake/LoudSenders.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "Udp.h"
+#include "Waiting.h"
+#include "intake/SenderAddress.h"
+#include "platform/RunLoop.h"
+#include "platform/SenderFilter.h"
+
+namespace ravelin {
+namespace {
+
+using test::runUntil;
+using test::UdpSocket;
+
+constexpr int MANY = 4000;
+
+class LoudSendersTest : public testing::Test {
+ protected:
+  /// Far more than the receiver's buffer holds.
+  void overfill(const UdpSocket& sender) const {
+    for (int number = 0; number < MANY; ++number) {
+      sender.send("flood", receiver.port());
+    }
+  }
+
+  /// Reads so many datagrams as a server does; false when there are fewer.
+  bool read(std::uint32_t count) {
+    for (std::uint32_t number = 0; number < count; ++number) {
+      char byte = 0;
+      sockaddr_in sender{};
+      socklen_t size = sizeof sender;
+      if (::recvfrom(receiver.descriptor(), &byte, 1, MSG_DONTWAIT,
+                     reinterpret_cast<sockaddr*>(&sender), &size) < 0) {
+        return false;
+      }
+      loudSenders.heard(senderIn(test::rawBytes(sender)), receiver.descriptor());
+    }
+    return true;
+  }
+  void readAll() {
+    while (read(1)) {
+    }
+  }
+
+  [[nodiscard]] bool hears(const UdpSocket& sender) {
+    readAll();
+    sender.send("x", receiver.port());
+    return read(1);
+  }
+
+  const UdpSocket receiver;
+  const UdpSocket stranger{"127.0.0.2"};
+  const UdpSocket device{"127.0.0.3"};
+  LoudSenders loudSenders{platform::RunLoop::Seconds(1.5)};
+};
+
+TEST_F(LoudSendersTest, WhoFillsTheBufferIsNotListenedToForAWhile) {
+  overfill(stranger);
+  ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
+  overfill(stranger);
+  ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
+  EXPECT_FALSE(hears(stranger));
+  EXPECT_TRUE(hears(device));
+  EXPECT_TRUE(runUntil([&] { return hears(stranger); }));
+  EXPECT_TRUE(hears(device));
+}
+
+TEST_F(LoudSendersTest, WhileOneIsNotListenedToOthersMayStillSendWhatFitsIn) {
+  overfill(stranger);
+  read(LoudSenders::LOOK_INTERVAL);
+  overfill(stranger);
+  read(LoudSenders::LOOK_INTERVAL);
+  ASSERT_FALSE(hears(stranger));
+  for (int number = 0; number < 3 * int{LoudSenders::LOOK_INTERVAL}; ++number) {
+    // What is dropped of the stranger's is no reason to drop anybody else's.
+    stranger.send("x", receiver.port());
+    ASSERT_TRUE(hears(device)) << number;
+  }
+}
+
+TEST_F(LoudSendersTest, WhoeverSendsMuchThatIsReadIsListenedTo) {
+  for (int number = 0; number < MANY; ++number) {
+    stranger.send("x", receiver.port());
+    ASSERT_TRUE(read(1)) << number;
+  }
+  EXPECT_TRUE(hears(stranger));
+}
+
+TEST_F(LoudSendersTest, ManySendersCanBeLeftOutAndLetInAgain) {
+  std::vector<std::uint32_t> senders;
+  for (std::uint32_t number = 0; number + 1 < platform::FILTERED_SENDERS_LIMIT; ++number) {
+    senders.push_back(0xC0000200 + number);
+  }
+  senders.push_back(0x7F000002);
+  ASSERT_TRUE(platform::dropDatagramsFrom(receiver.descriptor(), senders));
+  EXPECT_FALSE(hears(stranger));
+  EXPECT_TRUE(hears(device));
+  senders.front() = 0x7F000003;
+  ASSERT_TRUE(platform::dropDatagramsFrom(receiver.descriptor(), senders));
+  EXPECT_FALSE(hears(stranger));
+  EXPECT_FALSE(hears(device));
+  ASSERT_TRUE(platform::dropDatagramsFrom(receiver.descriptor(), {}));
+  EXPECT_TRUE(hears(stranger));
+  EXPECT_TRUE(hears(device));
+}
+
+TEST_F(LoudSendersTest, WithoutASocketNothingHappens) {
+  EXPECT_EQ(platform::receiveBufferOf(-1), std::nullopt);
+  EXPECT_FALSE(platform::dropDatagramsFrom(-1, {}));
+  for (std::uint32_t number = 0; number < 3 * LoudSenders::LOOK_INTERVAL; ++number) {
+    loudSenders.heard(number, -1);
+  }
+  loudSenders.forget();
+}
+
+}  // namespace
+}  // namespace ravelin
