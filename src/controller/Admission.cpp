@@ -87,6 +87,20 @@ DiskPtr Admission::next() {
   }
 }
 
+void Admission::queueWasReplaced() {
+  const bool inHandWasCharged = _inHand && _isCharged(*_inHand);
+  _charged.clear();
+  _chargedOfSender.clear();
+  if (inHandWasCharged) {
+    _charge(*_inHand);
+  }
+  for (const DiskPtr& event : _waiting.elements()) {
+    if (_wouldMount(*event) && !_charged.contains(TextKey(*event->uuid()))) {
+      _charge(*event);
+    }
+  }
+}
+
 bool Admission::_wouldMount(const Disk& event) const {
   const Text& name = event.eventName();
   return (name == "disk_mounted" || name == "disk_status") && event.uuid() &&
@@ -103,7 +117,7 @@ std::optional<Admission::Limit> Admission::_limitOfKnown(std::uint32_t sender) c
   // One that has just been mounted stands on the list and counts as going to, too.
   if (_inHand && !_isHandOnly()) {
     --all;
-    ofSender -= _inHand->sender() == sender ? 1 : 0;
+    ofSender -= _inHand->sender() == sender ? 1U : 0U;
   }
   if (ofSender >= KNOWN_DISKS_OF_SENDER) {
     return Limit::knownDisksOfSender;
@@ -140,16 +154,17 @@ void Admission::_charge(const Disk& event) {
   }
 }
 
-void Admission::_discharge(const Disk& event) {
+bool Admission::_isCharged(const Disk& event) const {
   const Text& uuid = event.uuid();
-  if (!uuid) {
+  const auto charged = uuid ? _charged.find(TextKey(*uuid)) : _charged.end();
+  return charged != _charged.end() && charged->second == &event;
+}
+
+void Admission::_discharge(const Disk& event) {
+  if (!_isCharged(event)) {
     return;
   }
-  const auto charged = _charged.find(TextKey(*uuid));
-  if (charged == _charged.end() || charged->second != &event) {
-    return;
-  }
-  _charged.erase(charged);
+  _charged.erase(TextKey(*event.uuid()));
   const auto ofSender = _chargedOfSender.find(event.sender());
   if (--ofSender->second == 0) {
     _chargedOfSender.erase(ofSender);

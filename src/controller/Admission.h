@@ -67,6 +67,10 @@ class Admission {
   /// over.
   DiskPtr next();
 
+  /// The queue holds other events than those that were let in: counts those that are going to make
+  /// a disk known anew. Nothing else may be called in between.
+  void queueWasReplaced();
+
   /// What is to be logged now about a drop, or null.
   [[nodiscard]] Text lineAbout(std::uint32_t sender, Limit limit, Time now);
 
@@ -80,6 +84,7 @@ class Admission {
   [[nodiscard]] bool _isHandOnly() const;
   [[nodiscard]] std::optional<Limit> _limitOfKnown(std::uint32_t sender) const;
   [[nodiscard]] std::optional<Limit> _limitOfWaiting(const Disk& event) const;
+  [[nodiscard]] bool _isCharged(const Disk& event) const;
   /// The event counts as a known disk from now on, in place of another one with its uuid.
   void _charge(const Disk& event);
   void _discharge(const Disk& event);

@@ -125,6 +125,7 @@ void Controller::setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue) {
   }
   const std::lock_guard lock(_mutex);
   std::swap(_diskEventQueue, events);
+  _admission.queueWasReplaced();
 }
 
 std::size_t Controller::waitingEvents() const {

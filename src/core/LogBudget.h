@@ -38,9 +38,9 @@ class LogBudget {
  private:
   std::mutex _mutex;  ///< guards all below
   std::size_t _available = AT_ONCE;
-  Clock::time_point _refilled{};
+  Clock::time_point _refilled;
   std::uint64_t _suppressed = 0;
-  Clock::time_point _lastSuppressed{};
+  Clock::time_point _lastSuppressed;
 };
 
 }  // namespace ravelin

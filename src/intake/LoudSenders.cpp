@@ -1,6 +1,8 @@
 #include "intake/LoudSenders.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "platform/SenderFilter.h"
@@ -10,25 +12,35 @@ namespace ravelin {
 using platform::RunLoop;
 
 void LoudSenders::heard(std::uint32_t sender, int descriptor) {
-  ++_heardOf[sender];
-  if (++_heard == LOOK_INTERVAL) {
+  _senders[_heard++] = sender;
+  if (_heard == LOOK_INTERVAL) {
     _look(descriptor);
+    _heard = 0;
   }
 }
 
 void LoudSenders::_look(int descriptor) {
   const auto buffer = platform::receiveBufferOf(descriptor);
-  const auto loudest =
-      std::ranges::max_element(_heardOf, {}, [](const auto& entry) { return entry.second; });
-  // What silenced senders send counts as dropped, too, but does not fill the buffer.
-  if (buffer && _droppedBefore && buffer->dropped - *_droppedBefore >= LOOK_INTERVAL &&
-      buffer->isMoreThanHalfFull && loudest->second >= LOUD &&
-      !_silenced.contains(loudest->first)) {
-    _silenceSender(loudest->first, descriptor);
+  if (!buffer) {
+    return;
   }
-  _droppedBefore = buffer ? std::optional(buffer->dropped) : std::nullopt;
-  _heard = 0;
-  _heardOf.clear();
+  const std::uint32_t lost = buffer->dropped - std::exchange(_droppedBefore, buffer->dropped);
+  // What silenced senders send counts as dropped, too, but does not fill the buffer.
+  if (lost < LOOK_INTERVAL || !buffer->isMoreThanHalfFull) {
+    return;
+  }
+  std::uint32_t loudest = 0;
+  std::ptrdiff_t most = 0;
+  for (const std::uint32_t sender : _senders) {
+    const auto count = std::ranges::count(_senders, sender);
+    if (count > most) {
+      loudest = sender;
+      most = count;
+    }
+  }
+  if (most >= std::ptrdiff_t{LOUD} && !_silenced.contains(loudest)) {
+    _silenceSender(loudest, descriptor);
+  }
 }
 
 void LoudSenders::_silenceSender(std::uint32_t sender, int descriptor) {
@@ -43,7 +55,7 @@ void LoudSenders::_silenceSender(std::uint32_t sender, int descriptor) {
     return;
   }
   if (!_timer) {
-    _timer = RunLoop::current().scheduleTimer(RunLoop::Seconds(1.0),
+    _timer = RunLoop::current().scheduleTimer(RunLoop::Seconds(0.5),
                                               [this, descriptor] { _listenAgain(descriptor); });
   }
 }
@@ -70,9 +82,8 @@ bool LoudSenders::_applyTo(int descriptor) const {
 void LoudSenders::forget() {
   _timer.reset();
   _silenced.clear();
-  _droppedBefore.reset();
+  _droppedBefore = 0;
   _heard = 0;
-  _heardOf.clear();
 }
 
 }  // namespace ravelin

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
 
 #include "platform/RunLoop.h"
 
@@ -21,12 +21,15 @@ namespace ravelin {
 /// On the thread of the socket's run loop.
 class LoudSenders {
  public:
-  /// How many datagrams are read between two looks, and how many must be lost meanwhile.
-  static constexpr std::uint32_t LOOK_INTERVAL = 64;
+  /// How many datagrams are read between two looks, and how many must be lost meanwhile. Where
+  /// every shortcut gets an icon, no more than these may be read within a tenth of a second.
+  static constexpr std::uint32_t LOOK_INTERVAL = 16;
   /// How many of those that are read must be one sender's.
   static constexpr std::uint32_t LOUD = LOOK_INTERVAL / 4;
 
-  explicit LoudSenders(platform::RunLoop::Seconds silence = platform::RunLoop::Seconds(10.0))
+  /// The silence is short, so that a sender of one long burst is heard again soon; one that goes on
+  /// is silenced again after as many datagrams as it takes to see it.
+  explicit LoudSenders(platform::RunLoop::Seconds silence = platform::RunLoop::Seconds(2.0))
       : _silence(silence) {}
 
   /// A datagram of the sender has been read from the socket. Call it after every read.
@@ -45,9 +48,9 @@ class LoudSenders {
 
   const platform::RunLoop::Seconds _silence;
   // Since the last look.
-  std::uint32_t _heard = 0;
-  std::map<std::uint32_t, std::uint32_t> _heardOf;
-  std::optional<std::uint32_t> _droppedBefore;
+  std::array<std::uint32_t, LOOK_INTERVAL> _senders{};
+  std::size_t _heard = 0;
+  std::uint32_t _droppedBefore = 0;
   /// Who is not listened to, and until when.
   std::map<std::uint32_t, Time> _silenced;
   std::unique_ptr<platform::RunLoop::Timer> _timer;  // while somebody is

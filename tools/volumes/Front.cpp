@@ -39,6 +39,9 @@ void leaveTheFront() {
   }
   // A front whose output stays open has not ended for who reads it.
   const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (nothing < 0) {
+    return;
+  }
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     ::dup2(nothing, descriptor);
   }

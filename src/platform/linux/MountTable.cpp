@@ -124,12 +124,18 @@ char lowered(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character + DISTANCE) : character;
 }
 
+std::string inLowerCase(std::string_view text) {
+  std::string result(text);
+  std::ranges::transform(result, result.begin(), lowered);
+  return result;
+}
+
 /// The source of a share as it stands in a listing.
 std::string shownSource(const Mount& share, std::string_view sought) {
   std::string source = addingPercentEscapes(share.source).value_or(share.source);
-  const auto found = std::ranges::search(source, sought, {}, lowered, lowered);
-  if (!found.empty()) {
-    std::ranges::copy(sought, found.begin());
+  const std::size_t found = inLowerCase(source).find(inLowerCase(sought));
+  if (found != std::string::npos) {
+    source.replace(found, sought.size(), sought);
   }
   return source;
 }

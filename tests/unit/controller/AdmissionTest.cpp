@@ -177,6 +177,20 @@ TEST_F(AdmissionTest, ADiskThatGoesAndComesWhileAnnouncedKeepsItsPlace) {
 
 // Waiting events.
 
+TEST_F(AdmissionTest, AQueueThatWasReplacedIsCountedAnew) {
+  mount(DEVICE, 1023);
+  EXPECT_EQ(admission.admit(announced(DEVICE, "a")), std::nullopt);
+  waiting = Queue();
+  admission.queueWasReplaced();
+  EXPECT_EQ(admission.admit(announced(DEVICE, "b")), std::nullopt);
+  waiting = Queue();
+  waiting.enqueue(announced(DEVICE, "c"));
+  admission.queueWasReplaced();
+  EXPECT_EQ(admission.admit(announced(DEVICE, "d")), Limit::knownDisksOfSender);
+  handleAll();
+  EXPECT_NE(known.find("c"), nullptr);
+}
+
 TEST_F(AdmissionTest, OneSenderMayHave1024WaitingEvents) {
   for (std::size_t number = 0; number < 1024; ++number) {
     ASSERT_EQ(admission.admit(noDisk(STRANGER, number)), std::nullopt);

@@ -32,6 +32,7 @@
 #include "Udp.h"
 #include "Waiting.h"
 #include "controller/PlainModel.h"
+#include "core/Constants.h"
 #include "core/SystemState.h"
 #include "intake/Server.h"
 #include "platform/Image.h"
@@ -792,7 +793,7 @@ TEST_F(ControllerDeathTest, AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame
   EXPECT_EXIT(
       {
         process(USB);
-        EXPECT_TRUE(test::refuse({__NR_unlinkat, {}}, EACCES));
+        EXPECT_TRUE(test::refuse({__NR_renameat, {}}, EACCES));
         process({.event = "disk_mounted",
                  .mac = "m",
                  .ip = "192.168.1.9",
