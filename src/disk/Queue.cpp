@@ -26,7 +26,7 @@ void Queue::enqueue(DiskPtr disk) {
   _tally.add(*disk);
   const Turn turn = _turnOfNext(disk->sender());
   const auto later = _lastOfTurn.upper_bound(turn);
-  const Place after =
+  const auto after =
       later == _lastOfTurn.begin() ? _array.begin() : std::next(std::prev(later)->second);
   _lastOfTurn[turn] = _array.insert(after, std::move(disk));
 }

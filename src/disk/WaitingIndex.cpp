@@ -21,8 +21,9 @@ constexpr bool has(std::uint32_t kind, std::size_t index) { return (kind >> inde
 
 WaitingIndex::Entry::Entry(const Disk& entered, Kind kind) : disk(&entered) {
   for (std::size_t index = 0; index < TEXTS.size(); ++index) {
-    if (has(kind, index)) {
-      hash = std::rotl(hash, 7) ^ TextKey(*(entered.*TEXTS[index])()).hash;
+    const Text& text = (entered.*TEXTS[index])();
+    if (text && has(kind, index)) {
+      hash = std::rotl(hash, 7) ^ TextKey(*text).hash;
     }
   }
 }
@@ -33,9 +34,10 @@ bool WaitingIndex::Before::operator()(const Entry& one, const Entry& other) cons
   }
   for (std::size_t index = 0; index < TEXTS.size(); ++index) {
     if (has(kind, index)) {
-      const int order = (one.disk->*TEXTS[index])()->compare(*(other.disk->*TEXTS[index])());
-      if (order != 0) {
-        return order < 0;
+      const Text& text = (one.disk->*TEXTS[index])();
+      const Text& otherText = (other.disk->*TEXTS[index])();
+      if (text != otherText) {
+        return text < otherText;
       }
     }
   }

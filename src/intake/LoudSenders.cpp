@@ -73,6 +73,7 @@ void LoudSenders::_listenAgain(int descriptor) {
 
 bool LoudSenders::_applyTo(int descriptor) const {
   std::vector<std::uint32_t> senders;
+  senders.reserve(_silenced.size());
   for (const auto& [sender, end] : _silenced) {
     senders.push_back(sender);
   }

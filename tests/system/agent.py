@@ -194,7 +194,7 @@ class Agent:
     """A running agent. Standard error goes to a file unless told otherwise. The command ends up as
     the agent; `how` goes to the system, as does `user`, a number."""
 
-    def __init__(self, home, ports=(), stderr=None, command=(EXECUTABLE,), **how):
+    def __init__(self, home, ports=(), stderr=None, command=None, **how):
         self.home = home
         self.ports = ports
         self._log = home.base / "logs" / str(len(home.agents))
@@ -208,7 +208,7 @@ class Agent:
                            XDG_DATA_DIRS=f"{home.base / 'machine'}:/usr/share")
         with self._log.open("wb") as log:
             self._process = subprocess.Popen(
-                [*command], env=environment, cwd=home.base, stdin=subprocess.DEVNULL,
+                [*(command or [EXECUTABLE])], env=environment, cwd=home.base, stdin=subprocess.DEVNULL,
                 stdout=subprocess.DEVNULL, stderr=log if stderr is None else stderr, **how)
         home.agents.append(self)
 

@@ -32,6 +32,7 @@ using Limit = Admission::Limit;
 
 constexpr std::uint32_t DEVICE = 0xC0000205;
 constexpr std::uint32_t STRANGER = 0xC0000263;
+constexpr std::size_t MEBIBYTE = std::size_t{1024} * 1024;
 
 DiskPtr from(std::uint32_t sender, const Texts& texts) {
   const DiskPtr disk = makeDisk(texts);
@@ -217,11 +218,11 @@ TEST_F(AdmissionTest, ThereMayBe16384WaitingEventsInAll) {
 // Texts.
 
 TEST_F(AdmissionTest, OneSenderMayHaveAMebibyteOfTexts) {
-  constexpr std::size_t HALF = 512 * 1024;
+  constexpr std::size_t HALF = MEBIBYTE / 2;
   const DiskPtr record = announced(STRANGER, std::string(HALF, 'u'));
   known.append(record);
   // "no_disk" and "1" are texts, too.
-  const std::size_t rest = 1024 * 1024 - record->textSize() - 8;
+  const std::size_t rest = MEBIBYTE - record->textSize() - 8;
   EXPECT_THAT(admission.admit(noDisk(STRANGER, 1, rest + 1)), Optional(Limit::textOfSender));
   EXPECT_EQ(admission.admit(noDisk(STRANGER, 1, rest)), std::nullopt);
   EXPECT_THAT(admission.admit(from(STRANGER, {.event = "", .mac = "x"})),
@@ -231,20 +232,19 @@ TEST_F(AdmissionTest, OneSenderMayHaveAMebibyteOfTexts) {
 
 TEST_F(AdmissionTest, ThereMayBe16MebibytesOfTextsInAll) {
   for (std::uint32_t sender = 1; sender <= 15; ++sender) {
-    ASSERT_EQ(admission.admit(noDisk(sender, 1, 1024 * 1024 - 8)), std::nullopt);
+    ASSERT_EQ(admission.admit(noDisk(sender, 1, MEBIBYTE - 8)), std::nullopt);
   }
-  known.append(from(16, {.event = std::string(1024 * 1024 - 20, 'x')}));
+  known.append(from(16, {.event = std::string(MEBIBYTE - 20, 'x')}));
   EXPECT_THAT(admission.admit(noDisk(DEVICE, 1, 13)), Optional(Limit::text));
   EXPECT_EQ(admission.admit(noDisk(DEVICE, 1, 12)), std::nullopt);
   EXPECT_THAT(admission.admit(noDisk(STRANGER, 1)), Optional(Limit::text));
 }
 
 TEST_F(AdmissionTest, TheTextOfTheEventBeingHandledCountsOnce) {
-  const std::size_t limit = 1024 * 1024;
-  const DiskPtr event = announced(STRANGER, std::string(limit / 2, 'u'));
+  const DiskPtr event = announced(STRANGER, std::string(MEBIBYTE / 2, 'u'));
   EXPECT_EQ(admission.admit(event), std::nullopt);
   ASSERT_EQ(admission.next(), event);
-  const std::size_t rest = limit - event->textSize() - 8;
+  const std::size_t rest = MEBIBYTE - event->textSize() - 8;
   EXPECT_NE(admission.admit(noDisk(STRANGER, 1, rest + 1)), std::nullopt);
   known.append(event);
   EXPECT_NE(admission.admit(noDisk(STRANGER, 1, rest + 1)), std::nullopt);
