@@ -52,6 +52,7 @@ int bindTo(int descriptor, const Text& address, unsigned long port) {
   if (local.sin_addr.s_addr == INADDR_NONE) {
     return EADDRNOTAVAIL;
   }
+  // A bad descriptor never comes this far. NOLINTNEXTLINE(clang-analyzer-unix.StdCLibraryFunctions)
   return ::bind(descriptor, asSocketAddress(&local), sizeof local) < 0 ? errno : 0;
 }
 
@@ -129,7 +130,7 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
     return true;
   }
 
-  if (descriptor != -1) {
+  if (descriptor >= 0) {
     const int closed = ::close(descriptor);
     precondition(closed == 0, OPERATION, "close(descriptor) == 0");
   }

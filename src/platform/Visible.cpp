@@ -57,6 +57,8 @@ std::string visibleLines(std::string_view text) {
       result += text.substr(0, wide);
     } else if (text.front() == '\n') {
       result += "\n\t";
+    } else if (text.front() == '\\') {
+      result += '\\';
     } else {
       append(result, text.front());
     }

@@ -9,9 +9,10 @@ namespace ravelin::platform {
 /// by byte, \xHH, and a backslash as two. Different texts look different. Any thread.
 [[nodiscard]] std::string visible(std::string_view text);
 
-/// The same, but what is well-formed UTF-8 and no control character stays readable, and a line feed
-/// begins a line, which starts with a tab: no line of the text, after its first one, can be taken
-/// for the first line of another text. Any thread.
+/// The text with its control characters, and what is no well-formed UTF-8, shown in these forms;
+/// everything else stays as it is, backslashes too. A line feed begins a line, which starts with a
+/// tab: no line of the text, after its first one, can be taken for the first line of another text.
+/// Any thread.
 [[nodiscard]] std::string visibleLines(std::string_view text);
 
 }  // namespace ravelin::platform

@@ -23,9 +23,10 @@ using ravelin::platform::SystemLog;
 /// Keeps the lines to itself.
 class QuietLog final : public SystemLog {
  public:
-  void log(Level level, std::string_view messageTemplate) override {
+  std::size_t log(Level level, std::string_view messageTemplate) override {
     require(level == Level::info);
     lines.emplace_back(messageTemplate);
+    return 0;
   }
 
   static void require(bool holds) {

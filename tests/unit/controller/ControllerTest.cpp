@@ -407,7 +407,7 @@ TEST_F(ControllerTest, AFloodOfLongTextsIsCutOff) {
     receiveFrom("192.0.2.99", 1000,
                 "event:no_disk;mac:" + std::to_string(number) + ";label:" + filler);
   }
-  EXPECT_EQ(controller->waitingEvents(), 1024U * 1024 / (filler.size() + 8));
+  EXPECT_EQ(controller->waitingEvents(), std::size_t{1024} * 1024 / (filler.size() + 8));
 }
 
 TEST_F(ControllerTest, AFloodOfDisksLeavesRoomForThoseOfOthers) {

@@ -73,10 +73,11 @@ TEST(SystemLogTest, NoMessageDrivesTheTerminal) {
 TEST(SystemLogTest, BoundsTheLine) {
   const std::string head = "Ravelin Disk: ";
   const std::string mark = " [cut]\n";
+  std::string whole = head;
+  whole.append(LOG_LINE_LIMIT - head.size() - mark.size(), 'x').append(mark);
   for (const std::string& message :
        {std::string(LOG_LINE_LIMIT, 'x'), std::string(LOG_TEMPLATE_LIMIT, 'x')}) {
-    EXPECT_EQ(copyOf(message),
-              head + std::string(LOG_LINE_LIMIT - head.size() - mark.size(), 'x') + mark);
+    EXPECT_EQ(copyOf(message), whole);
   }
   std::string dense;
   for (int count = 0; count < 280; ++count) {

@@ -80,7 +80,7 @@ TEST_F(JournalSocketTest, NoMessageAddsAField) {
   const LogService journal(path(), SOCK_DGRAM);
   JournalSocket socket(path(), "Ravelin Disk", DAEMON);
   for (const std::string& message :
-       {std::string("one\ntwo"), std::string("\nPRIORITY=0\n"), std::string("x\n\0\1\0\n=", 8),
+       {std::string("one\ntwo"), std::string("\nPRIORITY=0\n"), std::string("x\n\0\1\0\n=", 7),
         std::string("\xFF\xC3\x1B[31m"), std::string(300, '\n'), std::string()}) {
     EXPECT_EQ(socket.send(SystemLog::Level::info, message), Result::taken);
     const Fields fields = decoded(journal.next());
