@@ -26,8 +26,10 @@ constexpr guint PATH_INTERVAL = 20;  // milliseconds
 /// How long a mount that nobody waits for is awaited. GVfs gives up itself long before.
 constexpr std::chrono::minutes LATE_LIMIT{30};
 
-constexpr int UNDO_ATTEMPTS = 20;
-constexpr guint UNDO_INTERVAL = 500;  // milliseconds
+/// How long GVfs may be busy with the place: a file that has just been closed is still being closed
+/// there, and whoever looks at every new mount asks for something.
+constexpr int BUSY_ATTEMPTS = 50;
+constexpr guint BUSY_INTERVAL = 100;  // milliseconds
 
 struct Meaning {
   int error;
@@ -150,15 +152,19 @@ void GvfsMount::undo() {
   }
   _allow(LIMIT);
   _cancellable.reset(g_cancellable_new());
-  // Whoever looks at every new mount may use it for a moment.
-  for (int attempt = 0; _isMounted && attempt < UNDO_ATTEMPTS; ++attempt) {
-    _inUse = false;
-    const Situation found = _find();
-    _isMounted = found == Situation::done && _unmountFound() == Situation::inUse;
-    if (_isMounted) {
-      g_usleep(gulong{UNDO_INTERVAL} * 1000);
-    }
+  if (_isMounted && _find() == Situation::done) {
+    _isMounted = _unmountWhenIdle([this] { return _unmountFound(); }) != Situation::done;
   }
+}
+
+Situation GvfsMount::_unmountWhenIdle(const std::function<Situation()>& unmount) {
+  Situation situation = unmount();
+  for (int attempt = 1; _inUse && attempt < BUSY_ATTEMPTS; ++attempt) {
+    g_usleep(gulong{BUSY_INTERVAL} * 1000);
+    _inUse = false;
+    situation = unmount();
+  }
+  return situation;
 }
 
 Error GvfsMount::_finishMount() {
@@ -171,7 +177,7 @@ Error GvfsMount::_finishMount() {
 Situation GvfsMount::unmount() {
   switch (const Situation situation = _find()) {
     case Situation::done:
-      return _unmountUnused();
+      return _unmountWhenIdle([this] { return _unmountUnused(); });
     case Situation::timedOut:
       return situation;
     default:
@@ -270,6 +276,7 @@ Situation GvfsMount::_judge(Error error) {
     case G_IO_ERROR_PERMISSION_DENIED:
       return Situation::notPermitted;
     case G_IO_ERROR_BUSY:
+      _inUse = true;
       return Situation::inUse;
     default:
       return situationBehind(_message);

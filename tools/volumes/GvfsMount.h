@@ -50,6 +50,8 @@ class GvfsMount {
   Error _finishMount();
   Situation _find();
   Situation _unmountUnused();
+  /// Tries for some seconds as long as GVfs itself is busy with the place.
+  Situation _unmountWhenIdle(const std::function<Situation()>& unmount);
   Situation _unmountFound();
   Situation _waitForPath();
   void _waitUntil(const std::function<bool()>& holds);
@@ -76,7 +78,7 @@ class GvfsMount {
   bool _isMounted = false;
   int _timesAsked = 0;
   bool _timeIsUp = false;
-  bool _inUse = false;
+  bool _inUse = false;  ///< by what GVfs does there itself
   std::string _mountPoint;
   std::string _message;
 };

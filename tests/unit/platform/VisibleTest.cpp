@@ -30,7 +30,7 @@ TEST(VisibleLinesTest, ShowsControlCharacters) {
 }
 
 TEST(VisibleLinesTest, KeepsTextReadable) {
-  const std::string text = "gr\xC3\xBC\xC3\x9F\x65 \xE2\x82\xAC \xF0\x9F\x92\xBE";
+  const std::string text = "a\\b gr\xC3\xBC\xC3\x9F\x65 \xE2\x82\xAC \xF0\x9F\x92\xBE";
   EXPECT_EQ(visibleLines(text), text);
 }
 
