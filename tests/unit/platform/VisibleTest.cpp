@@ -39,14 +39,14 @@ TEST(VisibleLinesTest, ShowsBytesThatAreNoCharacter) {
   EXPECT_EQ(visibleLines("\xC0\x8A"), "\\xc0\\x8a");
 }
 
-TEST(VisibleLinesTest, DifferentTextsLookDifferent) {
+TEST(VisibleTest, DifferentTextsLookDifferent) {
   std::set<std::string> seen;
   std::size_t count = 0;
   const std::string characters = "\\nrtx0a1b\n\r\t\x1B\n\t\x80\xC2\xE2\x82\xAC";
   for (const char first : std::set<char>(characters.begin(), characters.end())) {
     for (const char second : std::set<char>(characters.begin(), characters.end())) {
       for (const char third : std::set<char>(characters.begin(), characters.end())) {
-        seen.insert(visibleLines(std::string{first, second, third}));
+        seen.insert(visible(std::string{first, second, third}));
         ++count;
       }
     }
