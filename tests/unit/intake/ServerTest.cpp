@@ -20,7 +20,6 @@
 #include <vector>
 
 #include "Announcements.h"
-#include "NoFreeDescriptors.h"
 #include "OwnNetwork.h"
 #include "RecordingLog.h"
 #include "Seccomp.h"
@@ -258,22 +257,22 @@ TEST_F(ServerTest, APortThatASocketHasToItselfFailsLikewise) {
   EXPECT_EQ(server.port(), 0U);
 }
 
-TEST_F(ServerTest, AStartForWhichTheSystemHasNoSocketFailsLikewise) {
-  Server server;
-  {
-    // The undefined behaviour sanitizer needs descriptors to look at a member.
-    const auto freePort = port;
-    const test::NoFreeDescriptors none;
-    server.startOnPort(freePort);
-  }
-  EXPECT_THAT(log.take(), ElementsAre(error("Server socket cannot be created. Reason: Too many "
-                                            "open files"),
-                                      STOPPED));
-  EXPECT_EQ(server.port(), 0U);
-  EXPECT_EQ(server.cfSocket(), nullptr);
-  EXPECT_EQ(server.multicastSourceAddresses(), std::nullopt);
-  server.startOnPort(port);
-  EXPECT_THAT(log.take(), ElementsAre(STARTED));
+TEST_F(ServerDeathTest, AStartForWhichTheSystemHasNoSocketFailsLikewise) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        EXPECT_TRUE(test::refuse({__NR_socket, {{0, AF_INET}}}, EMFILE));
+        Server server;
+        server.startOnPort(port);
+        EXPECT_THAT(log.take(), ElementsAre(error("Server socket cannot be created. Reason: Too "
+                                                  "many open files"),
+                                            STOPPED));
+        EXPECT_EQ(server.port(), 0U);
+        EXPECT_EQ(server.cfSocket(), nullptr);
+        EXPECT_EQ(server.multicastSourceAddresses(), std::nullopt);
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ServerDeathTest, ARefusalToShareThePortIsToldAsMinusOneWhateverItsReason) {
