@@ -38,6 +38,8 @@ bool ShortcutFiles::exists(const Place& place) const {
 }
 
 std::optional<FileError> ShortcutFiles::remove(const Place& place) {
+  // Before the look: what another thread has just taken aside would not be seen.
+  const std::lock_guard lock(_removal);
   const Item item = _lookAt(place.folder.number(), place.name);
   return item.kind == Kind::shortcut ? _removeShortcut(place) : item.error;
 }

@@ -47,7 +47,8 @@ class ShortcutFiles {
 
   const BeneathResolver& _resolver;
   Trash _trash;
-  std::mutex _removal;  ///< so that nobody ends the process while another thread is half done
+  /// So that nobody ends the process while another thread is half done.
+  std::recursive_mutex _removal;
 };
 
 }  // namespace ravelin::platform

@@ -14,7 +14,7 @@ TEST(LogLineTest, KeepsLineThatIsNotTooLong) {
 }
 
 TEST(LogLineTest, CutsLongerLineWithAMark) {
-  const std::string cut = std::string(LOG_LINE_LIMIT - 6, 'x') + " [cut]";
+  const std::string cut = std::string(LOG_LINE_LIMIT - 6, 'x').append(" [cut]");
   EXPECT_EQ(cutLogLine(std::string(LOG_LINE_LIMIT + 1, 'x')), cut);
   EXPECT_EQ(cutLogLine(std::string(3 * LOG_LINE_LIMIT, 'x')), cut);
   EXPECT_EQ(cutLogLine("123456789", 8), "12 [cut]");

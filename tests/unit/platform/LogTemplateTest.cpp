@@ -48,7 +48,8 @@ TEST(LogTemplateTest, DescribesErrorZeroWhateverHasFailedLast) {
   for (const int failed : {0, ENOENT, EACCES}) {
     errno = failed;
     EXPECT_EQ(expandLogTemplate("%m"), description);
-    EXPECT_EQ(expandLogTemplate("[%.3m] [%.0m]"), "[" + description.substr(0, 3) + "] []");
+    EXPECT_EQ(expandLogTemplate("[%.3m] [%.0m]"),
+              std::string("[").append(description.substr(0, 3)).append("] []"));
     EXPECT_EQ(expandLogTemplate("%600m"), std::string(512 - description.size(), ' ') + description);
   }
 }

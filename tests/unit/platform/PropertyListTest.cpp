@@ -449,7 +449,7 @@ TEST_F(PropertyListTest, RefusesBinaryFilesThatAreEndlessOrNearlySo) {
 
 /// A dictionary whose only key is this object, and whose only value is true.
 std::string withKey(const std::string& key) {
-  return binaryOf({"\xD1" + bigEndian(1, 2) + bigEndian(2, 2), key, "\x09"});
+  return binaryOf({referring("\xD1", {1, 2}), key, "\x09"});
 }
 
 std::string asciiObject(const std::string& text) {
@@ -474,23 +474,24 @@ TEST_F(PropertyListTest, RefusesBinaryKeysWithANul) {
     EXPECT_EQ(read(withKey(utf16Object(key))), std::nullopt) << testing::PrintToString(key);
   }
   // Deeper, and as a key that is a value elsewhere.
-  const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
-  EXPECT_EQ(read(binaryOf({entry,
-                           "\x51"
-                           "a",
-                           "\xD1" + bigEndian(3, 2) + bigEndian(1, 2), "\x51\0"s})),
-            std::nullopt);
+  const std::string entry = referring("\xD1", {1, 2});
   EXPECT_EQ(
-      read(binaryOf({"\xD2" + bigEndian(1, 2) + bigEndian(2, 2) + bigEndian(2, 2) + bigEndian(1, 2),
+      read(binaryOf({entry,
                      "\x51"
                      "a",
-                     "\x51\0"s})),
+                     std::string("\xD1").append(bigEndian(3, 2)) + bigEndian(1, 2), "\x51\0"s})),
       std::nullopt);
+  EXPECT_EQ(read(binaryOf({std::string("\xD2").append(bigEndian(1, 2)) + bigEndian(2, 2) +
+                               bigEndian(2, 2) + bigEndian(1, 2),
+                           "\x51"
+                           "a",
+                           "\x51\0"s})),
+            std::nullopt);
 }
 
 TEST_F(PropertyListTest, ReadsATextWithANul) {
   using namespace std::string_literals;
-  const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
+  const std::string entry = referring("\xD1", {1, 2});
   const auto found = read(binaryOf({entry,
                                     "\x51"
                                     "a",
@@ -538,7 +539,7 @@ TEST_F(PropertyListTest, RefusesBinaryTextsThatAreLongerThanTheFile) {
         "\x5F\x13"s + std::string(8, '\xFF'), "\x6F\x13\x80"s + std::string(7, '\0'),
         "\x5F\x5F\x5F"s, "\x5F\x14"s + std::string(16, '\0'), "\x5F\x1F"s}) {
     EXPECT_EQ(read(withKey(object)), std::nullopt) << testing::PrintToString(object);
-    const std::string entry = "\xD1" + bigEndian(1, 2) + bigEndian(2, 2);
+    const std::string entry = referring("\xD1", {1, 2});
     EXPECT_EQ(read(binaryOf({entry,
                              "\x51"
                              "a",
@@ -552,13 +553,13 @@ TEST_F(PropertyListTest, RefusesBinaryTextsThatAreLongerThanTheFile) {
 TEST_F(PropertyListTest, RefusesBinaryFilesThatGrowWhenTheyAreRead) {
   for (const std::string& object :
        {asciiObject(std::string(10'000, 'x')), utf16Object(std::u16string(5'000, u'x')),
-        "\x4F\x12" + bigEndian(10'000, 4) + std::string(10'000, 'x')}) {
+        std::string("\x4F\x12").append(bigEndian(10'000, 4)) + std::string(10'000, 'x')}) {
     const auto list = [&object](std::uint64_t references) {
-      std::string array = "\xAF\x12" + bigEndian(references, 4);
+      std::string array = std::string("\xAF\x12").append(bigEndian(references, 4));
       for (std::uint64_t index = 0; index < references; ++index) {
         array += bigEndian(3, 2);
       }
-      return binaryOf({"\xD1" + bigEndian(1, 2) + bigEndian(2, 2),
+      return binaryOf({referring("\xD1", {1, 2}),
                        "\x51"
                        "a",
                        array, object});
