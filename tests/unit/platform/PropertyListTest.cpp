@@ -66,7 +66,7 @@ TEST(PropertyListValueTest, ATextIsReadAsAnInteger) {
   EXPECT_EQ(text("-2147483648").intValue(), LOWEST);
   EXPECT_EQ(text("-2147483649").intValue(), LOWEST);
   EXPECT_EQ(text(std::string(10'000, '9')).intValue(), HIGHEST);
-  EXPECT_EQ(text("-" + std::string(10'000, '9')).intValue(), LOWEST);
+  EXPECT_EQ(text(std::string("-").append(10'000, '9')).intValue(), LOWEST);
   for (const char* const none : {"", " ", "-", "+", "port", "- 1", "+-1", "--1", "YES", ".5"}) {
     EXPECT_EQ(text(none).intValue(), 0) << none;
   }
