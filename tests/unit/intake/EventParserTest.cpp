@@ -63,7 +63,7 @@ TEST_F(EventParserTest, AParsedDiskHasNeitherVolumeNorTime) {
 }
 
 TEST_F(EventParserTest, EmptyItemsChangeNothing) {
-  EXPECT_EQ(parsed(std::string(EXAMPLE) + ";"), EXAMPLE_TEXTS);
+  EXPECT_EQ(parsed(std::string(EXAMPLE).append(";")), EXAMPLE_TEXTS);
   EXPECT_EQ(parsed(";;" + std::string(EXAMPLE)), EXAMPLE_TEXTS);
   EXPECT_EQ(parsed("event:disk_mounted;;mac:02:00:00:00:00:01;;;ip:192.0.2.10;uuid:1234-ABCD;"
                    "label:USBDISK;;"),
@@ -104,7 +104,7 @@ TEST_F(EventParserTest, TheEventThatCountsForTheLogIsTheLastOne) {
 TEST_F(EventParserTest, ALineFeedAtTheEndBelongsToTheLastValue) {
   Texts expected = EXAMPLE_TEXTS;
   expected.label = "USBDISK\n";
-  EXPECT_EQ(parsed(std::string(EXAMPLE) + "\n"), expected);
+  EXPECT_EQ(parsed(std::string(EXAMPLE).append("\n")), expected);
 }
 
 TEST_F(EventParserTest, NothingIsTrimmed) {
