@@ -86,7 +86,7 @@ TEST_F(VolumesTest, TheCommentCarriesWhatGvfsSaid) {
   EXPECT_EQ(comment(19, "Ung\xc3\xbcltig\n\x1b[1m\x7f\xff"),
             "GVfs could not do it: Ung?ltig??[1m??");
   EXPECT_EQ(comment(19, std::string(100'000, 'x')),
-            "GVfs could not do it: " + std::string(300, 'x') + "...");
+            std::string("GVfs could not do it: ").append(300, 'x').append("..."));
 }
 
 TEST_F(VolumesTest, AHelperThatIsMissingOrEndsOddlyIsAFailure) {
