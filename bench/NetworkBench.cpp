@@ -29,10 +29,10 @@
 #include <vector>
 
 #include "SilentLog.h"
-#include "TemporaryHome.h"
 #include "core/Warden.h"
 #include "platform/Service.h"
 #include "platform/SystemLog.h"
+#include "support/TemporaryHome.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include "Announcements.h"
 #include "controller/Controller.h"
 #include "platform/FileManager.h"
-#include "platform/ScriptRunner.h"
 #include "platform/Service.h"
+#include "platform/scripts/ScriptRunner.h"
 
 namespace ravelin::bench {
 

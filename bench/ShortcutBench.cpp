@@ -15,8 +15,8 @@
 
 #include "Announcements.h"
 #include "OpenController.h"
-#include "TemporaryHome.h"
 #include "platform/RunLoop.h"
+#include "support/TemporaryHome.h"
 
 namespace ravelin::bench {
 

@@ -24,13 +24,13 @@
 #include <vector>
 
 #include "SilentLog.h"
+#include "base/PercentEscaping.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
-#include "platform/PercentEscaping.h"
 #include "platform/Service.h"
 #include "platform/SystemLog.h"
 #include "platform/SystemPrograms.h"
-#include "platform/linux/MountTable.h"
+#include "platform/linux/gvfs/MountTable.h"
 
 namespace {
 
@@ -265,7 +265,7 @@ bool isMissing(const std::string& path) {
 /// The agent's operations end when the path is there, or gone: these do, too.
 Times mountByGio(const std::string& server, const std::string& share, int turns) {
   const std::string url =
-      "smb://guest:@" + server + "/" + ravelin::platform::addingPercentEscapes(share).value();
+      "smb://guest:@" + server + "/" + ravelin::addingPercentEscapes(share).value();
   Times times;
   for (int turn = 0; turn < turns; ++turn) {
     std::this_thread::sleep_for(PAUSE);

@@ -8,22 +8,22 @@
 #include <string_view>
 #include <utility>
 
+#include "base/Blanks.h"
+#include "base/LogTemplate.h"
+#include "base/PathComponents.h"
+#include "base/PercentEscaping.h"
+#include "base/Precondition.h"
+#include "base/Utf8.h"
+#include "core/AgentState.h"
 #include "core/Constants.h"
 #include "core/DirectoryFinder.h"
 #include "core/Logger.h"
-#include "core/SystemState.h"
 #include "intake/EventParser.h"
 #include "intake/SenderAddress.h"
-#include "platform/Blanks.h"
 #include "platform/Clock.h"
 #include "platform/FileManager.h"
-#include "platform/LogTemplate.h"
-#include "platform/PathComponents.h"
-#include "platform/PercentEscaping.h"
-#include "platform/Precondition.h"
 #include "platform/Service.h"
 #include "platform/SystemVersion.h"
-#include "platform/Utf8.h"
 #include "platform/Workspace.h"
 
 namespace ravelin {
@@ -55,7 +55,7 @@ bool shortcutExists(const std::string& path) {
 }
 
 std::string recordFilePath() {
-  return shown(DirectoryFinder::UserApplicationSupportDirectory()) + "/" +
+  return textOrNull(DirectoryFinder::UserApplicationSupportDirectory()) + "/" +
          std::string(DISK_RECORD_FILE);
 }
 
@@ -66,14 +66,14 @@ std::string recordLine(std::string_view text) {
   std::string line;
   while (true) {
     const std::size_t end = text.find('\0');
-    line += platform::expandLogTemplate(text.substr(0, end));
-    if (end == std::string_view::npos || line.size() >= platform::LOG_TEMPLATE_LIMIT) {
+    line += expandLogTemplate(text.substr(0, end));
+    if (end == std::string_view::npos || line.size() >= LOG_TEMPLATE_LIMIT) {
       break;
     }
     line += '\0';
     text.remove_prefix(end + 1);
   }
-  line.resize(std::min(line.size(), platform::LOG_TEMPLATE_LIMIT));
+  line.resize(std::min(line.size(), LOG_TEMPLATE_LIMIT));
   return line + "\n";
 }
 
@@ -218,7 +218,7 @@ void Controller::_process(const DiskPtr& event) {
     if (!_isDiskMounted(*event)) {
       if (isStatus) {
         Logger::logPeerMessage(
-            "Disk " + shown(event->label()) +
+            "Disk " + textOrNull(event->label()) +
                 " is being mounted because it was already mounted on the device as "
                 "stated in disk_status message",
             LogTypeInfo);
@@ -242,7 +242,7 @@ void Controller::_process(const DiskPtr& event) {
     }
     for (const DiskPtr& disk : disks) {
       Logger::logPeerMessage(
-          "Disk " + shown(disk->label()) +
+          "Disk " + textOrNull(disk->label()) +
               " is being unmounted because it was already unmounted on the device "
               "as stated in no_disk message",
           LogTypeInfo);
@@ -332,7 +332,7 @@ void Controller::unmountAll() {
 void Controller::_deleteAliasAtPath(const std::string& path) {
   const bool reports = SnowLeopardAndAbove();
   if (!reports) {
-    const platform::RemovalScript script{platform::lastPathComponent(path)};
+    const platform::RemovalScript script{lastPathComponent(path)};
     RunLoop::main().performAndWait([&] { runApplescript(script); });
   }
   const auto error = fileManager().removeShortcutAtPath(path, DirectoryFinder::desktopDirectory());
@@ -342,7 +342,7 @@ void Controller::_deleteAliasAtPath(const std::string& path) {
 }
 
 std::string Controller::_getAliasPathForDisk(const Disk& disk) {
-  return shown(DirectoryFinder::desktopDirectory()) + "/" + shown(disk.label());
+  return textOrNull(DirectoryFinder::desktopDirectory()) + "/" + textOrNull(disk.label());
 }
 
 std::string Controller::_shortcutPathForDisk(const Disk& disk) {
@@ -354,7 +354,7 @@ void Controller::runApplescript(const platform::Script& source) {
 }
 
 Text Controller::_encodeURLString(const std::string& string) {
-  return platform::addingPercentEscapes(string);
+  return addingPercentEscapes(string);
 }
 
 std::unique_ptr<platform::Image> Controller::_getImage() {
@@ -362,7 +362,7 @@ std::unique_ptr<platform::Image> Controller::_getImage() {
   for (const char* name : {"icon.ico", "icon.icns"}) {
     for (const auto& folder : {DirectoryFinder::LocalApplicationSupportDirectory,
                                DirectoryFinder::UserApplicationSupportDirectory}) {
-      if (auto image = reader.imageWithContentsOfFile(shown(folder()) + "/" + name)) {
+      if (auto image = reader.imageWithContentsOfFile(textOrNull(folder()) + "/" + name)) {
         return image;
       }
     }
@@ -420,7 +420,7 @@ void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {
       stale.push_back(disk);
       std::array<char, 64> seconds{};
       std::snprintf(seconds.data(), seconds.size(), "%f", silence.count());
-      Logger::logPeerMessage("Disk " + shown(disk->label()) + " has not been updated in " +
+      Logger::logPeerMessage("Disk " + textOrNull(disk->label()) + " has not been updated in " +
                                  seconds.data() + " seconds, so it is assumed to be unmounted!",
                              LogTypeInfo);
     }
@@ -443,14 +443,14 @@ void Controller::recordMountedDisks() const {
 
 void Controller::deleteRecordedDisks() {
   const Text text = fileManager().contentsAtPath(recordFilePath(), RECORD_FILE_LIMIT);
-  if (!text || !platform::isUtf8(*text)) {
+  if (!text || !isUtf8(*text)) {
     return;
   }
   bool isInside = false;
-  std::string_view rest = platform::withoutLeadingBlanks(*text);
+  std::string_view rest = withoutLeadingBlanks(*text);
   while (!rest.empty()) {
     const std::string line(rest.substr(0, rest.find('\n')));
-    rest = platform::withoutLeadingBlanks(rest.substr(line.size()));
+    rest = withoutLeadingBlanks(rest.substr(line.size()));
     if (line == "start") {
       isInside = true;
     } else if (line == "end") {

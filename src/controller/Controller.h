@@ -19,7 +19,7 @@
 #include "intake/ServerDelegate.h"
 #include "platform/Image.h"
 #include "platform/RunLoop.h"
-#include "platform/ScriptRunner.h"
+#include "platform/scripts/ScriptRunner.h"
 
 namespace ravelin {
 

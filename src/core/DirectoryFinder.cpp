@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "disk/Disk.h"
 #include "platform/FileManager.h"
 #include "platform/Service.h"
 
@@ -48,8 +47,8 @@ Text DirectoryFinder::UserApplicationSupportDirectory() {
                                 SUPPORT_FOLDER_NAME);
 }
 
-std::string DirectoryFinder::diskMountDirectory(const Disk& disk) {
-  return shown(UserApplicationSupportDirectory()) + "/" + shown(disk.label());
+std::string DirectoryFinder::diskMountDirectory(const Text& label) {
+  return textOrNull(UserApplicationSupportDirectory()) + "/" + textOrNull(label);
 }
 
 }  // namespace ravelin

@@ -2,12 +2,10 @@
 
 #include <string>
 
+#include "base/Text.h"
 #include "platform/SearchPaths.h"
-#include "platform/Text.h"
 
 namespace ravelin {
-
-class Disk;
 
 /// Knows the agent's standard folders. Every answer is found out afresh. Any thread.
 class DirectoryFinder {
@@ -23,9 +21,9 @@ class DirectoryFinder {
   /// there and cannot be created.
   static Text UserApplicationSupportDirectory();
 
-  /// Where the disk's share is mounted by command: a folder named after the label, as it stands,
-  /// in the user's support folder. It is not created.
-  static std::string diskMountDirectory(const Disk& disk);
+  /// Where the share of the disk with this label is mounted by command: a folder named after the
+  /// label, as it stands, in the user's support folder. It is not created.
+  static std::string diskMountDirectory(const Text& label);
 
  private:
   static Text _findOrCreateDirectory(platform::SearchPathDirectory directory,

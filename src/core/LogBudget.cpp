@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/LogLine.h"
+#include "base/LogLine.h"
 
 namespace ravelin {
-
-using platform::LOG_LINE_LIMIT;
 
 bool LogBudget::reserve(Clock::time_point now) {
   const std::lock_guard lock(_mutex);

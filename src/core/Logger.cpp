@@ -10,17 +10,6 @@
 
 namespace ravelin {
 
-namespace platform {
-
-// The log service is the system's, the identity under which it is opened is the agent's.
-template <>
-SystemLog& native<SystemLog>() {
-  static SystemLog& asl = *SystemLog::open("Ravelin Disk", "Daemon", true).release();
-  return asl;
-}
-
-}  // namespace platform
-
 namespace {
 
 using platform::SystemLog;
@@ -30,7 +19,13 @@ LogBudget& peerBudget() {
   return budget;
 }
 
-SystemLog& asl() { return platform::service<SystemLog>(); }
+/// The log service under the agent's identity, opened at the first line.
+SystemLog& opened() {
+  static SystemLog& asl = *SystemLog::open("Ravelin Disk", "Daemon", true).release();
+  return asl;
+}
+
+SystemLog& asl() { return platform::serviceOr<SystemLog>(opened); }
 
 std::optional<SystemLog::Level> levelOf(std::int32_t logType) {
   switch (logType) {

@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "controller/Controller.h"
+#include "core/AgentState.h"
 #include "core/DirectoryFinder.h"
 #include "core/Logger.h"
-#include "core/SystemState.h"
 #include "intake/Server.h"
 
 namespace ravelin {
@@ -190,7 +190,7 @@ void Warden::_startServer(const PropertyListArray& entry, bool joinIGMP) {
   server->startOnPort(entry[1].intValue());
   auto servers = serverArray();
   if (joinIGMP) {
-    const std::string group = shown(entry[0].stringValue());
+    const std::string group = textOrNull(entry[0].stringValue());
     const auto addresses = _getLocalIPAdresses();
     // The servers before this one have not joined on these, and the notice of the change is yet to
     // come.

@@ -1,12 +1,13 @@
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
+#include "base/Precondition.h"
+#include "core/AgentState.h"
 #include "core/Logger.h"
-#include "core/SystemState.h"
 #include "core/Warden.h"
 #include "platform/ApplicationServices.h"
 #include "platform/ConsoleLog.h"
-#include "platform/Precondition.h"
 #include "platform/StandardDescriptors.h"
 #include "platform/TerminationSignal.h"
 
@@ -35,6 +36,7 @@ Warden* mounter = nullptr;
 int main() {
   using namespace ravelin;
   platform::openStandardDescriptors();
+  setPreconditionReport([](std::string_view message) { platform::consoleLog(message); });
   platform::installTerminationHandler(handleSigTermSignal);
   platform::consoleLog(platform::loadApplicationServices() ? "Success initializing Cocoa."
                                                            : "Error initializing Cocoa.");

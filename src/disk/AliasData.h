@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "platform/Text.h"
+#include "base/Text.h"
 
 namespace ravelin {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/Text.h"
+#include "base/Text.h"
 
 namespace ravelin {
 

@@ -3,20 +3,20 @@
 #include <cstddef>
 #include <string_view>
 
+#include "base/PathComponents.h"
+#include "base/PercentEscaping.h"
+#include "base/Utf8.h"
 #include "core/Constants.h"
 #include "core/DirectoryFinder.h"
 #include "core/Logger.h"
 #include "disk/AliasData.h"
-#include "platform/AliasScript.h"
 #include "platform/FileManager.h"
-#include "platform/PathComponents.h"
-#include "platform/PercentEscaping.h"
 #include "platform/RunLoop.h"
-#include "platform/ScriptRunner.h"
 #include "platform/Service.h"
 #include "platform/SystemPrograms.h"
-#include "platform/Utf8.h"
 #include "platform/Volumes.h"
+#include "platform/scripts/AliasScript.h"
+#include "platform/scripts/ScriptRunner.h"
 
 namespace ravelin {
 
@@ -34,9 +34,7 @@ platform::Volumes& volumes() { return service<platform::Volumes>(); }
 
 void log(const std::string& message) { Logger::logMessage(message, LogTypeInfo); }
 
-Text decoded(const std::string& output) {
-  return platform::isUtf8(output) ? Text(output) : std::nullopt;
-}
+Text decoded(const std::string& output) { return isUtf8(output) ? Text(output) : std::nullopt; }
 
 /// The text without its last character.
 std::string_view withoutLastCharacter(std::string_view text) {
@@ -89,24 +87,24 @@ bool DiskManager::isDiskMountable(const Disk& disk) {
 }
 
 bool DiskManager::_coreServicesMountDisk(Disk& disk) {
-  const std::string url =
-      "smb://" + shown(disk.ipAddress()) + "/" + shown(_mountOperationEncodeURL(disk.label()));
+  const std::string url = "smb://" + textOrNull(disk.ipAddress()) + "/" +
+                          textOrNull(_mountOperationEncodeURL(disk.label()));
   const auto mount = volumes().mountServerVolume(url, "guest", "");
   disk.setVolumeReference(mount.reference);
-  log("FSMountServerVolumeSync (" + shown(disk.label()) +
+  log("FSMountServerVolumeSync (" + textOrNull(disk.label()) +
       ") result:" + std::to_string(mount.status) + "=" + mount.comment);
   return mount.status == 0;
 }
 
 bool DiskManager::_shellMountDisk(const Disk& disk) {
-  const std::string directory = DirectoryFinder::diskMountDirectory(disk);
+  const std::string directory = DirectoryFinder::diskMountDirectory(disk.label());
   programs().mkdir(directory);
-  const std::string source =
-      "//guest:@" + shown(disk.ipAddress()) + "/" + shown(_mountOperationEncodeURL(disk.label()));
+  const std::string source = "//guest:@" + textOrNull(disk.ipAddress()) + "/" +
+                             textOrNull(_mountOperationEncodeURL(disk.label()));
   for (int attempt = 1; attempt <= SHELL_MOUNT_RETRY_COUNT; ++attempt) {
     const ChildResult result = programs().mount({"-t", "smbfs", source, directory});
     const std::string task =
-        "MountTask (" + shown(disk.label()) + " Try:" + std::to_string(attempt);
+        "MountTask (" + textOrNull(disk.label()) + " Try:" + std::to_string(attempt);
     if (result.terminationStatus == 0) {
       log(task + ") successful.");
       return true;
@@ -114,11 +112,11 @@ bool DiskManager::_shellMountDisk(const Disk& disk) {
     const Text output = decoded(result.output);
     if (result.terminationStatus == MOUNT_IN_THE_WAY ||
         (output && output->find("File exists") != std::string::npos)) {
-      log(task + ") Error: " + shown(output) + ".");
+      log(task + ") Error: " + textOrNull(output) + ".");
       _shellUnmountAlreadyMountedVolume(disk);
     } else {
       log(task + " termination Status " + std::to_string(result.terminationStatus) +
-          ") result:" + shown(output));
+          ") result:" + textOrNull(output));
     }
   }
   return false;
@@ -130,7 +128,7 @@ Text DiskManager::getMountedDiskMountDirectory(const Disk& disk) {
 
 Text DiskManager::_getMountPathForDiskIfAlreadyMounted(const Disk& disk) {
   const std::string sought =
-      shown(disk.ipAddress()) + "/" + shown(_mountOperationEncodeURL(disk.label()));
+      textOrNull(disk.ipAddress()) + "/" + textOrNull(_mountOperationEncodeURL(disk.label()));
   const Text listing = decoded(programs().mountTable(sought).output);
   const std::size_t found = listing ? listing->find(sought) : std::string::npos;
   return found == std::string::npos
@@ -139,7 +137,7 @@ Text DiskManager::_getMountPathForDiskIfAlreadyMounted(const Disk& disk) {
 }
 
 Text DiskManager::_mountOperationEncodeURL(const Text& string) {
-  return string ? platform::addingPercentEscapes(*string) : std::nullopt;
+  return string ? addingPercentEscapes(*string) : std::nullopt;
 }
 
 bool DiskManager::unmountDisk(const Disk& disk) {
@@ -152,8 +150,8 @@ bool DiskManager::unmountDisk(const Disk& disk) {
 
 bool DiskManager::_coreServicesUnmountDisk(const Disk& disk) {
   const auto unmount = volumes().unmountVolume(disk.volumeReference());
-  log("FSUnmountVolumeSync (" + shown(disk.label()) + ") result:" + std::to_string(unmount.status) +
-      "=" + unmount.comment);
+  log("FSUnmountVolumeSync (" + textOrNull(disk.label()) +
+      ") result:" + std::to_string(unmount.status) + "=" + unmount.comment);
   return unmount.status == 0 || !disk.doesVolumeExist();
 }
 
@@ -166,7 +164,7 @@ bool DiskManager::_shellUnMountDiskAtPath(const std::string& path) {
 bool DiskManager::_shellUnmountAlreadyMountedVolume(const Disk& disk) {
   const Text path = _getMountPathForDiskIfAlreadyMounted(disk);
   if (!path) {
-    log("_shellUnmountAlreadyMountedVolume: (" + shown(path) +
+    log("_shellUnmountAlreadyMountedVolume: (" + textOrNull(path) +
         ") appears to be unmounted already.");
     return true;
   }
@@ -174,7 +172,7 @@ bool DiskManager::_shellUnmountAlreadyMountedVolume(const Disk& disk) {
 }
 
 bool DiskManager::_shellUnmountDisk(const Disk& disk) {
-  const std::string directory = DirectoryFinder::diskMountDirectory(disk);
+  const std::string directory = DirectoryFinder::diskMountDirectory(disk.label());
   if (!_shellUnMountDiskAtPath(directory)) {
     return false;
   }
@@ -183,7 +181,7 @@ bool DiskManager::_shellUnmountDisk(const Disk& disk) {
 }
 
 bool DiskManager::createDesktopAliasForPath(const std::string& path) {
-  const std::string name = platform::lastPathComponent(path);
+  const std::string name = lastPathComponent(path);
   const Text desktop = DirectoryFinder::desktopDirectory();
   // The root and the empty path have no name of their own to append.
   const Text item = !desktop || name.empty() || name == "/" ? desktop : *desktop + "/" + name;

@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "base/Text.h"
 #include "disk/Disk.h"
-#include "platform/Text.h"
 
 namespace ravelin {
 

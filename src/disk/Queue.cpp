@@ -3,7 +3,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/Precondition.h"
+#include "base/Precondition.h"
 
 namespace ravelin {
 

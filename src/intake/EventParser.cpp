@@ -54,11 +54,12 @@ bool takeItem(std::string_view item, Disk& disk) {
 }
 
 void logReceived(std::string_view text, const Disk& disk) {
-  Logger::logPeerMessage("Received event message\n" + std::string(text) +
-                             "\nDisk is\nevent:" + shown(disk.eventName()) +
-                             ";mac:" + shown(disk.macAddress()) + ";ip:" + shown(disk.ipAddress()) +
-                             ";uuid:" + shown(disk.uuid()) + ";label:" + shown(disk.label()) + ";",
-                         LogTypeInfo);
+  Logger::logPeerMessage(
+      "Received event message\n" + std::string(text) +
+          "\nDisk is\nevent:" + textOrNull(disk.eventName()) +
+          ";mac:" + textOrNull(disk.macAddress()) + ";ip:" + textOrNull(disk.ipAddress()) +
+          ";uuid:" + textOrNull(disk.uuid()) + ";label:" + textOrNull(disk.label()) + ";",
+      LogTypeInfo);
 }
 
 }  // namespace

@@ -12,11 +12,11 @@
 #include <cstring>
 #include <system_error>
 
+#include "base/Precondition.h"
 #include "core/Logger.h"
 #include "intake/SenderAddress.h"
 #include "platform/DatagramSocket.h"
 #include "platform/MulticastSocket.h"
-#include "platform/Precondition.h"
 #include "platform/RunLoop.h"
 
 namespace ravelin {
@@ -271,7 +271,7 @@ void Server::joinMulticastGroup(const std::string& group, const Text& withSource
 void Server::dropMulticastGroup(const std::string& group, const Text& withSourceAddress) {
   if (!_changeMembership(IP_DROP_MEMBERSHIP, group, withSourceAddress)) {
     Logger::logMessage("Server cannot drop multicast group " + group + " (source addr " +
-                           shown(withSourceAddress) + ") at port " + std::to_string(_port),
+                           textOrNull(withSourceAddress) + ") at port " + std::to_string(_port),
                        LogTypeError);
     return;
   }

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "base/Text.h"
 #include "intake/LoudSenders.h"
 #include "intake/ServerDelegate.h"
 #include "platform/RunLoopSocket.h"
-#include "platform/Text.h"
 
 namespace ravelin {
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Service.h"
+
 namespace ravelin::platform {
 
 /// What is raised where a program cannot be started at all.
@@ -49,5 +51,8 @@ class ChildProcesses {
                           Output output,
                           std::optional<std::chrono::milliseconds> limit = std::nullopt) = 0;
 };
+
+template <>
+ChildProcesses& native<ChildProcesses>();
 
 }  // namespace ravelin::platform

@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "platform/Service.h"
+
 namespace ravelin::platform {
 
 /// The wall clock. Any thread.
@@ -14,5 +16,8 @@ class Clock {
   /// The current date and time, with sub-second resolution.
   virtual Date now() = 0;
 };
+
+template <>
+Clock& native<Clock>();
 
 }  // namespace ravelin::platform

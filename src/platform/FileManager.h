@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Text.h"
+#include "base/Text.h"
+#include "platform/Service.h"
 
 namespace ravelin::platform {
 
@@ -68,5 +69,8 @@ class FileManager {
   virtual std::optional<FileError> writeShortcutAtPath(const std::string& path, const Text& beneath,
                                                        std::string_view content) = 0;
 };
+
+template <>
+FileManager& native<FileManager>();
 
 }  // namespace ravelin::platform

@@ -3,6 +3,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/Service.h"
+
 namespace ravelin::platform {
 
 /// A picture that the system can show, from a file.
@@ -24,5 +26,8 @@ class ImageReader {
   /// up, and let alone for a minute, in which no further file is looked into.
   virtual std::unique_ptr<Image> imageWithContentsOfFile(const std::string& path) = 0;
 };
+
+template <>
+ImageReader& native<ImageReader>();
 
 }  // namespace ravelin::platform

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "platform/Precondition.h"
+#include "base/Precondition.h"
 #include "platform/RunLoop.h"
 
 namespace ravelin::platform {

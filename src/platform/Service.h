@@ -4,20 +4,26 @@
 
 namespace ravelin::platform {
 
-/// The one native implementation of an interface; each system's side defines it for the interfaces
-/// that it serves. It lives until the process ends, exit handlers included.
+/// The one native implementation of an interface. Each interface's header declares its own, which
+/// each system's side defines. It lives until the process ends, exit handlers included.
 template <class Interface>
 Interface& native();
 
 template <class Interface>
 inline std::atomic<Interface*> gSubstitute = nullptr;
 
-/// The implementation in force: the native one, unless a test has put a substitute in its place.
-/// Any thread.
+/// The implementation in force: what `own` returns, unless a test has put a substitute in its
+/// place. Any thread.
+template <class Interface, class Own>
+[[nodiscard]] Interface& serviceOr(const Own& own) {
+  Interface* substitute = gSubstitute<Interface>.load(std::memory_order_acquire);
+  return substitute != nullptr ? *substitute : own();
+}
+
+/// The same for the native implementation. Any thread.
 template <class Interface>
 [[nodiscard]] Interface& service() {
-  Interface* substitute = gSubstitute<Interface>.load(std::memory_order_acquire);
-  return substitute != nullptr ? *substitute : native<Interface>();
+  return serviceOr<Interface>(native<Interface>);
 }
 
 /// Puts an implementation in place of the one in force for the lifetime of this object. For tests.

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/ChildProcess.h"
+#include "platform/Service.h"
 
 namespace ravelin::platform {
 
@@ -34,5 +35,8 @@ class SystemPrograms {
   /// "/bin/rmdir" with the path as its only argument.
   virtual ChildResult rmdir(const std::string& path) = 0;
 };
+
+template <>
+SystemPrograms& native<SystemPrograms>();
 
 }  // namespace ravelin::platform

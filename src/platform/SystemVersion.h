@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "platform/Service.h"
+
 namespace ravelin::platform {
 
 /// The version of the system, in the terms of the desktop system that is the agent's home.
@@ -13,5 +15,8 @@ class SystemVersion {
   /// out. A system of another kind answers the version whose conduct it shares. Any thread.
   virtual std::int32_t gestaltSystemVersion() = 0;
 };
+
+template <>
+SystemVersion& native<SystemVersion>();
 
 }  // namespace ravelin::platform

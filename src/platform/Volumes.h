@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/Text.h"
+#include "base/Text.h"
+#include "platform/Service.h"
 
 namespace ravelin::platform {
 
@@ -71,5 +72,8 @@ class Volumes {
   /// The shares of servers that are mounted now.
   virtual std::vector<MountedShare> mountedShares() = 0;
 };
+
+template <>
+Volumes& native<Volumes>();
 
 }  // namespace ravelin::platform

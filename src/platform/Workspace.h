@@ -3,7 +3,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/Text.h"
+#include "base/Text.h"
+#include "platform/Service.h"
 
 namespace ravelin::platform {
 
@@ -25,5 +26,8 @@ class Workspace {
   /// the places where desktops look for it. May raise WorkspaceException.
   virtual bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) = 0;
 };
+
+template <>
+Workspace& native<Workspace>();
 
 }  // namespace ravelin::platform

@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "platform/LogLine.h"
-#include "platform/LogTemplate.h"
-#include "platform/Utf8.h"
-#include "platform/Visible.h"
+#include "base/LogLine.h"
+#include "base/LogTemplate.h"
+#include "base/Utf8.h"
+#include "base/Visible.h"
 
 namespace {
 

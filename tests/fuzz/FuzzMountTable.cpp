@@ -7,13 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "base/PercentEscaping.h"
+#include "base/Utf8.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
-#include "platform/PercentEscaping.h"
 #include "platform/Service.h"
 #include "platform/SystemPrograms.h"
-#include "platform/Utf8.h"
-#include "platform/linux/MountTable.h"
+#include "platform/linux/gvfs/MountTable.h"
 
 namespace {
 
@@ -21,11 +21,9 @@ using ravelin::Disk;
 using ravelin::DiskManager;
 using ravelin::shown;
 using ravelin::Text;
-using ravelin::platform::addingPercentEscapes;
 using ravelin::platform::ChildResult;
 using ravelin::platform::Mount;
 using ravelin::platform::MountTable;
-using ravelin::platform::removingPercentEscapes;
 
 void require(bool holds) {
   if (!holds) {
@@ -196,13 +194,13 @@ void checkLookUp(const MountTable& table, const std::vector<Mount>& expected,
   Disk disk;
   disk.setIpAddress(address);
   disk.setLabel(label);
-  const std::string sought = address + "/" + shown(addingPercentEscapes(label));
+  const std::string sought = address + "/" + textOrNull(addingPercentEscapes(label));
   std::string listing;
   for (const Mount& mount : expected) {
     listing += listed(mount, sought);
   }
   // What is not UTF-8 has no text to be searched.
-  if (ravelin::platform::isUtf8(listing)) {
+  if (ravelin::isUtf8(listing)) {
     require(table.listing(sought) == listing);
     require(DiskManager::getMountedDiskMountDirectory(disk) == foundIn(listing, sought));
   }

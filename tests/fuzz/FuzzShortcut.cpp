@@ -6,12 +6,12 @@
 #include <string_view>
 #include <variant>
 
-#include "common/GioTypes.h"
+#include "base/PercentEscaping.h"
 #include "open/ShareUrl.h"
 #include "open/ShortcutEntry.h"
-#include "platform/PercentEscaping.h"
-#include "platform/ShortcutScript.h"
-#include "platform/linux/DesktopEntry.h"
+#include "platform/linux/GioTypes.h"
+#include "platform/linux/shortcut/DesktopEntry.h"
+#include "platform/scripts/ShortcutScript.h"
 
 namespace {
 
@@ -61,12 +61,10 @@ void checkUrl(const std::string& url) {
   const std::size_t slash = url.find('/', start.size());
   require(slash != std::string::npos && url.rfind('/') == slash);
   const std::string address = url.substr(start.size(), slash - start.size());
-  const std::string label = ravelin::platform::removingPercentEscapes(url.substr(slash + 1));
+  const std::string label = ravelin::removingPercentEscapes(url.substr(slash + 1));
   require(isAddress(address) && isShareName(label));
   const ravelin::platform::ShortcutScript script{
-      .ipAddress = address,
-      .encodedLabel = ravelin::platform::addingPercentEscapes(label),
-      .label = label};
+      .ipAddress = address, .encodedLabel = ravelin::addingPercentEscapes(label), .label = label};
   require(script.url() == url);
 }
 
@@ -87,7 +85,7 @@ void checkEntry(const std::string& entry, const std::string& url) {
 
 /// What the agent writes is opened exactly when it leads to one share.
 void checkShortcut(const std::string& label, const std::string& address) {
-  const auto encoded = ravelin::platform::addingPercentEscapes(label);
+  const auto encoded = ravelin::addingPercentEscapes(label);
   const ravelin::platform::ShortcutScript script{
       .ipAddress = address, .encodedLabel = encoded, .label = label};
   if (!encoded || (label + address).find('\0') != std::string::npos) {

@@ -6,9 +6,9 @@
 #include <map>
 #include <string>
 
+#include "base/Text.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
-#include "platform/Text.h"
 
 int main(int count, char** arguments) {
   using namespace ravelin;
@@ -25,8 +25,8 @@ int main(int count, char** arguments) {
       {"mount", [&] { return text(manager.mountDisk(disk)); }},
       {"unmount", [&] { return text(manager.unmountDisk(disk)); }},
       {"exists", [&] { return text(disk.doesVolumeExist()); }},
-      {"path", [&] { return shown(disk.getVolumePath()); }},
-      {"lookup", [&] { return shown(DiskManager::getMountedDiskMountDirectory(disk)); }},
+      {"path", [&] { return textOrNull(disk.getVolumePath()); }},
+      {"lookup", [&] { return textOrNull(DiskManager::getMountedDiskMountDirectory(disk)); }},
       {"reference", [&] { return std::to_string(disk.volumeReference()); }},
   };
   for (std::string line; std::getline(std::cin, line);) {

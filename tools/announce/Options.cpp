@@ -12,12 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/Visible.h"
 #include "common/InQuotes.h"
-#include "platform/Visible.h"
 
 namespace ravelin::announce {
-
-using platform::visible;
 
 namespace {
 
@@ -163,16 +161,16 @@ std::string optionName(int code) {
                                                      : CHOICES.at(index).name);
 }
 
-Problem misuse(const std::string& argument, std::string_view explanation) {
+Failure misuse(const std::string& argument, std::string_view explanation) {
   return {MISUSED, argument + ": " + std::string(explanation)};
 }
 
-Problem unwanted(const std::string& argument, std::string_view wanted, std::string_view value) {
+Failure unwanted(const std::string& argument, std::string_view wanted, std::string_view value) {
   return misuse(argument, "wanted " + std::string(wanted) + ", not '" + visible(value) + "'");
 }
 
 /// Puts together what the options say, and the arguments that are left.
-std::variant<Options, Information, Problem> conclude(Collected& collected,
+std::variant<Options, Information, Failure> conclude(Collected& collected,
                                                      const std::vector<std::string>& arguments) {
   std::vector<std::string> names{"EVENT", "HOST", "PORT"};
   if (collected.raw) {
@@ -215,7 +213,7 @@ std::variant<Options, Information, Problem> conclude(Collected& collected,
 
 }  // namespace
 
-std::variant<Options, Information, Problem> parseOptions(int count, char** arguments) {
+std::variant<Options, Information, Failure> parseOptions(int count, char** arguments) {
   std::vector<option> known;
   known.reserve(CHOICES.size() + 3);
   for (const Choice& choice : CHOICES) {

@@ -7,7 +7,7 @@
 #include <variant>
 
 #include "Announcement.h"
-#include "common/Problem.h"
+#include "common/Failure.h"
 
 namespace ravelin::announce {
 
@@ -30,6 +30,6 @@ struct Information {
 };
 
 /// Reads the arguments of main(), which may get another order. Once in a process.
-std::variant<Options, Information, Problem> parseOptions(int count, char** arguments);
+std::variant<Options, Information, Failure> parseOptions(int count, char** arguments);
 
 }  // namespace ravelin::announce

@@ -15,11 +15,9 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/Visible.h"
+#include "base/Visible.h"
 
 namespace ravelin::announce {
-
-using platform::visible;
 
 namespace {
 
@@ -35,14 +33,14 @@ std::string dotted(const in_addr& address) {
 
 std::string reason() { return std::system_category().message(errno); }
 
-std::variant<sockaddr_in, Problem> resolve(const std::string& host, std::uint16_t port) {
+std::variant<sockaddr_in, Failure> resolve(const std::string& host, std::uint16_t port) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_DGRAM;
   addrinfo* found = nullptr;
   const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
   if (error != 0) {
-    return Problem{MISUSED, "HOST: wanted an IPv4 address or a name that has one, not '" +
+    return Failure{MISUSED, "HOST: wanted an IPv4 address or a name that has one, not '" +
                                 visible(host) + "': " + ::gai_strerror(error)};
   }
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, ::freeaddrinfo);
@@ -53,10 +51,10 @@ std::variant<sockaddr_in, Problem> resolve(const std::string& host, std::uint16_
 }
 
 /// The first IPv4 address of the interface that has the given name or address.
-std::variant<in_addr, Problem> interfaceAddress(const std::string& interface) {
+std::variant<in_addr, Failure> interfaceAddress(const std::string& interface) {
   ifaddrs* all = nullptr;
   if (::getifaddrs(&all) != 0) {
-    return Problem{FAILED, "cannot list the network interfaces: " + reason()};
+    return Failure{FAILED, "cannot list the network interfaces: " + reason()};
   }
   const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, ::freeifaddrs);
   for (const ifaddrs* entry = all; entry != nullptr; entry = entry->ifa_next) {
@@ -68,7 +66,7 @@ std::variant<in_addr, Problem> interfaceAddress(const std::string& interface) {
       }
     }
   }
-  return Problem{MISUSED,
+  return Failure{MISUSED,
                  "--interface: wanted the name or IPv4 address of a network interface that has "
                  "one, not '" +
                      visible(interface) + "'"};
@@ -76,16 +74,16 @@ std::variant<in_addr, Problem> interfaceAddress(const std::string& interface) {
 
 }  // namespace
 
-std::variant<Sender, Problem> Sender::open(const std::string& host, std::uint16_t port,
+std::variant<Sender, Failure> Sender::open(const std::string& host, std::uint16_t port,
                                            const std::optional<std::string>& interface,
                                            std::optional<std::uint8_t> timeToLive) {
   const auto destination = resolve(host, port);
-  if (const auto* const problem = std::get_if<Problem>(&destination)) {
-    return *problem;
+  if (const auto* const failure = std::get_if<Failure>(&destination)) {
+    return *failure;
   }
   const auto& address = std::get<sockaddr_in>(destination);
   if (!IN_MULTICAST(ntohl(address.sin_addr.s_addr)) && (interface || timeToLive)) {
-    return Problem{MISUSED, std::string(interface ? "--interface" : "--ttl") +
+    return Failure{MISUSED, std::string(interface ? "--interface" : "--ttl") +
                                 ": is for multicast groups only, and '" + visible(host) +
                                 "' is none"};
   }
@@ -95,8 +93,8 @@ std::variant<Sender, Problem> Sender::open(const std::string& host, std::uint16_
   }
   if (interface) {
     const auto outgoing = interfaceAddress(*interface);
-    if (const auto* const problem = std::get_if<Problem>(&outgoing)) {
-      return *problem;
+    if (const auto* const failure = std::get_if<Failure>(&outgoing)) {
+      return *failure;
     }
     if (::setsockopt(sender._socket, IPPROTO_IP, IP_MULTICAST_IF, &std::get<in_addr>(outgoing),
                      sizeof(in_addr)) != 0) {
@@ -122,7 +120,7 @@ Sender::~Sender() {
   }
 }
 
-std::variant<std::string, Problem> Sender::localAddress() const {
+std::variant<std::string, Failure> Sender::localAddress() const {
   // Only a connected socket knows its address, and one that stays connected would report an
   // absent listener as a failure to send.
   sockaddr_in local{};
@@ -138,7 +136,7 @@ std::variant<std::string, Problem> Sender::localAddress() const {
   return dotted(local.sin_addr);
 }
 
-std::optional<Problem> Sender::send(std::string_view text) const {
+std::optional<Failure> Sender::send(std::string_view text) const {
   if (::sendto(_socket, text.data(), text.size(), 0, generic(_destination), sizeof _destination) <
       0) {
     return _failure("cannot send to");
@@ -146,7 +144,7 @@ std::optional<Problem> Sender::send(std::string_view text) const {
   return std::nullopt;
 }
 
-Problem Sender::_failure(const std::string& what) const {
+Failure Sender::_failure(const std::string& what) const {
   const std::string why = reason();
   return {FAILED, what + " " + dotted(_destination.sin_addr) + " port " +
                       std::to_string(ntohs(_destination.sin_port)) + ": " + why};

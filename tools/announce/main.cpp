@@ -12,8 +12,8 @@
 #include "Options.h"
 #include "Sender.h"
 #include "Waiter.h"
-#include "common/Problem.h"
-#include "platform/Visible.h"
+#include "base/Visible.h"
+#include "common/Failure.h"
 
 namespace ravelin::announce {
 namespace {
@@ -34,14 +34,14 @@ std::string textOf(const Options& options, std::uint32_t disk) {
       .text(options.disks ? std::string("-").append(std::to_string(disk)) : "");
 }
 
-std::optional<Problem> print(const std::string& text) {
+std::optional<Failure> print(const std::string& text) {
   std::cout << text << std::flush;
   return std::cout ? std::nullopt
-                   : std::optional(Problem{FAILED, "cannot write to standard output"});
+                   : std::optional(Failure{FAILED, "cannot write to standard output"});
 }
 
 /// Sends one round, or rounds until a signal comes.
-std::optional<Problem> sendRounds(const Options& options, const Sender& sender) {
+std::optional<Failure> sendRounds(const Options& options, const Sender& sender) {
   const std::chrono::nanoseconds gap =
       std::chrono::nanoseconds(std::chrono::seconds(1)) / options.perSecond;
   Waiter waiter;
@@ -58,12 +58,12 @@ std::optional<Problem> sendRounds(const Options& options, const Sender& sender) 
       }
       due += gap;
       const std::string text = textOf(options, disk);
-      if (auto problem = sender.send(text)) {
-        return problem;
+      if (auto failure = sender.send(text)) {
+        return failure;
       }
       if (!options.quiet) {
-        if (auto problem = print(platform::visible(text) + "\n")) {
-          return problem;
+        if (auto failure = print(visible(text) + "\n")) {
+          return failure;
         }
       }
     }
@@ -75,35 +75,35 @@ std::optional<Problem> sendRounds(const Options& options, const Sender& sender) 
   return std::nullopt;
 }
 
-std::optional<Problem> run(Options options) {
+std::optional<Failure> run(Options options) {
   auto opened = Sender::open(options.host, options.port, options.interface, options.timeToLive);
-  if (const auto* const problem = std::get_if<Problem>(&opened)) {
-    return *problem;
+  if (const auto* const failure = std::get_if<Failure>(&opened)) {
+    return *failure;
   }
   const auto& sender = std::get<Sender>(opened);
   if (auto* const announcement = std::get_if<Announcement>(&options.content);
       announcement != nullptr && announcement->lacks(Key::ip)) {
     const auto local = sender.localAddress();
-    if (const auto* const problem = std::get_if<Problem>(&local)) {
-      return *problem;
+    if (const auto* const failure = std::get_if<Failure>(&local)) {
+      return *failure;
     }
     announcement->give(Key::ip, std::get<std::string>(local));
   }
   const std::size_t longest = textOf(options, options.disks.value_or(1)).size();
   if (longest > MAXIMAL_SIZE) {
-    return Problem{MISUSED, "the announcement has " + std::to_string(longest) +
+    return Failure{MISUSED, "the announcement has " + std::to_string(longest) +
                                 " bytes, and a datagram holds no more than " +
                                 std::to_string(MAXIMAL_SIZE)};
   }
   return sendRounds(options, sender);
 }
 
-int conclude(const std::optional<Problem>& problem) {
-  if (!problem) {
+int conclude(const std::optional<Failure>& failure) {
+  if (!failure) {
     return SUCCEEDED;
   }
-  std::cerr << "ravelin-disk-announce: " << problem->message << '\n';
-  return problem->status;
+  std::cerr << "ravelin-disk-announce: " << failure->message << '\n';
+  return failure->status;
 }
 
 }  // namespace
@@ -116,8 +116,8 @@ int main(int count, char** arguments) {
   if (const auto* const information = std::get_if<Information>(&parsed)) {
     return conclude(print(information->text));
   }
-  if (const auto* const problem = std::get_if<Problem>(&parsed)) {
-    return conclude(*problem);
+  if (const auto* const failure = std::get_if<Failure>(&parsed)) {
+    return conclude(*failure);
   }
   return conclude(run(std::get<Options>(std::move(parsed))));
 }

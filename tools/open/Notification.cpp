@@ -1,6 +1,6 @@
 #include "Notification.h"
 
-#include "common/GioTypes.h"
+#include "platform/linux/GioTypes.h"
 
 namespace ravelin::open {
 

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "common/GioTypes.h"
+#include "platform/linux/GioTypes.h"
 
 namespace ravelin::open {
 

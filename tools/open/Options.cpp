@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "Printable.h"
-#include "common/GioTypes.h"
 #include "common/InQuotes.h"
+#include "platform/linux/GioTypes.h"
 
 namespace ravelin::open {
 
@@ -33,11 +33,11 @@ constexpr std::string_view VERSION = "ravelin-disk-open " RAVELIN_DISK_VERSION "
 constexpr int HELP = 256;  // beyond all characters, which are getopt's other answers
 constexpr int SHOW_VERSION = HELP + 1;
 
-Problem misuse(const std::string& argument, std::string_view explanation) {
+Failure misuse(const std::string& argument, std::string_view explanation) {
   return {MISUSED, argument + ": " + std::string(explanation)};
 }
 
-std::variant<Options, Information, Problem> conclude(const std::vector<std::string>& arguments) {
+std::variant<Options, Information, Failure> conclude(const std::vector<std::string>& arguments) {
   if (arguments.empty()) {
     return misuse("FILE", "missing; see --help");
   }
@@ -63,7 +63,7 @@ std::variant<Options, Information, Problem> conclude(const std::vector<std::stri
 
 }  // namespace
 
-std::variant<Options, Information, Problem> parseOptions(int count, char** arguments) {
+std::variant<Options, Information, Failure> parseOptions(int count, char** arguments) {
   static const std::array<option, 3> KNOWN{
       {{"help", no_argument, nullptr, HELP}, {"version", no_argument, nullptr, SHOW_VERSION}, {}}};
   opterr = 0;

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "common/GioTypes.h"
+#include "platform/linux/GioTypes.h"
 
 namespace ravelin::open {
 

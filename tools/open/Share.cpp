@@ -4,7 +4,7 @@
 
 #include "Operation.h"
 #include "Printable.h"
-#include "common/GioTypes.h"
+#include "platform/linux/GioTypes.h"
 
 namespace ravelin::open {
 
@@ -12,9 +12,9 @@ namespace {
 
 constexpr std::chrono::seconds LIMIT{30};
 
-Problem failure(const std::string& message) { return {FAILED, message}; }
+Failure failure(const std::string& message) { return {FAILED, message}; }
 
-Problem timeout(const std::string& whose) {
+Failure timeout(const std::string& whose) {
   return failure(whose + " did not answer within " + std::to_string(LIMIT.count()) + " seconds");
 }
 
@@ -33,7 +33,7 @@ void onAskQuestion(GMountOperation* operation, const char* /*message*/, const ch
 
 }  // namespace
 
-std::optional<Problem> mountShare(const std::string& url) {
+std::optional<Failure> mountShare(const std::string& url) {
   const Owned<GFile> file(g_file_new_for_uri(url.c_str()));
   const Owned<GMountOperation> answers(g_mount_operation_new());
   int timesAsked = 0;
@@ -62,7 +62,7 @@ std::optional<Problem> mountShare(const std::string& url) {
   return failure(printable(error->message));
 }
 
-std::optional<Problem> showShare(const std::string& url) {
+std::optional<Failure> showShare(const std::string& url) {
   Operation operation(LIMIT);
   g_app_info_launch_default_for_uri_async(url.c_str(), nullptr, operation.cancellable(),
                                           Operation::onDone, &operation);

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/PercentEscaping.h"
+#include "base/PercentEscaping.h"
 
 namespace ravelin::open {
 
@@ -34,11 +34,11 @@ const char* whyNoShare(std::string_view escaped) {
   if (escaped.find_first_of("/?#") != std::string_view::npos) {
     return "it leads further than to a share";
   }
-  const std::string name = platform::removingPercentEscapes(escaped);
+  const std::string name = removingPercentEscapes(escaped);
   if (name.empty() || name == "." || name == "..") {
     return "it names no share";
   }
-  if (platform::addingPercentEscapes(name) != escaped || !std::ranges::all_of(name, mayNameShare)) {
+  if (addingPercentEscapes(name) != escaped || !std::ranges::all_of(name, mayNameShare)) {
     return "it has a name for a share that Ravelin Disk does not open";
   }
   return nullptr;
@@ -63,9 +63,9 @@ const char* whyNoShareUrl(std::string_view url) {
 
 }  // namespace
 
-std::optional<Problem> problemOfShareUrl(std::string_view url) {
+std::optional<Failure> failureOfShareUrl(std::string_view url) {
   const char* const why = whyNoShareUrl(url);
-  return why == nullptr ? std::nullopt : std::optional(Problem{FAILED, why});
+  return why == nullptr ? std::nullopt : std::optional(Failure{FAILED, why});
 }
 
 }  // namespace ravelin::open

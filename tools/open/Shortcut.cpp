@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "ShortcutEntry.h"
-#include "platform/linux/DesktopEntry.h"
+#include "platform/linux/shortcut/DesktopEntry.h"
 
 namespace ravelin::open {
 
@@ -21,7 +21,7 @@ using platform::DesktopEntry;
 /// Far beyond every shortcut, whose label and address come from one datagram.
 constexpr std::size_t MAXIMAL_SIZE = std::size_t{512} * 1024;
 
-Problem systemFailure() {
+Failure systemFailure() {
   return {FAILED, "it cannot be read: " + std::generic_category().message(errno)};
 }
 
@@ -39,7 +39,7 @@ class File {
   File& operator=(const File&) = delete;
 
   /// What follows the first line.
-  [[nodiscard]] std::variant<std::string, Problem> entry() const {
+  [[nodiscard]] std::variant<std::string, Failure> entry() const {
     struct stat status{};
     if (_descriptor < 0 || ::fstat(_descriptor, &status) != 0) {
       return systemFailure();
@@ -48,15 +48,15 @@ class File {
       return foreign();
     }
     std::string line(DesktopEntry::MAGIC.size() + 1, '\0');
-    if (const auto problem = _read(line)) {
-      return *problem;
+    if (const auto failure = _read(line)) {
+      return *failure;
     }
     if (line != std::string(DesktopEntry::MAGIC) + "\n") {
       return foreign();
     }
     std::string entry(MAXIMAL_SIZE - line.size() + 1, '\0');
-    if (const auto problem = _read(entry)) {
-      return *problem;
+    if (const auto failure = _read(entry)) {
+      return *failure;
     }
     if (line.size() + entry.size() > MAXIMAL_SIZE) {
       return foreign();
@@ -66,7 +66,7 @@ class File {
 
  private:
   /// Fills the text with what comes next, or shortens it to what there is.
-  std::optional<Problem> _read(std::string& text) const {
+  std::optional<Failure> _read(std::string& text) const {
     std::size_t begin = 0;
     while (begin < text.size()) {
       const ssize_t count = ::read(_descriptor, text.data() + begin, text.size() - begin);
@@ -90,10 +90,10 @@ class File {
 
 }  // namespace
 
-std::variant<std::string, Problem> urlOfShortcut(const std::string& path) {
+std::variant<std::string, Failure> urlOfShortcut(const std::string& path) {
   const auto read = File(path).entry();
-  if (const auto* const problem = std::get_if<Problem>(&read)) {
-    return *problem;
+  if (const auto* const failure = std::get_if<Failure>(&read)) {
+    return *failure;
   }
   return urlInEntry(std::get<std::string>(read));
 }

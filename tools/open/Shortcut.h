@@ -3,12 +3,12 @@
 #include <string>
 #include <variant>
 
-#include "common/Problem.h"
+#include "common/Failure.h"
 
 namespace ravelin::open {
 
-/// The URL of the share that the shortcut in this file leads to. A problem unless the file is one
+/// The URL of the share that the shortcut in this file leads to. A failure unless the file is one
 /// of Ravelin Disk's own shortcuts; other files are not read further than it takes to know.
-std::variant<std::string, Problem> urlOfShortcut(const std::string& path);
+std::variant<std::string, Failure> urlOfShortcut(const std::string& path);
 
 }  // namespace ravelin::open

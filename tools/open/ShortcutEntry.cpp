@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "ShareUrl.h"
-#include "platform/Utf8.h"
+#include "base/Utf8.h"
 
 namespace ravelin::open {
 
@@ -34,15 +34,15 @@ class Entry {
     return line.starts_with('[') ? _takeHeader(line) : _takeValue(line);
   }
 
-  [[nodiscard]] std::variant<std::string, Problem> url() const {
+  [[nodiscard]] std::variant<std::string, Failure> url() const {
     if (_urls > 1) {
-      return Problem{FAILED, "it has more than one URL"};
+      return Failure{FAILED, "it has more than one URL"};
     }
     if (_types != 1 || _type != "Link" || !_url) {
       return foreign();
     }
-    if (const auto problem = problemOfShareUrl(*_url)) {
-      return *problem;
+    if (const auto failure = failureOfShareUrl(*_url)) {
+      return *failure;
     }
     return std::string(*_url);
   }
@@ -85,10 +85,10 @@ class Entry {
 
 }  // namespace
 
-Problem foreign() { return {FAILED, "this is not a shortcut of Ravelin Disk"}; }
+Failure foreign() { return {FAILED, "this is not a shortcut of Ravelin Disk"}; }
 
-std::variant<std::string, Problem> urlInEntry(std::string_view entry) {
-  if (entry.find('\0') != std::string_view::npos || !platform::isUtf8(entry)) {
+std::variant<std::string, Failure> urlInEntry(std::string_view entry) {
+  if (entry.find('\0') != std::string_view::npos || !isUtf8(entry)) {
     return foreign();
   }
   Entry read;

@@ -4,15 +4,15 @@
 #include <string_view>
 #include <variant>
 
-#include "common/Problem.h"
+#include "common/Failure.h"
 
 namespace ravelin::open {
 
 /// What a file is that Ravelin Disk has not made.
-[[nodiscard]] Problem foreign();
+[[nodiscard]] Failure foreign();
 
 /// The URL of the share that a shortcut leads to, from what follows the shortcut's first line: a
-/// desktop entry of the type Link with one URL. A problem unless it is that of one share, as guest.
-std::variant<std::string, Problem> urlInEntry(std::string_view entry);
+/// desktop entry of the type Link with one URL. A failure unless it is that of one share, as guest.
+std::variant<std::string, Failure> urlInEntry(std::string_view entry);
 
 }  // namespace ravelin::open

@@ -10,25 +10,25 @@
 #include "Printable.h"
 #include "Share.h"
 #include "Shortcut.h"
-#include "common/GioTypes.h"
-#include "common/Problem.h"
+#include "common/Failure.h"
 #include "platform/StandardDescriptors.h"
+#include "platform/linux/GioTypes.h"
 
 namespace ravelin::open {
 namespace {
 
-std::optional<Problem> print(const std::string& text) {
+std::optional<Failure> print(const std::string& text) {
   std::cout << text << std::flush;
   return std::cout ? std::nullopt
-                   : std::optional(Problem{FAILED, "cannot write to standard output"});
+                   : std::optional(Failure{FAILED, "cannot write to standard output"});
 }
 
-int conclude(const std::optional<Problem>& problem) {
-  if (!problem) {
+int conclude(const std::optional<Failure>& failure) {
+  if (!failure) {
     return SUCCEEDED;
   }
-  std::cerr << "ravelin-disk-open: " << problem->message << '\n';
-  return problem->status;
+  std::cerr << "ravelin-disk-open: " << failure->message << '\n';
+  return failure->status;
 }
 
 /// What people call the shortcut.
@@ -42,25 +42,25 @@ std::string nameOf(const std::string& path) {
   return printable(name);
 }
 
-std::optional<Problem> open(const std::string& path) {
+std::optional<Failure> open(const std::string& path) {
   const auto url = urlOfShortcut(path);
-  if (const auto* const problem = std::get_if<Problem>(&url)) {
-    return *problem;
+  if (const auto* const failure = std::get_if<Failure>(&url)) {
+    return *failure;
   }
-  if (auto problem = mountShare(std::get<std::string>(url))) {
-    return problem;
+  if (auto failure = mountShare(std::get<std::string>(url))) {
+    return failure;
   }
   return showShare(std::get<std::string>(url));
 }
 
 int run(const Options& options) {
-  const auto problem = open(options.path);
-  if (!problem) {
+  const auto failure = open(options.path);
+  if (!failure) {
     return SUCCEEDED;
   }
   const int status =
-      conclude(Problem{problem->status, printable(options.path) + ": " + problem->message});
-  notify("“" + nameOf(options.path) + "” cannot be opened", problem->message);
+      conclude(Failure{failure->status, printable(options.path) + ": " + failure->message});
+  notify("“" + nameOf(options.path) + "” cannot be opened", failure->message);
   return status;
 }
 
@@ -76,8 +76,8 @@ int main(int count, char** arguments) {
   if (const auto* const information = std::get_if<Information>(&parsed)) {
     return conclude(print(information->text));
   }
-  if (const auto* const problem = std::get_if<Problem>(&parsed)) {
-    return conclude(*problem);
+  if (const auto* const failure = std::get_if<Failure>(&parsed)) {
+    return conclude(*failure);
   }
   return run(std::get<Options>(parsed));
 }

@@ -25,8 +25,8 @@ std::string lowered(std::string text) {
 }
 
 bool isSame(const MountedShare& mounted, const Disk& disk) {
-  return mounted.server == shown(disk.ipAddress()) &&
-         lowered(mounted.share) == lowered(shown(disk.label()));
+  return mounted.server == textOrNull(disk.ipAddress()) &&
+         lowered(mounted.share) == lowered(textOrNull(disk.label()));
 }
 
 std::string nameOf(const std::string& server, const std::string& share) {
@@ -44,9 +44,9 @@ LookUp lookUp(const Disk& disk) {
   const bool isRight = std::ranges::any_of(
       shares, [&](const MountedShare& mounted) { return isThere(mounted) && isAsked(mounted); });
   if (isRight || (!path && asked == shares.end())) {
-    return {.path = path, .problem = std::nullopt};
+    return {.path = path, .failure = std::nullopt};
   }
-  const std::string sought = nameOf(shown(disk.ipAddress()), shown(disk.label()));
+  const std::string sought = nameOf(textOrNull(disk.ipAddress()), textOrNull(disk.label()));
   const auto there = std::ranges::find_if(shares, isThere);
   std::string message = "nothing is done: where " + sought + " is looked for, ";
   if (!path) {
@@ -59,7 +59,7 @@ LookUp lookUp(const Disk& disk) {
   if (asked != shares.end()) {
     message.append("; it is mounted at ").append(asked->rootPath);
   }
-  return {.path = path, .problem = Problem{OTHER_SHARE, message}};
+  return {.path = path, .failure = Failure{OTHER_SHARE, message}};
 }
 
 }  // namespace ravelin::volume

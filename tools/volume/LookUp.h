@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "common/Problem.h"
-#include "platform/Text.h"
+#include "base/Text.h"
+#include "common/Failure.h"
 
 namespace ravelin {
 class Disk;
@@ -17,7 +17,7 @@ inline constexpr int OTHER_SHARE = 3;
 /// What the look-up in the list of mounts finds for a share.
 struct LookUp {
   Text path;                       ///< where the share is mounted; null where it is not
-  std::optional<Problem> problem;  ///< what it finds instead; everything else would work on that
+  std::optional<Failure> failure;  ///< what it finds instead; everything else would work on that
 };
 
 /// Looks the disk's share up and compares what is found with it. Any thread; raises LaunchException

@@ -47,11 +47,11 @@ constexpr std::array CHOICES{
     Choice{"alias", Command::alias},
 };
 
-Problem misuse(const std::string& argument, std::string_view explanation) {
+Failure misuse(const std::string& argument, std::string_view explanation) {
   return {MISUSED, argument + ": " + std::string(explanation)};
 }
 
-Problem unwanted(const std::string& argument, std::string_view wanted, std::string_view value) {
+Failure unwanted(const std::string& argument, std::string_view wanted, std::string_view value) {
   return misuse(argument, "wanted " + std::string(wanted) + ", not '" + std::string(value) + "'");
 }
 
@@ -66,7 +66,7 @@ bool isShareName(const std::string& text) {
   });
 }
 
-std::variant<Options, Information, Problem> conclude(const std::vector<std::string>& arguments) {
+std::variant<Options, Information, Failure> conclude(const std::vector<std::string>& arguments) {
   static const std::array<std::string, 3> NAMES{"COMMAND", "SERVER", "SHARE"};
   if (arguments.size() < NAMES.size()) {
     return misuse(NAMES.at(arguments.size()), "missing; see --help");
@@ -89,7 +89,7 @@ std::variant<Options, Information, Problem> conclude(const std::vector<std::stri
 
 }  // namespace
 
-std::variant<Options, Information, Problem> parseOptions(int count, char** arguments) {
+std::variant<Options, Information, Failure> parseOptions(int count, char** arguments) {
   static const std::array<option, 3> KNOWN{
       {{"help", no_argument, nullptr, HELP}, {"version", no_argument, nullptr, SHOW_VERSION}, {}}};
   opterr = 0;

@@ -3,7 +3,7 @@
 #include <string>
 #include <variant>
 
-#include "common/Problem.h"
+#include "common/Failure.h"
 
 namespace ravelin::volume {
 
@@ -22,6 +22,6 @@ struct Information {
 };
 
 /// Reads the arguments of main(), which may get another order. Once in a process.
-std::variant<Options, Information, Problem> parseOptions(int count, char** arguments);
+std::variant<Options, Information, Failure> parseOptions(int count, char** arguments);
 
 }  // namespace ravelin::volume

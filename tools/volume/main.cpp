@@ -5,34 +5,34 @@
 
 #include "LookUp.h"
 #include "Options.h"
-#include "common/Problem.h"
+#include "base/PathComponents.h"
+#include "base/Text.h"
+#include "common/Failure.h"
 #include "core/DirectoryFinder.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
 #include "platform/ChildProcess.h"
-#include "platform/PathComponents.h"
 #include "platform/Service.h"
 #include "platform/StandardDescriptors.h"
-#include "platform/Text.h"
 #include "platform/Volumes.h"
 
 namespace ravelin::volume {
 namespace {
 
-Problem failure(const std::string& message) { return {FAILED, message}; }
+Failure failure(const std::string& message) { return {FAILED, message}; }
 
-std::optional<Problem> print(const std::string& text) {
+std::optional<Failure> print(const std::string& text) {
   std::cout << text << std::flush;
   return std::cout ? std::nullopt : std::optional(failure("cannot write to standard output"));
 }
 
-std::optional<Problem> printPlace(Disk& disk) {
+std::optional<Failure> printPlace(Disk& disk) {
   const Text path = disk.getVolumePath();
   return path ? print(*path + "\n") : failure("the share is not mounted");
 }
 
 /// By the reference of the volume, where what is mounted has one: then the system says why not.
-std::optional<Problem> unmount(DiskManager& manager, Disk& disk, const Text& path) {
+std::optional<Failure> unmount(DiskManager& manager, Disk& disk, const Text& path) {
   if (path) {
     auto& volumes = platform::service<platform::Volumes>();
     disk.setVolumeReference(volumes.referenceOfVolume(*path));
@@ -41,7 +41,7 @@ std::optional<Problem> unmount(DiskManager& manager, Disk& disk, const Text& pat
                                    : std::optional(failure("the share cannot be unmounted"));
 }
 
-std::optional<Problem> makeAlias(DiskManager& manager, Disk& disk) {
+std::optional<Failure> makeAlias(DiskManager& manager, Disk& disk) {
   const Text path = disk.getVolumePath();
   if (!path) {
     return failure("the share is not mounted");
@@ -49,18 +49,18 @@ std::optional<Problem> makeAlias(DiskManager& manager, Disk& disk) {
   if (!manager.createDesktopAliasForPath(*path)) {
     return failure("there is no alias on the desktop");
   }
-  return print(shown(DirectoryFinder::desktopDirectory()) + "/" +
-               platform::lastPathComponent(*path) + "\n");
+  return print(textOrNull(DirectoryFinder::desktopDirectory()) + "/" + lastPathComponent(*path) +
+               "\n");
 }
 
 /// What went wrong on the way is told by the log, whose copy is on standard error.
-std::optional<Problem> run(const Options& options) {
+std::optional<Failure> run(const Options& options) {
   Disk disk;
   disk.setIpAddress(options.server);
   disk.setLabel(options.share);
   const LookUp found = lookUp(disk);
-  if (found.problem) {
-    return found.problem;
+  if (found.failure) {
+    return found.failure;
   }
   DiskManager manager;
   switch (options.command) {
@@ -80,12 +80,12 @@ std::optional<Problem> run(const Options& options) {
   return std::nullopt;
 }
 
-int conclude(const std::optional<Problem>& problem) {
-  if (!problem) {
+int conclude(const std::optional<Failure>& failure) {
+  if (!failure) {
     return SUCCEEDED;
   }
-  std::cerr << "ravelin-disk-volume: " << problem->message << '\n';
-  return problem->status;
+  std::cerr << "ravelin-disk-volume: " << failure->message << '\n';
+  return failure->status;
 }
 
 }  // namespace
@@ -99,12 +99,12 @@ int main(int count, char** arguments) {
   if (const auto* const information = std::get_if<Information>(&parsed)) {
     return conclude(print(information->text));
   }
-  if (const auto* const problem = std::get_if<Problem>(&parsed)) {
-    return conclude(*problem);
+  if (const auto* const failure = std::get_if<Failure>(&parsed)) {
+    return conclude(*failure);
   }
   try {
     return conclude(run(std::get<Options>(parsed)));
   } catch (const ravelin::platform::LaunchException& exception) {
-    return conclude(Problem{FAILED, exception.what()});
+    return conclude(Failure{FAILED, exception.what()});
   }
 }

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "platform/RunLoop.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/Descriptor.h"
 
 namespace ravelin::platform {
 

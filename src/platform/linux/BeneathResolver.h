@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Text.h"
-#include "platform/linux/Descriptor.h"
+#include "base/Text.h"
+#include "platform/posix/Descriptor.h"
 
 namespace ravelin::platform {
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <utility>
 
-#include "platform/LogLine.h"
-#include "platform/Visible.h"
-#include "platform/linux/StandardError.h"
+#include "base/LogLine.h"
+#include "base/Visible.h"
+#include "platform/posix/StandardError.h"
 
 namespace ravelin::platform {
 

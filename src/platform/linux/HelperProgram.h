@@ -8,8 +8,9 @@
 
 namespace ravelin::platform {
 
-/// A short-lived program that lives beside this one and does what needs libraries that this process
-/// does not want. Any thread.
+/// A short-lived program that does what needs libraries that this process does not want. It lives
+/// where the private programs are installed, as seen from this program's own place, or, as in a
+/// build tree, beside this one. Any thread.
 class HelperProgram {
  public:
   explicit HelperProgram(std::string name) : _name(std::move(name)) {}
@@ -21,6 +22,8 @@ class HelperProgram {
       ChildProcesses::Output output = ChildProcesses::Output::collected) const;
 
  private:
+  [[nodiscard]] std::string _located() const;
+
   std::string _name;
 };
 

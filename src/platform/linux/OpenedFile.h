@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/linux/Descriptor.h"
+#include "platform/posix/Descriptor.h"
 
 namespace ravelin::platform {
 

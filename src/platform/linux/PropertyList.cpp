@@ -7,9 +7,9 @@
 #include <string_view>
 #include <utility>
 
+#include "base/Text.h"
 #include "platform/FileManager.h"
 #include "platform/Service.h"
-#include "platform/Text.h"
 #include "platform/linux/PropertyListShape.h"
 
 namespace ravelin::platform {

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/Precondition.h"
+#include "base/Precondition.h"
 #include "platform/linux/NativeEvent.h"
 
 namespace ravelin::platform {

@@ -9,9 +9,9 @@
 #include <optional>
 #include <string_view>
 
+#include "base/Text.h"
 #include "platform/FileManager.h"
 #include "platform/Service.h"
-#include "platform/Text.h"
 
 namespace ravelin::platform {
 

@@ -7,7 +7,7 @@
 #include <array>
 #include <vector>
 
-#include "platform/Precondition.h"
+#include "base/Precondition.h"
 
 namespace ravelin::platform {
 

@@ -7,13 +7,13 @@
 #include <cstdlib>
 #include <utility>
 
-#include "platform/LogLine.h"
-#include "platform/LogTemplate.h"
-#include "platform/Visible.h"
+#include "base/LogLine.h"
+#include "base/LogTemplate.h"
+#include "base/Visible.h"
 #include "platform/linux/JournalSocket.h"
 #include "platform/linux/LogFacility.h"
-#include "platform/linux/StandardError.h"
 #include "platform/linux/SystemLogSocket.h"
+#include "platform/posix/StandardError.h"
 
 namespace ravelin::platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <utility>
 
-#include "platform/Utf8.h"
+#include "base/Utf8.h"
 
 namespace ravelin::platform {
 namespace {

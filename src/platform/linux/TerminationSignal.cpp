@@ -11,7 +11,7 @@
 #include <csignal>
 #include <utility>
 
-#include "platform/Precondition.h"
+#include "base/Precondition.h"
 #include "platform/RunLoop.h"
 
 namespace ravelin::platform {

@@ -23,23 +23,23 @@
 #include <thread>
 #include <vector>
 
-#include "Announcements.h"
-#include "ManualClock.h"
-#include "RecordingLog.h"
-#include "Seccomp.h"
-#include "Shortcuts.h"
-#include "TemporaryHome.h"
-#include "Udp.h"
-#include "Waiting.h"
 #include "controller/PlainModel.h"
+#include "core/AgentState.h"
 #include "core/Constants.h"
-#include "core/SystemState.h"
 #include "intake/Server.h"
 #include "platform/Image.h"
 #include "platform/RunLoop.h"
-#include "platform/ScriptRunner.h"
 #include "platform/SystemVersion.h"
 #include "platform/Workspace.h"
+#include "platform/scripts/ScriptRunner.h"
+#include "support/Announcements.h"
+#include "support/ManualClock.h"
+#include "support/RecordingLog.h"
+#include "support/Shortcuts.h"
+#include "support/TemporaryHome.h"
+#include "support/Udp.h"
+#include "support/Waiting.h"
+#include "support/linux/Seccomp.h"
 
 namespace ravelin {
 namespace {
@@ -294,7 +294,7 @@ TEST_F(ControllerTest, AnAnnouncementIsValidWhenItHasWhatItsEventNeeds) {
         expected = (present & 1U) == 1;
       }
       EXPECT_EQ(OpenController::_isDiskValid(makeDisk(texts).get()), expected)
-          << shown(event) << " with " << present;
+          << textOrNull(event) << " with " << present;
     }
   }
   EXPECT_FALSE(OpenController::_isDiskValid(nullptr));

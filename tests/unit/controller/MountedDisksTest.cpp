@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "Announcements.h"
+#include "support/Announcements.h"
 
 namespace ravelin {
 namespace {

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "Announcements.h"
-#include "RecordingLog.h"
 #include "disk/Disk.h"
+#include "support/Announcements.h"
+#include "support/RecordingLog.h"
 
 namespace ravelin::test {
 

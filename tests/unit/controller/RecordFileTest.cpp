@@ -5,12 +5,12 @@
 #include <fstream>
 #include <iterator>
 
-#include "RecordingLog.h"
-#include "Shortcuts.h"
-#include "TemporaryHome.h"
-#include "Waiting.h"
 #include "controller/Controller.h"
 #include "intake/Server.h"
+#include "support/RecordingLog.h"
+#include "support/Shortcuts.h"
+#include "support/TemporaryHome.h"
+#include "support/Waiting.h"
 
 namespace ravelin {
 namespace {

@@ -4,11 +4,11 @@
 #include <fstream>
 #include <iterator>
 
-#include "Pictures.h"
-#include "TemporaryHome.h"
 #include "controller/Controller.h"
 #include "platform/Service.h"
 #include "platform/Workspace.h"
+#include "support/Pictures.h"
+#include "support/TemporaryHome.h"
 
 namespace ravelin {
 namespace {

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <string>
 
-#include "Announcements.h"
-#include "TemporaryHome.h"
+#include "support/Announcements.h"
+#include "support/TemporaryHome.h"
 
 namespace ravelin {
 namespace {
@@ -83,27 +83,23 @@ TEST(DirectoryFinderTest, ASupportFolderWhosePlaceAFileTakesIsAbsent) {
 
 TEST(DirectoryFinderTest, ADiskIsMountedUnderItsLabelInTheUsersSupportFolder) {
   const TemporaryHome home;
-  EXPECT_EQ(DirectoryFinder::diskMountDirectory(*makeDisk({.label = "USB"})),
-            home.userSupport() + "/USB");
+  EXPECT_EQ(DirectoryFinder::diskMountDirectory("USB"), home.userSupport() + "/USB");
   EXPECT_TRUE(is_directory(home.userSupport()));
   EXPECT_FALSE(exists(home.userSupport() + "/USB"));
 }
 
 TEST(DirectoryFinderTest, ALabelStandsInThePathAsItIs) {
   const TemporaryHome home;
-  EXPECT_EQ(DirectoryFinder::diskMountDirectory(*makeDisk({.label = "a/b"})),
-            home.userSupport() + "/a/b");
-  EXPECT_EQ(DirectoryFinder::diskMountDirectory(*makeDisk({.label = "/../ %20"})),
-            home.userSupport() + "//../ %20");
-  EXPECT_EQ(DirectoryFinder::diskMountDirectory(*makeDisk({.label = ""})),
-            home.userSupport() + "/");
-  EXPECT_EQ(DirectoryFinder::diskMountDirectory(Disk()), home.userSupport() + "/(null)");
+  EXPECT_EQ(DirectoryFinder::diskMountDirectory("a/b"), home.userSupport() + "/a/b");
+  EXPECT_EQ(DirectoryFinder::diskMountDirectory("/../ %20"), home.userSupport() + "//../ %20");
+  EXPECT_EQ(DirectoryFinder::diskMountDirectory(""), home.userSupport() + "/");
+  EXPECT_EQ(DirectoryFinder::diskMountDirectory(std::nullopt), home.userSupport() + "/(null)");
 }
 
 TEST(DirectoryFinderTest, WithoutASupportFolderThePathBeginsWithAPlaceholder) {
   const TemporaryHome home;
   std::ofstream(home.path() + "/data") << "";
-  EXPECT_EQ(DirectoryFinder::diskMountDirectory(*makeDisk({.label = "USB"})), "(null)/USB");
+  EXPECT_EQ(DirectoryFinder::diskMountDirectory("USB"), "(null)/USB");
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/LogLine.h"
+#include "base/LogLine.h"
 
 namespace ravelin {
 namespace {
@@ -32,29 +32,29 @@ class LogBudgetTest : public ::testing::Test {
 };
 
 TEST_F(LogBudgetTest, AMebibyteMayBeWrittenAtOnce) {
-  EXPECT_EQ(spendAll(platform::LOG_LINE_LIMIT), std::size_t{1024} * 1024);
+  EXPECT_EQ(spendAll(LOG_LINE_LIMIT), std::size_t{1024} * 1024);
 }
 
 TEST_F(LogBudgetTest, OnlyWhatLinesTakeCounts) {
   const std::size_t spent = spendAll(100);
   EXPECT_LE(spent, LogBudget::AT_ONCE);
-  EXPECT_GT(spent, LogBudget::AT_ONCE - platform::LOG_LINE_LIMIT - 100);
+  EXPECT_GT(spent, LogBudget::AT_ONCE - LOG_LINE_LIMIT - 100);
 }
 
 TEST_F(LogBudgetTest, IsRefilledWithSixtyFourKibibytesASecond) {
-  spendAll(platform::LOG_LINE_LIMIT);
+  spendAll(LOG_LINE_LIMIT);
   now += seconds(1);
-  EXPECT_EQ(spendAll(platform::LOG_LINE_LIMIT), std::size_t{64} * 1024);
+  EXPECT_EQ(spendAll(LOG_LINE_LIMIT), std::size_t{64} * 1024);
   now += milliseconds(4500);
-  EXPECT_EQ(spendAll(platform::LOG_LINE_LIMIT), std::size_t{288} * 1024);
+  EXPECT_EQ(spendAll(LOG_LINE_LIMIT), std::size_t{288} * 1024);
 }
 
 TEST_F(LogBudgetTest, IsRefilledInSmallSteps) {
-  spendAll(platform::LOG_LINE_LIMIT);
+  spendAll(LOG_LINE_LIMIT);
   std::size_t spent = 0;
   for (int step = 0; step < 40'000; ++step) {
     now += std::chrono::microseconds(250);
-    spent += spendAll(platform::LOG_LINE_LIMIT);
+    spent += spendAll(LOG_LINE_LIMIT);
   }
   EXPECT_LE(spent, 10 * LogBudget::A_SECOND);
   EXPECT_GE(spent, 9 * LogBudget::A_SECOND);
@@ -62,20 +62,20 @@ TEST_F(LogBudgetTest, IsRefilledInSmallSteps) {
 
 TEST_F(LogBudgetTest, NeverHoldsMoreThanAtFirst) {
   now += std::chrono::hours(100);
-  EXPECT_EQ(spendAll(platform::LOG_LINE_LIMIT), LogBudget::AT_ONCE);
+  EXPECT_EQ(spendAll(LOG_LINE_LIMIT), LogBudget::AT_ONCE);
   now += std::chrono::hours(100'000);
-  EXPECT_EQ(spendAll(platform::LOG_LINE_LIMIT), LogBudget::AT_ONCE);
+  EXPECT_EQ(spendAll(LOG_LINE_LIMIT), LogBudget::AT_ONCE);
 }
 
 TEST_F(LogBudgetTest, BearsTimeThatGoesBack) {
-  spendAll(platform::LOG_LINE_LIMIT);
+  spendAll(LOG_LINE_LIMIT);
   now -= seconds(10);
-  EXPECT_EQ(spendAll(platform::LOG_LINE_LIMIT), 0U);
+  EXPECT_EQ(spendAll(LOG_LINE_LIMIT), 0U);
 }
 
 TEST_F(LogBudgetTest, SuppressedLinesAreToldOfOnceThatHasEnded) {
   EXPECT_EQ(budget.takeEnded(now), 0U);
-  spendAll(platform::LOG_LINE_LIMIT);
+  spendAll(LOG_LINE_LIMIT);
   for (int line = 1; line < 7; ++line) {
     EXPECT_FALSE(budget.reserve(now));
   }
@@ -86,17 +86,17 @@ TEST_F(LogBudgetTest, SuppressedLinesAreToldOfOnceThatHasEnded) {
 }
 
 TEST_F(LogBudgetTest, SuppressingGoesOnWhileLinesAreSuppressed) {
-  spendAll(platform::LOG_LINE_LIMIT);
+  spendAll(LOG_LINE_LIMIT);
   for (int second = 0; second < 20; ++second) {
     now += milliseconds(900);
     EXPECT_EQ(budget.takeEnded(now), 0U);
-    spendAll(platform::LOG_LINE_LIMIT);
+    spendAll(LOG_LINE_LIMIT);
   }
   EXPECT_EQ(budget.takeEnded(now + seconds(1)), 21U);
 }
 
 TEST_F(LogBudgetTest, SuppressedLinesCanBeToldOfAtOnce) {
-  spendAll(platform::LOG_LINE_LIMIT);
+  spendAll(LOG_LINE_LIMIT);
   EXPECT_EQ(budget.takeSuppressed(), 1U);
   EXPECT_EQ(budget.takeSuppressed(), 0U);
   EXPECT_EQ(budget.takeEnded(now + seconds(1)), 0U);

@@ -13,12 +13,12 @@
 #include <thread>
 #include <vector>
 
-#include "RecordingLog.h"
-#include "TemporaryDirectory.h"
 #include "core/LogBudget.h"
 #include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
 #include "platform/Service.h"
+#include "support/RecordingLog.h"
+#include "support/TemporaryDirectory.h"
 
 namespace ravelin {
 namespace {

@@ -4,12 +4,12 @@
 #include <functional>
 #include <thread>
 
-#include "PrivateSystemBus.h"
-#include "TemporaryHome.h"
-#include "Waiting.h"
-#include "core/SystemState.h"
+#include "core/AgentState.h"
 #include "core/Warden.h"
 #include "platform/RunLoop.h"
+#include "support/TemporaryHome.h"
+#include "support/Waiting.h"
+#include "support/linux/PrivateSystemBus.h"
 
 namespace ravelin {
 namespace {

@@ -19,17 +19,17 @@
 #include <string>
 #include <vector>
 
-#include "Announcements.h"
-#include "OwnNetwork.h"
-#include "RecordingLog.h"
-#include "Seccomp.h"
-#include "TemporaryHome.h"
-#include "Udp.h"
-#include "Waiting.h"
 #include "controller/Controller.h"
-#include "core/SystemState.h"
+#include "core/AgentState.h"
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
+#include "support/Announcements.h"
+#include "support/RecordingLog.h"
+#include "support/TemporaryHome.h"
+#include "support/Udp.h"
+#include "support/Waiting.h"
+#include "support/linux/OwnNetwork.h"
+#include "support/linux/Seccomp.h"
 
 namespace ravelin {
 namespace {

@@ -16,15 +16,15 @@
 #include <string>
 #include <vector>
 
-#include "OwnNetwork.h"
-#include "RecordingLog.h"
-#include "Seccomp.h"
-#include "TemporaryHome.h"
-#include "Udp.h"
-#include "core/SystemState.h"
+#include "core/AgentState.h"
 #include "core/Warden.h"
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
+#include "support/RecordingLog.h"
+#include "support/TemporaryHome.h"
+#include "support/Udp.h"
+#include "support/linux/OwnNetwork.h"
+#include "support/linux/Seccomp.h"
 
 namespace ravelin {
 namespace {

@@ -10,14 +10,14 @@
 #include <thread>
 #include <vector>
 
-#include "RecordingLog.h"
-#include "StandInPrograms.h"
-#include "StandInVolumes.h"
-#include "TemporaryHome.h"
-#include "Waiting.h"
 #include "disk/AliasData.h"
 #include "platform/ChildProcess.h"
-#include "platform/ScriptRunner.h"
+#include "platform/scripts/ScriptRunner.h"
+#include "support/RecordingLog.h"
+#include "support/StandInPrograms.h"
+#include "support/StandInVolumes.h"
+#include "support/TemporaryHome.h"
+#include "support/Waiting.h"
 
 namespace ravelin {
 namespace {

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "Announcements.h"
+#include "support/Announcements.h"
 
 namespace ravelin {
 namespace {

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "StandInPrograms.h"
-#include "StandInVolumes.h"
 #include "disk/Disk.h"
 #include "platform/ChildProcess.h"
+#include "support/StandInPrograms.h"
+#include "support/StandInVolumes.h"
 
 namespace ravelin {
 namespace {

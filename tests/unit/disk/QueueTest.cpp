@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "Announcements.h"
+#include "support/Announcements.h"
 
 namespace ravelin {
 namespace {

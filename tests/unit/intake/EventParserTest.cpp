@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "Announcements.h"
-#include "RecordingLog.h"
+#include "support/Announcements.h"
+#include "support/RecordingLog.h"
 
 namespace ravelin {
 namespace {

@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "Udp.h"
-#include "Waiting.h"
 #include "intake/SenderAddress.h"
 #include "platform/RunLoop.h"
 #include "platform/SenderFilter.h"
+#include "support/Udp.h"
+#include "support/Waiting.h"
 
 namespace ravelin {
 namespace {

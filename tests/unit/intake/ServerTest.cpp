@@ -19,12 +19,12 @@
 #include <utility>
 #include <vector>
 
-#include "Announcements.h"
-#include "OwnNetwork.h"
-#include "RecordingLog.h"
-#include "Seccomp.h"
-#include "Udp.h"
-#include "Waiting.h"
+#include "support/Announcements.h"
+#include "support/RecordingLog.h"
+#include "support/Udp.h"
+#include "support/Waiting.h"
+#include "support/linux/OwnNetwork.h"
+#include "support/linux/Seccomp.h"
 
 namespace ravelin {
 namespace {

@@ -19,10 +19,10 @@
 #include <string_view>
 #include <vector>
 
-#include "NoFreeDescriptors.h"
-#include "TemporaryDirectory.h"
-#include "Waiting.h"
 #include "platform/RunLoop.h"
+#include "support/NoFreeDescriptors.h"
+#include "support/TemporaryDirectory.h"
+#include "support/Waiting.h"
 
 namespace ravelin::platform {
 namespace {

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <string>
 
-#include "platform/linux/StandardErrorReplacement.h"
+#include "support/linux/StandardErrorReplacement.h"
 
 namespace ravelin::platform {
 namespace {

@@ -18,9 +18,9 @@
 
 #include <sys/resource.h>
 
-#include "Shortcuts.h"
-#include "TemporaryDirectory.h"
 #include "platform/Service.h"
+#include "support/Shortcuts.h"
+#include "support/TemporaryDirectory.h"
 
 namespace ravelin::platform {
 namespace {

@@ -5,11 +5,11 @@
 
 #include <filesystem>
 
-#include "Pictures.h"
-#include "TemporaryDirectory.h"
 #include "platform/ChildProcess.h"
 #include "platform/Service.h"
-#include "platform/linux/ShortcutHelper.h"
+#include "platform/linux/shortcut/ShortcutHelper.h"
+#include "support/Pictures.h"
+#include "support/TemporaryDirectory.h"
 
 namespace ravelin::platform {
 namespace {

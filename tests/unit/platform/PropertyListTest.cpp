@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace ravelin::platform {
 namespace {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 namespace ravelin::platform {
 namespace {

@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/LogLine.h"
-#include "platform/LogTemplate.h"
-#include "platform/linux/StandardErrorReplacement.h"
+#include "base/LogLine.h"
+#include "base/LogTemplate.h"
+#include "support/linux/StandardErrorReplacement.h"
 
 namespace ravelin::platform {
 namespace {

@@ -7,13 +7,13 @@
 #include <fstream>
 #include <iterator>
 
-#include "Pictures.h"
-#include "StandInChildProcesses.h"
-#include "TemporaryHome.h"
 #include "platform/Image.h"
-#include "platform/ScriptRunner.h"
 #include "platform/Service.h"
-#include "platform/linux/ShortcutHelper.h"
+#include "platform/linux/shortcut/ShortcutHelper.h"
+#include "platform/scripts/ScriptRunner.h"
+#include "support/Pictures.h"
+#include "support/StandInChildProcesses.h"
+#include "support/TemporaryHome.h"
 
 namespace ravelin::platform {
 namespace {

@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "OwnMounts.h"
-#include "TemporaryDirectory.h"
-#include "WithheldCall.h"
+#include "support/TemporaryDirectory.h"
+#include "support/WithheldCall.h"
+#include "support/linux/OwnMounts.h"
 
 namespace ravelin::platform {
 namespace {

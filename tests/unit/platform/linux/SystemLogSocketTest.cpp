@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "TemporaryDirectory.h"
-#include "platform/linux/LogService.h"
+#include "support/TemporaryDirectory.h"
+#include "support/linux/LogService.h"
 
 namespace ravelin::platform {
 namespace {

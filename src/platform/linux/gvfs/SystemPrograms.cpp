@@ -1,0 +1,99 @@
+#include "platform/SystemPrograms.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "base/PercentEscaping.h"
+#include "platform/Service.h"
+#include "platform/linux/gvfs/MountTable.h"
+#include "platform/linux/gvfs/VolumeSituation.h"
+#include "platform/linux/gvfs/VolumesHelper.h"
+#include "platform/posix/StandardError.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+using Output = ChildProcesses::Output;
+
+/// Where the program is; when it is nowhere, where it should be.
+std::string located(const std::string& name) {
+  static const std::array<std::string, 4> FOLDERS{"/usr/bin/", "/bin/", "/usr/sbin/", "/sbin/"};
+  const auto* const folder = std::ranges::find_if(FOLDERS, [&name](const std::string& candidate) {
+    return ::access((candidate + name).c_str(), X_OK) == 0;
+  });
+  return (folder == FOLDERS.end() ? FOLDERS.front() : *folder) + name;
+}
+
+ChildResult run(const std::string& name, const std::vector<std::string>& arguments, Output output) {
+  return service<ChildProcesses>().run(located(name), arguments, output);
+}
+
+/// The described arguments for the kernel's SMB file system, whose mounting program takes the name
+/// of the share as it is; others stay.
+std::vector<std::string> translated(const std::vector<std::string>& arguments) {
+  static constexpr std::string_view GUEST = "//guest:@";
+  const bool isGuestMount = arguments.size() == 4 && arguments[0] == "-t" &&
+                            arguments[1] == "smbfs" && arguments[2].starts_with(GUEST);
+  if (!isGuestMount) {
+    return arguments;
+  }
+  const std::string source =
+      "//" + removingPercentEscapes(std::string_view(arguments[2]).substr(GUEST.size()));
+  return {"-t", "cifs", "-o", "guest", source, arguments[3]};
+}
+
+class LinuxSystemPrograms final : public SystemPrograms {
+ public:
+  ChildResult mountTable(const std::string& sought) override {
+    const auto table = MountTable::read();
+    if (!table) {
+      throw LaunchException("cannot read the mount table");
+    }
+    ChildResult result;
+    result.output = table->listing(sought);
+    return result;
+  }
+
+  ChildResult mount(const std::vector<std::string>& arguments) override {
+    return run("mount", translated(arguments), Output::collected);
+  }
+
+  ChildResult umount(const std::string& path) override {
+    const auto table = MountTable::read();
+    const std::string point = table ? table->pointListedAs(path) : path;
+    if (!table || !table->isGvfsMount(point)) {
+      return run("umount", {point}, Output::inherited);
+    }
+    const auto answer = VolumesHelper::unmount(point);
+    if (answer.situation != VolumeSituation::done) {
+      // Where the program would say it.
+      writeToStandardError("umount: " + point + ": " + commentOn(answer.situation, answer.text) +
+                           ".\n");
+    }
+    ChildResult result;
+    result.terminationStatus = static_cast<int>(answer.situation);
+    return result;
+  }
+
+  // Both complain where their callers do not mind.
+  ChildResult mkdir(const std::string& path) override {
+    return run("mkdir", {path}, Output::collected);
+  }
+  ChildResult rmdir(const std::string& path) override {
+    return run("rmdir", {path}, Output::collected);
+  }
+};
+
+}  // namespace
+
+template <>
+SystemPrograms& native<SystemPrograms>() {
+  static auto& instance = *new LinuxSystemPrograms;
+  return instance;
+}
+
+}  // namespace ravelin::platform

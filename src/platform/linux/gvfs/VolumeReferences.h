@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "base/Text.h"
+
+namespace ravelin::platform {
+
+/// The numbers by which this process refers to the volumes that it has mounted: from 1 to 32767,
+/// over and over, but never one whose volume is still mounted. Any thread.
+class VolumeReferences {
+ public:
+  using IsMounted = std::function<bool(const std::string& path)>;
+
+  /// A number for what has just been mounted at the path; 0 when there is none left. The function
+  /// tells what is still mounted of the volumes that have numbers.
+  [[nodiscard]] std::int16_t give(const std::string& path, const IsMounted& isMounted);
+
+  /// The number of what is mounted at the path, which gets one if it has none; 0 when there is none
+  /// left.
+  [[nodiscard]] std::int16_t numberOf(const std::string& path, const IsMounted& isMounted);
+
+  /// Where the volume with this number was mounted; null for a number that has not been given.
+  [[nodiscard]] Text pathOf(std::int16_t reference) const;
+
+ private:
+  std::int16_t _giveNext(const std::string& path, const IsMounted& isMounted);
+
+  mutable std::mutex _mutex;
+  std::map<std::int16_t, std::string> _paths;
+  std::map<std::string, std::int16_t> _numbers;
+  std::int16_t _last = 0;
+};
+
+}  // namespace ravelin::platform

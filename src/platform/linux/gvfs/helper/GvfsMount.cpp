@@ -1,0 +1,318 @@
+#include "GvfsMount.h"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <clocale>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "platform/linux/gvfs/PathUsers.h"
+
+namespace ravelin::volumes {
+
+namespace {
+
+using Situation = GvfsMount::Situation;
+
+/// How long the path may lag behind.
+constexpr std::chrono::seconds PATH_LIMIT{5};
+constexpr guint PATH_INTERVAL = 20;  // milliseconds
+
+/// How long a mount that nobody waits for is awaited. GVfs gives up itself long before.
+constexpr std::chrono::minutes LATE_LIMIT{30};
+
+/// How long GVfs may be busy with the place: a file that has just been closed is still being closed
+/// there, and whoever looks at every new mount asks for something.
+constexpr int BUSY_ATTEMPTS = 50;
+constexpr guint BUSY_INTERVAL = 100;  // milliseconds
+
+struct Meaning {
+  int error;
+  Situation situation;
+};
+
+// GVfs passes on the text of the system's error in the session's language, and nothing else.
+constexpr std::array MEANINGS{
+    Meaning{ENOENT, Situation::noSuchShare},    Meaning{ENODEV, Situation::noSuchShare},
+    Meaning{EACCES, Situation::notPermitted},   Meaning{EPERM, Situation::notPermitted},
+    Meaning{ECONNREFUSED, Situation::noServer}, Meaning{EHOSTUNREACH, Situation::noServer},
+    Meaning{ENETUNREACH, Situation::noServer},  Meaning{EHOSTDOWN, Situation::noServer},
+    Meaning{ENETDOWN, Situation::noServer},     Meaning{ETIMEDOUT, Situation::noServer},
+    Meaning{ECONNRESET, Situation::noServer},   Meaning{ECONNABORTED, Situation::noServer},
+};
+
+class Locale {
+ public:
+  explicit Locale(const char* name) : _locale(::newlocale(LC_ALL_MASK, name, nullptr)) {}
+  ~Locale() {
+    if (_locale != nullptr) {
+      ::freelocale(_locale);
+    }
+  }
+  Locale(const Locale&) = delete;
+  Locale& operator=(const Locale&) = delete;
+
+  [[nodiscard]] std::string_view textOf(int error) const {
+    return _locale != nullptr ? ::strerror_l(error, _locale) : "";
+  }
+
+ private:
+  locale_t _locale;
+};
+
+Situation situationBehind(std::string_view message) {
+  for (const char* name : {"", "C"}) {
+    const Locale locale(name);
+    for (const Meaning& meaning : MEANINGS) {
+      const std::string_view text = locale.textOf(meaning.error);
+      if (!text.empty() && message.ends_with(text)) {
+        return meaning.situation;
+      }
+    }
+  }
+  return Situation::failed;
+}
+
+bool isMissing(const std::string& path) {
+  struct stat status{};
+  return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+/// Whether the files at the path can be listed. The FUSE side of GVfs may for a moment go on asking
+/// for the mount that was in this place before.
+bool isUsable(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::directory_iterator folder(path, error);
+  return !error;
+}
+
+}  // namespace
+
+GvfsMount::GvfsMount(const char* place) : _file(g_file_new_for_commandline_arg(place)) {
+  g_signal_connect(_operation.get(), "ask-password", G_CALLBACK(_onAskPassword), this);
+  g_signal_connect(_operation.get(), "show-processes", G_CALLBACK(_onShowProcesses), this);
+  _allow(LIMIT);
+}
+
+GvfsMount::~GvfsMount() {
+  _allow({});
+  g_signal_handlers_disconnect_by_data(_operation.get(), this);
+}
+
+void GvfsMount::_allow(std::chrono::milliseconds limit) {
+  if (_timer != 0) {
+    g_source_remove(_timer);
+  }
+  _timer =
+      limit.count() == 0 ? 0 : g_timeout_add(static_cast<guint>(limit.count()), _onTimeUp, this);
+}
+
+Situation GvfsMount::mount() {
+  _isPending = true;
+  // To cancel it would only be not to hear of its end.
+  g_file_mount_enclosing_volume(_file.get(), G_MOUNT_MOUNT_NONE, _operation.get(), nullptr, _onDone,
+                                this);
+  _await();
+  if (_isPending) {
+    return Situation::timedOut;
+  }
+  if (Error error = _finishMount()) {
+    return _judge(std::move(error));
+  }
+  if (const Situation situation = _find(); situation != Situation::done) {
+    return situation;
+  }
+  const Situation situation = _waitForPath();
+  if (situation == Situation::noMountPoint) {
+    undo();
+  }
+  return situation;
+}
+
+void GvfsMount::giveUp() {
+  _timeIsUp = true;
+  g_cancellable_cancel(_cancellable.get());
+  if (_isPending) {
+    g_main_loop_quit(_loop.get());
+  }
+}
+
+void GvfsMount::undo() {
+  if (_isPending) {
+    _allow(LATE_LIMIT);
+    _await();
+    if (_isPending || _finishMount()) {
+      return;
+    }
+  }
+  _allow(LIMIT);
+  _cancellable.reset(g_cancellable_new());
+  if (_isMounted && _find() == Situation::done) {
+    _isMounted = _unmountWhenIdle([this] { return _unmountFound(); }) != Situation::done;
+  }
+}
+
+Situation GvfsMount::_unmountWhenIdle(const std::function<Situation()>& unmount) {
+  Situation situation = unmount();
+  for (int attempt = 1; _inUse && attempt < BUSY_ATTEMPTS; ++attempt) {
+    g_usleep(gulong{BUSY_INTERVAL} * 1000);
+    _inUse = false;
+    situation = unmount();
+  }
+  return situation;
+}
+
+Error GvfsMount::_finishMount() {
+  GError* error = nullptr;
+  g_file_mount_enclosing_volume_finish(_file.get(), _result.get(), &error);
+  _isMounted = error == nullptr;
+  return Error(error);
+}
+
+Situation GvfsMount::unmount() {
+  switch (const Situation situation = _find()) {
+    case Situation::done:
+      return _unmountWhenIdle([this] { return _unmountUnused(); });
+    case Situation::timedOut:
+      return situation;
+    default:
+      return Situation::notMounted;
+  }
+}
+
+Situation GvfsMount::_find() {
+  g_file_find_enclosing_mount_async(_file.get(), G_PRIORITY_DEFAULT, _cancellable.get(), _onDone,
+                                    this);
+  _await();
+  GError* error = nullptr;
+  _found.reset(g_file_find_enclosing_mount_finish(_file.get(), _result.get(), &error));
+  return error == nullptr ? Situation::done : _judge(Error(error));
+}
+
+Situation GvfsMount::_unmountUnused() {
+  const Owned<GFile> root(g_mount_get_root(_found.get()));
+  const String path(g_file_get_path(root.get()));
+  if (path != nullptr) {
+    // The kernel knows no links. The last component is the share itself, which is not asked.
+    const std::filesystem::path place(path.get());
+    std::error_code error;
+    const auto folder = std::filesystem::canonical(place.parent_path(), error);
+    const auto users = platform::usersOf((folder / place.filename()).string());
+    if (!error && !users.empty()) {
+      _message = platform::described(users);
+      return Situation::inUse;
+    }
+  }
+  return _unmountFound();
+}
+
+Situation GvfsMount::_unmountFound() {
+  const Owned<GFile> root(g_mount_get_root(_found.get()));
+  const String path(g_file_get_path(root.get()));
+  g_mount_unmount_with_operation(_found.get(), G_MOUNT_UNMOUNT_NONE, _operation.get(),
+                                 _cancellable.get(), _onDone, this);
+  _await();
+  GError* error = nullptr;
+  g_mount_unmount_with_operation_finish(_found.get(), _result.get(), &error);
+  if (error != nullptr) {
+    return _judge(Error(error));
+  }
+  if (path != nullptr) {
+    _waitUntil([where = std::string(path.get())] { return isMissing(where); });
+  }
+  return Situation::done;
+}
+
+Situation GvfsMount::_waitForPath() {
+  const Owned<GFile> root(g_mount_get_root(_found.get()));
+  const String path(g_file_get_path(root.get()));
+  if (path == nullptr) {
+    _message = "no path leads there";
+    return Situation::noMountPoint;
+  }
+  _waitUntil([where = std::string(path.get())] { return isUsable(where); });
+  std::error_code error;
+  _mountPoint = std::filesystem::canonical(path.get(), error).string();
+  _message = error.message();
+  return error ? Situation::noMountPoint : Situation::done;
+}
+
+void GvfsMount::_waitUntil(const std::function<bool()>& holds) {
+  const auto deadline = std::chrono::steady_clock::now() + PATH_LIMIT;
+  while (!holds() && std::chrono::steady_clock::now() < deadline) {
+    g_usleep(gulong{PATH_INTERVAL} * 1000);
+  }
+}
+
+void GvfsMount::_await() { g_main_loop_run(_loop.get()); }
+
+Situation GvfsMount::_judge(Error error) {
+  _message = error->message;
+  if (_timeIsUp) {
+    return Situation::timedOut;
+  }
+  if (_inUse) {
+    return Situation::inUse;
+  }
+  if (_timesAsked > 1) {
+    return Situation::notPermitted;
+  }
+  if (error->domain != G_IO_ERROR) {
+    return Situation::failed;
+  }
+  switch (error->code) {
+    case G_IO_ERROR_ALREADY_MOUNTED:
+      return Situation::alreadyMounted;
+    case G_IO_ERROR_NOT_SUPPORTED:
+      return Situation::noGvfs;
+    case G_IO_ERROR_NOT_MOUNTED:
+    case G_IO_ERROR_NOT_FOUND:
+      return Situation::notMounted;
+    case G_IO_ERROR_PERMISSION_DENIED:
+      return Situation::notPermitted;
+    case G_IO_ERROR_BUSY:
+      _inUse = true;
+      return Situation::inUse;
+    default:
+      return situationBehind(_message);
+  }
+}
+
+void GvfsMount::_onAskPassword(GMountOperation* operation, const char* /*message*/,
+                               const char* /*user*/, const char* /*domain*/,
+                               GAskPasswordFlags /*flags*/, gpointer self) {
+  auto& mount = *static_cast<GvfsMount*>(self);
+  // Asked again, the same answer would only be refused again.
+  ++mount._timesAsked;
+  g_mount_operation_set_anonymous(operation, TRUE);
+  const bool isWanted = mount._timesAsked == 1 && !mount._timeIsUp;
+  g_mount_operation_reply(operation,
+                          isWanted ? G_MOUNT_OPERATION_HANDLED : G_MOUNT_OPERATION_ABORTED);
+}
+
+void GvfsMount::_onShowProcesses(GMountOperation* operation, const char* /*message*/,
+                                 GArray* /*processes*/, const char** /*choices*/, gpointer self) {
+  static_cast<GvfsMount*>(self)->_inUse = true;
+  g_mount_operation_reply(operation, G_MOUNT_OPERATION_ABORTED);
+}
+
+void GvfsMount::_onDone(GObject* /*source*/, GAsyncResult* result, gpointer self) {
+  auto& mount = *static_cast<GvfsMount*>(self);
+  mount._result.reset(static_cast<GAsyncResult*>(g_object_ref(result)));
+  mount._isPending = false;
+  g_main_loop_quit(mount._loop.get());
+}
+
+gboolean GvfsMount::_onTimeUp(gpointer self) {
+  auto& mount = *static_cast<GvfsMount*>(self);
+  mount._timer = 0;
+  mount.giveUp();
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace ravelin::volumes

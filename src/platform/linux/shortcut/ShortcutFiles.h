@@ -1,0 +1,54 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string_view>
+
+#include "platform/FileManager.h"
+#include "platform/linux/BeneathResolver.h"
+#include "platform/linux/shortcut/Trash.h"
+
+namespace ravelin::platform {
+
+/// The shortcuts among the files of a desktop: the regular files with the first line of one.
+/// Whatever else there is belongs to the user: it is never removed or replaced here, even where it
+/// comes into a shortcut's place in the very moment of a removal. Any thread.
+class ShortcutFiles {
+ public:
+  using Place = BeneathResolver::Place;
+
+  explicit ShortcutFiles(const BeneathResolver& resolver) : _resolver(resolver) {}
+
+  /// Whether there is something at the place, also something mounted.
+  [[nodiscard]] bool exists(const Place& place) const;
+
+  /// Removes the shortcut at the place. Null on success.
+  std::optional<FileError> remove(const Place& place);
+
+  /// Removes what is at the place: a shortcut for good, anything else to the user's trash. Null
+  /// when the place is free.
+  std::optional<FileError> makeWay(const Place& place);
+
+  /// Puts a shortcut into the place, which is free or has a shortcut. Null on success.
+  std::optional<FileError> store(const Place& place, std::string_view content);
+
+ private:
+  enum class Kind { nothing, shortcut, foreign };
+  struct Item {
+    Kind kind = Kind::nothing;
+    Descriptor descriptor;
+    FileError error;  ///< why it cannot be removed, where it is no shortcut
+  };
+
+  [[nodiscard]] Item _lookAt(int folder, const std::string& name) const;
+  [[nodiscard]] int _moveIfFree(int folder, const std::string& from, const std::string& to) const;
+  void _putBack(int folder, const std::string& from, const std::string& to) const;
+  std::optional<FileError> _removeShortcut(const Place& place);
+
+  const BeneathResolver& _resolver;
+  Trash _trash;
+  /// So that nobody ends the process while another thread is half done.
+  std::recursive_mutex _removal;
+};
+
+}  // namespace ravelin::platform

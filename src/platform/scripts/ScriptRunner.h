@@ -1,0 +1,32 @@
+#pragma once
+
+#include <variant>
+
+#include "platform/Service.h"
+#include "platform/scripts/AliasScript.h"
+#include "platform/scripts/RemovalScript.h"
+#include "platform/scripts/ShortcutScript.h"
+
+namespace ravelin::platform {
+
+/// The scripts that the agent runs on the desktop.
+using Script = std::variant<ShortcutScript, RemovalScript, AliasScript>;
+
+/// Runs scripts on the user's desktop. Main thread only.
+class ScriptRunner {
+ public:
+  virtual ~ScriptRunner() = default;
+
+  /// Runs the script and answers whether it ran without error. A script whose inserted values hold
+  /// a double quote or a backslash does not run: it would not be the script that was meant.
+  bool run(const Script& script);
+
+ private:
+  /// Compiles and runs the source, or does to the desktop what the source says.
+  virtual bool _execute(const Script& script) = 0;
+};
+
+template <>
+ScriptRunner& native<ScriptRunner>();
+
+}  // namespace ravelin::platform
