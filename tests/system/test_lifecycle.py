@@ -286,7 +286,8 @@ def test_port_that_is_none_ends_the_process_with_its_reason(home, port):
     home.configure(port)
     agent = Agent(home)
     assert agent.exit_status() == -signal.SIGABRT
-    assert re.search(r"startOnAddress.*1 <= andPort && andPort <= 65535", agent.log()), agent.log()
+    line = CONSOLE + r"Precondition failed in .*startOnAddress.*1 <= andPort && andPort <= 65535$"
+    assert re.search("^" + line, agent.log(), re.MULTILINE), agent.log()
     assert STARTED not in agent.log()
 
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <iostream>
+#include <string_view>
 
 namespace ravelin {
 namespace {
@@ -15,7 +17,17 @@ TEST(PreconditionTest, LetsProcessRunWhenItHolds) {
 TEST(PreconditionTest, EndsProcessWithMessage) {
   EXPECT_EXIT(precondition(false, "Server::start", "the port is 100%set"),
               ::testing::KilledBySignal(SIGABRT),
-              "\\] Precondition failed in Server::start: the port is 100%set\n");
+              "^Precondition failed in Server::start: the port is 100%set\n");
+}
+
+TEST(PreconditionTest, TheReportWritesTheMessage) {
+  EXPECT_EXIT(
+      {
+        setPreconditionReport([](std::string_view message) { std::cerr << "<" << message << ">"; });
+        preconditionFailed("Queue::addDisk", "there is a disk");
+      },
+      ::testing::KilledBySignal(SIGABRT),
+      "^<Precondition failed in Queue::addDisk: there is a disk>$");
 }
 
 TEST(PreconditionTest, FailsUnconditionally) {
