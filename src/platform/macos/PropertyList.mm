@@ -1,0 +1,85 @@
+#include "platform/PropertyList.h"
+
+#import <Foundation/Foundation.h>
+
+#include <string>
+#include <utility>
+
+#include "base/Text.h"
+#include "platform/FileManager.h"
+#include "platform/macos/FoundationText.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+PropertyListValue valueOf(id object);
+
+PropertyListArray arrayOf(NSArray* objects) {
+  PropertyListArray values;
+  for (id object in objects) {
+    values.push_back(valueOf(object));
+  }
+  return values;
+}
+
+PropertyListDictionary dictionaryOf(NSDictionary* objects) {
+  PropertyListDictionary values;
+  for (NSString* key in objects) {
+    values.emplace(textOrNull(textOf(key)), valueOf([objects objectForKey:key]));
+  }
+  return values;
+}
+
+PropertyListValue numberOf(NSNumber* number) {
+  const char type = [number objCType][0];
+  // Truths are kept as characters here, and no other number of a property list is.
+  if (type == 'c' || type == 'B') {
+    return PropertyListValue(static_cast<bool>([number boolValue]));
+  }
+  if (type == 'd' || type == 'f') {
+    return PropertyListValue([number doubleValue]);
+  }
+  return PropertyListValue(std::int64_t{[number longLongValue]});
+}
+
+PropertyListValue valueOf(id object) {
+  if ([object isKindOfClass:[NSString class]]) {
+    return PropertyListValue(textOrNull(textOf(static_cast<NSString*>(object))));
+  }
+  if ([object isKindOfClass:[NSNumber class]]) {
+    return numberOf(object);
+  }
+  if ([object isKindOfClass:[NSArray class]]) {
+    return PropertyListValue(arrayOf(object));
+  }
+  if ([object isKindOfClass:[NSDictionary class]]) {
+    return PropertyListValue(dictionaryOf(object));
+  }
+  return {};
+}
+
+std::optional<PropertyListDictionary> dictionaryIn(id list) {
+  return [list isKindOfClass:[NSDictionary class]] ? std::optional(dictionaryOf(list))
+                                                   : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
+  @autoreleasepool {
+    return dictionaryIn([NSDictionary dictionaryWithContentsOfFile:stringOf(path)]);
+  }
+}
+
+std::optional<PropertyListDictionary> dictionaryWithContents(std::string_view content) {
+  @autoreleasepool {
+    NSData* const bytes = [NSData dataWithBytes:content.data() length:content.size()];
+    return dictionaryIn([NSPropertyListSerialization propertyListWithData:bytes
+                                                                  options:NSPropertyListImmutable
+                                                                   format:nullptr
+                                                                    error:nullptr]);
+  }
+}
+
+}  // namespace ravelin::platform
