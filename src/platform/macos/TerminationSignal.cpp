@@ -1,0 +1,14 @@
+#include "platform/TerminationSignal.h"
+
+#include <utility>
+
+#include "platform/RunLoop.h"
+#include "platform/posix/TerminationHandling.h"
+
+namespace ravelin::platform {
+
+void installTerminationHandler(std::function<void()> handler) {
+  handleTermination(RunLoop::main(), wakeThroughPipe, std::move(handler));
+}
+
+}  // namespace ravelin::platform
