@@ -24,12 +24,13 @@ struct CloseFolder {
 };
 
 /// The names in the folder; 0 or the error number.
-int listFolder(Descriptor folder, std::vector<std::string>& names) {
-  const std::unique_ptr<DIR, CloseFolder> opened(::fdopendir(folder.number()));
+int listFolder(const Descriptor& folder, std::vector<std::string>& names) {
+  Descriptor own(::openat(folder.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::unique_ptr<DIR, CloseFolder> opened(own.isOpen() ? ::fdopendir(own.number()) : nullptr);
   if (opened == nullptr) {
     return errno;
   }
-  folder.release();
+  own.release();  // belongs to the listing now
   for (;;) {
     errno = 0;
     const dirent* const entry = ::readdir(opened.get());
@@ -49,14 +50,12 @@ int emptyFolder(int folder, const std::string& name, int depth) {
   if (depth == 0) {
     return ELOOP;
   }
-  const StepwiseAccess access;
-  const Descriptor inside = access.enter(folder, name);
-  Descriptor reading = access.enter(folder, name);
-  if (!inside.isOpen() || !reading.isOpen()) {
+  const Descriptor inside = StepwiseAccess().enter(folder, name);
+  if (!inside.isOpen()) {
     return errno;
   }
   std::vector<std::string> names;
-  int error = listFolder(std::move(reading), names);
+  int error = listFolder(inside, names);
   for (auto item = names.begin(); error == 0 && item != names.end(); ++item) {
     error = removeItem(inside.number(), *item, depth - 1);
   }
