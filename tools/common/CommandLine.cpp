@@ -124,9 +124,9 @@ std::optional<Failure> CommandLine::_run(int count, char** arguments, const Work
   return work(_arguments());
 }
 
-/// The arguments with each value in a place of its own, as far as they are options that there are.
-/// The parser would take what follows "--name=" for its value, "--flag=false" for an option that is
-/// not given, and "-1" for no option.
+/// The arguments, with the value of each option as an argument of its own. The parser would take
+/// the argument behind "--name=" for the value, "--flag=false" for a flag that is not given, and
+/// "-1" for an argument that is no option.
 std::variant<std::vector<std::string>, Failure> CommandLine::_separated(int count,
                                                                         char** arguments) const {
   std::vector<std::string> words;
