@@ -2,9 +2,11 @@
 
 #include <string>
 
+#include "base/Visible.h"
+
 namespace ravelin::open {
 
-/// The text in one line of valid UTF-8: whatever can not be shown is shown as U+FFFD.
-[[nodiscard]] std::string printable(const std::string& text);
+/// What others say, in one line for people.
+[[nodiscard]] inline std::string printable(const std::string& text) { return visibleLine(text); }
 
 }  // namespace ravelin::open

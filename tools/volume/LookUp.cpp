@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "common/InQuotes.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
 #include "platform/Service.h"
@@ -30,7 +31,7 @@ bool isSame(const MountedShare& mounted, const Disk& disk) {
 }
 
 std::string nameOf(const std::string& server, const std::string& share) {
-  return "'" + share + "' of " + server;
+  return inQuotes(share).append(" of ").append(server);
 }
 
 }  // namespace
