@@ -98,7 +98,7 @@ Controller::~Controller() {
 }
 
 std::vector<DiskPtr> Controller::mountedDisks() const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return _mountedDisks.copy();
 }
 
@@ -108,12 +108,12 @@ void Controller::setMountedDisks(const std::vector<DiskPtr>& mountedDisks) {
     precondition(disk != nullptr, "Controller::setMountedDisks(mountedDisks)", "disk != null");
     records.append(disk);
   }
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   std::swap(_mountedDisks, records);
 }
 
 std::vector<DiskPtr> Controller::diskEventQueue() const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   const auto& events = _diskEventQueue.elements();
   return {events.begin(), events.end()};
 }
@@ -123,13 +123,13 @@ void Controller::setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue) {
   for (const DiskPtr& event : diskEventQueue) {
     events.enqueue(event);
   }
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   std::swap(_diskEventQueue, events);
   _admission.queueWasReplaced();
 }
 
 std::size_t Controller::waitingEvents() const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return _diskEventQueue.count();
 }
 
@@ -145,7 +145,7 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
   event->setSender(senderIn(fromAddress));
   Text line;
   {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     if (const auto limit = _admission.admit(event)) {
       line = _admission.lineAbout(event->sender(), *limit, std::chrono::steady_clock::now());
     }
@@ -170,7 +170,7 @@ bool Controller::_isDiskValid(const Disk* disk) {
 }
 
 bool Controller::_isUniqueEvent(const Disk& event) const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return !_diskEventQueue.containsReceiverEqualTo(event);
 }
 
@@ -200,7 +200,7 @@ void Controller::_processNextDiskEvent() {
   while (!_handlerShouldEnd) {
     DiskPtr event;
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       event = _admission.next();
     }
     if (!event) {
@@ -237,7 +237,7 @@ void Controller::_process(const DiskPtr& event) {
   } else if (name == "no_disk") {
     std::vector<DiskPtr> disks;
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       disks = _mountedDisks.ofDevice(event->macAddress());
     }
     for (const DiskPtr& disk : disks) {
@@ -252,7 +252,7 @@ void Controller::_process(const DiskPtr& event) {
 }
 
 DiskPtr Controller::_findMountedInternalDisk(const Disk& event) const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return _mountedDisks.find(event.uuid());
 }
 
@@ -279,7 +279,7 @@ void Controller::_mountDisk(const DiskPtr& disk) {
       disk->label()};
   RunLoop::main().performAndWait([&] {
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       if (_handlerShouldEnd) {
         return;
       }
@@ -293,7 +293,7 @@ void Controller::_mountDisk(const DiskPtr& disk) {
     }
   });
   disk->setLastUpdateTime(now());
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   if (std::exchange(_diskBeingMounted, nullptr) == disk) {
     _mountedDisks.append(disk);
   }
@@ -306,7 +306,7 @@ void Controller::_unmountDisk(const Disk& event) {
     return;
   }
   _deleteAliasAtPath(_shortcutPathForDisk(*mounted));
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   _mountedDisks.remove(*mounted);
 }
 
@@ -314,7 +314,7 @@ void Controller::unmountAll() {
   std::vector<DiskPtr> disks;
   DiskPtr beingMounted;
   {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     disks = _mountedDisks.copy();
     beingMounted = std::exchange(_diskBeingMounted, nullptr);
   }

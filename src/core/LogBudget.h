@@ -3,7 +3,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
+
+#include "base/ThreadSafety.h"
 
 namespace ravelin {
 
@@ -36,11 +37,11 @@ class LogBudget {
   std::uint64_t takeSuppressed();
 
  private:
-  std::mutex _mutex;  ///< guards all below
-  std::size_t _available = AT_ONCE;
-  Clock::time_point _refilled;
-  std::uint64_t _suppressed = 0;
-  Clock::time_point _lastSuppressed;
+  Mutex _mutex;
+  std::size_t _available GUARDED_BY(_mutex) = AT_ONCE;
+  Clock::time_point _refilled GUARDED_BY(_mutex);
+  std::uint64_t _suppressed GUARDED_BY(_mutex) = 0;
+  Clock::time_point _lastSuppressed GUARDED_BY(_mutex);
 };
 
 }  // namespace ravelin
