@@ -16,9 +16,10 @@
 #include <vector>
 
 #include "Announcements.h"
-#include "OpenController.h"
+#include "NoDesktop.h"
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
+#include "support/OpenController.h"
 
 namespace ravelin::bench {
 
@@ -162,15 +163,22 @@ bool runUntilReceived(std::size_t count, const std::function<std::size_t()>& rec
   return true;
 }
 
+/// Counts the datagrams, and gives them to the controller where there is one.
 class Counter final : public ServerDelegate {
  public:
-  void server(Server& /*server*/, std::span<const std::byte> /*receivedData*/,
-              std::span<const std::byte> /*fromAddress*/) override {
+  explicit Counter(Controller* controller = nullptr) : _controller(controller) {}
+
+  void server(Server& server, std::span<const std::byte> receivedData,
+              std::span<const std::byte> fromAddress) override {
     ++_received;
+    if (_controller != nullptr) {
+      _controller->server(server, receivedData, fromAddress);
+    }
   }
   [[nodiscard]] std::size_t received() const { return _received; }
 
  private:
+  Controller* const _controller;
   std::size_t _received = 0;
 };
 
@@ -189,21 +197,22 @@ void server(benchmark::State& state) {
 /// nothing to hand back to the main thread. What waits after a round is handled before the next.
 void intake(benchmark::State& state) {
   const NoDesktop noDesktop;
-  const auto controller = std::make_shared<OpenController>();
-  controller->mountAnnounced(MOST_DATAGRAMS);
+  test::OpenController controller;
+  mountAnnounced(controller, MOST_DATAGRAMS);
+  const auto counter = std::make_shared<Counter>(&controller);
   const std::uint16_t port = freePort();
   Server server;
   server.startOnAddress("127.0.0.1", port);
-  server.setDelegate(controller);
+  server.setDelegate(counter);
   std::size_t waited = 0;
   measure(
       state, server.cfSocket()->native(), port,
       [&](std::size_t count) {
-        return runUntilReceived(count, [&] { return controller->received(); });
+        return runUntilReceived(count, [&] { return counter->received(); });
       },
       [&] {
-        waited += controller->waitingEvents();
-        controller->_processNextDiskEvent();
+        waited += controller.waitingEvents();
+        controller._processNextDiskEvent();
       });
   // The handler thread takes some; were it all of them, or none queued, this would be no measure.
   if (waited == 0) {

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "Announcements.h"
-#include "OpenController.h"
 #include "platform/RunLoop.h"
+#include "support/OpenController.h"
 #include "support/TemporaryHome.h"
 
 namespace ravelin::bench {
@@ -23,6 +23,7 @@ namespace ravelin::bench {
 namespace {
 
 using platform::RunLoop;
+using test::OpenController;
 
 using Clock = std::chrono::steady_clock;
 

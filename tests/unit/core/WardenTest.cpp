@@ -24,6 +24,7 @@
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
 #include "support/Announcements.h"
+#include "support/OpenWarden.h"
 #include "support/RecordingLog.h"
 #include "support/TemporaryHome.h"
 #include "support/Udp.h"
@@ -40,6 +41,7 @@ using platform::RunLoop;
 using test::error;
 using test::info;
 using test::LogLine;
+using test::OpenWarden;
 using test::RecordingLog;
 using test::ReservedPort;
 using test::runUntil;
@@ -58,12 +60,6 @@ const LogLine STOPPED = info("Server has been stopped!");
 
 constexpr const char* GROUP = "239.77.0.1";
 constexpr const char* LOOPBACK = "127.0.0.1";
-
-class OpenWarden final : public Warden {
- public:
-  using Warden::_getConfigDictionary;
-  using Warden::_initializeServers;
-};
 
 std::string integer(int value) { return "<integer>" + std::to_string(value) + "</integer>"; }
 std::string text(const std::string& value) { return "<string>" + value + "</string>"; }
