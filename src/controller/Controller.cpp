@@ -139,13 +139,16 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
     return;
   }
   const DiskPtr event = EventParser::parse(receivedData);
-  if (!_isDiskValid(event.get()) || !_isUniqueEvent(*event)) {
+  if (!_isDiskValid(event.get())) {
     return;
   }
   event->setSender(senderIn(fromAddress));
   Text line;
   {
     const LockGuard lock(_mutex);
+    if (!_isUniqueEvent(*event)) {
+      return;
+    }
     if (const auto limit = _admission.admit(event)) {
       line = _admission.lineAbout(event->sender(), *limit, std::chrono::steady_clock::now());
     }
@@ -170,7 +173,6 @@ bool Controller::_isDiskValid(const Disk* disk) {
 }
 
 bool Controller::_isUniqueEvent(const Disk& event) const {
-  const LockGuard lock(_mutex);
   return !_diskEventQueue.containsReceiverEqualTo(event);
 }
 

@@ -83,7 +83,7 @@ class Controller : public ServerDelegate {
 
   // Judging events. Any thread.
   static bool _isDiskValid(const Disk* disk);
-  [[nodiscard]] bool _isUniqueEvent(const Disk& event) const EXCLUDES(_mutex);
+  [[nodiscard]] bool _isUniqueEvent(const Disk& event) const REQUIRES(_mutex);
   [[nodiscard]] DiskPtr _findMountedInternalDisk(const Disk& event) const EXCLUDES(_mutex);
   [[nodiscard]] bool _isDiskMounted(const Disk& event) const EXCLUDES(_mutex);
   [[nodiscard]] bool _shouldDiskRemounted(const Disk& event) const EXCLUDES(_mutex);
