@@ -93,7 +93,7 @@ int memberships() {
   return sum;
 }
 
-/// Adds the microseconds that the work takes, some times.
+/// Does the work some times, and adds the microseconds that each time takes.
 template <class Work>
 void addTimes(std::vector<double>& taken, const Work& work) {
   for (int time = 0; time < TIMES_PER_ROUND; ++time) {
@@ -224,7 +224,7 @@ int measure(int rounds) {
   std::vector<double> refresh;
   std::vector<double> bareRebuild;
   std::vector<double> bareRefresh;
-  // In turns, so that what else the machine does hits both alike.
+  // In turns, so that other load on the machine disturbs both alike.
   for (int round = 0; round < rounds; ++round) {
     {
       ravelin::test::OpenWarden agent;

@@ -73,7 +73,7 @@ class Socket {
   int _descriptor;
 };
 
-/// Makes the receive buffer as large as the system allows, and answers how many announcements are
+/// Makes the receive buffer as large as the system allows, and returns how many announcements are
 /// sure to fit.
 std::size_t enlarge(int descriptor) {
   const int wanted = 64 * 1024 * 1024;
@@ -104,8 +104,8 @@ double workedSeconds() {
 
 void nothing() {}
 
-/// Fills the socket again and again, and times only how it is drained. `drain` answers whether it
-/// got as many datagrams as it was told; `tidyUp` follows each time.
+/// Fills the socket again and again, and times only how it is drained. `drain` returns whether it
+/// got that many datagrams; `tidyUp` follows each time.
 void measure(benchmark::State& state, int descriptor, std::uint16_t port,
              const std::function<bool(std::size_t)>& drain,
              const std::function<void()>& tidyUp = nothing) {
@@ -149,7 +149,7 @@ void bare(benchmark::State& state) {
 
 std::uint16_t freePort() { return Socket().port(); }
 
-/// Runs the main thread's run loop until the number that `received` answers has grown by `count`.
+/// Runs the main thread's run loop until the number that `received` returns has grown by `count`.
 bool runUntilReceived(std::size_t count, const std::function<std::size_t()>& received) {
   const auto end = std::chrono::steady_clock::now() + PATIENCE;
   const std::size_t wanted = received() + count;
@@ -193,8 +193,9 @@ void server(benchmark::State& state) {
   });
 }
 
-/// All the disks are known, so that the handler thread, which lives its real life beside this, has
-/// nothing to hand back to the main thread. What waits after a round is handled before the next.
+/// All the disks are known, so that the handler thread, which runs beside this as it always does,
+/// has nothing to hand back to the main thread. What waits after a round is handled before the
+/// next.
 void intake(benchmark::State& state) {
   const NoDesktop noDesktop;
   test::OpenController controller;
@@ -214,7 +215,7 @@ void intake(benchmark::State& state) {
         waited += controller.waitingEvents();
         controller._processNextDiskEvent();
       });
-  // The handler thread takes some; were it all of them, or none queued, this would be no measure.
+  // The handler thread takes some. If it took all, or none were queued, nothing was measured.
   if (waited == 0) {
     state.SkipWithError("nothing was queued");
   }

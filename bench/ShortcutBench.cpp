@@ -43,7 +43,7 @@ std::size_t entriesIn(const std::string& folder) {
 
 enum Thread : std::int64_t { HANDLER_THREAD, MAIN_THREAD };
 
-/// Does it for every disk and answers the seconds that all took. On the main thread nothing needs
+/// Acts on every disk and returns the seconds that all took. On the main thread nothing needs
 /// to be handed over; on a handler thread the scripts are, to this thread.
 double timeAll(const std::vector<DiskPtr>& disks, std::int64_t thread,
                const std::function<void(const DiskPtr&)>& act) {

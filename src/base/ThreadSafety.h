@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-/// Says which mutex guards which member, and what a function expects of a mutex, so that clang
-/// stops at an access without the lock (-Wthread-safety). To other compilers these are nothing.
+/// These tell clang which mutex guards a member, and what a function expects of a mutex, so that it
+/// rejects an access without the lock (-Wthread-safety). Other compilers see nothing of them.
 #ifdef __clang__
 #define THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
 #else
@@ -14,12 +14,12 @@
 #define GUARDED_BY(mutex) THREAD_ATTRIBUTE(guarded_by(mutex))
 /// The caller holds the mutex.
 #define REQUIRES(mutex) THREAD_ATTRIBUTE(requires_capability(mutex))
-/// The caller does not hold the mutex, which the function locks itself or must not keep waiting.
+/// The caller does not hold the mutex: the function locks it, or takes too long to run under it.
 #define EXCLUDES(mutex) THREAD_ATTRIBUTE(locks_excluded(mutex))
 
 namespace ravelin {
 
-/// A std::mutex that clang knows as one. Any thread.
+/// A std::mutex that clang's analysis knows. Any thread.
 class THREAD_ATTRIBUTE(capability("mutex")) Mutex {
  public:
   void lock() THREAD_ATTRIBUTE(acquire_capability()) { _mutex.lock(); }

@@ -28,7 +28,7 @@ void append(std::string& result, char character) {
   }
 }
 
-/// How many bytes at the beginning of the text are one readable character beyond ASCII.
+/// The length, in bytes, of the readable non-ASCII character at the beginning, or 0.
 std::size_t wideLength(std::string_view text) {
   const std::size_t length = characterLength(text);
   if (length < 2) {

@@ -104,8 +104,8 @@ class Controller : public ServerDelegate {
   // Liveness. The handler thread.
   void _updateDiskUpdateTime(const Disk& event) EXCLUDES(_mutex);
   void _checkUpdateTimesAndUnmountDisksIfNecessary() EXCLUDES(_mutex);
-  /// Makes the check if it is due and has not been made; also between two events, since a tick ends
-  /// only when no event waits, which a flood puts off as long as it likes.
+  /// Makes the check if it is due and has not been made. Called between two events, too, since a
+  /// tick ends only when no event waits, which a flood can put off for ever.
   void _checkUpdateTimesWhenDue() EXCLUDES(_mutex);
 
  private:

@@ -16,9 +16,9 @@ class AtomicProperty {
     return _value;
   }
 
-  /// Puts the value in the place of the one before, which is let go of on this thread.
+  /// Replaces the value; the former one is destroyed on this thread.
   void set(Value value) {
-    // Not under the lock: what is let go of may do anything at its end.
+    // The former value outlives the lock, for its destructor may do anything.
     const LockGuard lock(_mutex);
     std::swap(_value, value);
   }

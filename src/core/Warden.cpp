@@ -32,7 +32,7 @@ std::optional<PropertyListDictionary> dictionaryInFolder(const Text& folder) {
                 : std::nullopt;
 }
 
-/// What stands under the key, or a value that is nothing, 0 and false.
+/// The value of the key, or an absent one, which counts as 0 and false.
 PropertyListValue valueForKey(const std::optional<PropertyListDictionary>& dictionary,
                               std::string_view key) {
   if (!dictionary) {

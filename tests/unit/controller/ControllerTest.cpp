@@ -432,7 +432,7 @@ TEST_F(ControllerTest, AFloodOfDisksLeavesRoomForThoseOfOthers) {
   EXPECT_TRUE(isMounted("1023"));
   EXPECT_FALSE(isMounted("1024"));
   EXPECT_TRUE(isMounted(*USB.uuid));
-  // Those that are known are heard all the same.
+  // Announcements of known disks are still taken.
   clock.advance(100s);
   receiveFrom("192.0.2.99", 1000, "event:disk_status;mac:m;ip:i;uuid:7;label:7");
   ASSERT_TRUE(settle());
@@ -483,7 +483,7 @@ TEST_F(ControllerTest, TheMountedRecordsAreThoseThatWereSet) {
   EXPECT_EQ(controller->mountedDisks(), records);
   EXPECT_FALSE(isMounted(*USB.uuid));
   EXPECT_TRUE(isMounted(*CARD.uuid));
-  // What is on the desktop is another matter.
+  // The desktop stays as it is.
   EXPECT_THAT(shortcuts(),
               ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
   process({.event = "no_disk", .mac = CARD.mac});
@@ -531,7 +531,7 @@ TEST_F(ControllerTest, ThePropertiesMayBeSetWhileTheHandlerWorks) {
     receive({.event = "disk_mounted", .mac = "m", .ip = "i", .uuid = name, .label = name});
     receive({.event = "disk_unmounted", .mac = "m", .uuid = name});
   }
-  // What is set back may have been taken meanwhile, and the other way round.
+  // Meanwhile the handler thread may have taken what is set again, so nothing else is certain.
   EXPECT_TRUE(runUntil([&] { return controller->waitingEvents() == 0; }));
   isDone = true;
 }
@@ -566,7 +566,7 @@ TEST_F(ControllerTest, WhatWaitsIsLookedAtEveryHalfSecond) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
 }
 
-/// A desktop on which nothing happens but that it is written down, with the thread.
+/// A desktop on which nothing happens; what was asked for is recorded, and on which thread.
 class RecordingDesktop final : public platform::ScriptRunner,
                                public platform::ImageReader,
                                public platform::Workspace {
@@ -940,7 +940,7 @@ TEST_F(ControllerTest, TheShortcutsPathIsTheDesktopAndTheLabelAsItIs) {
   }
 }
 
-/// How the share of a disk with this label is called in the URL of its shortcut.
+/// The name of the share in the URL of the shortcut of a disk with this label.
 Text escapedInShortcut(const std::string& label) {
   RecordingDesktop desktop;
   OpenController()._process(

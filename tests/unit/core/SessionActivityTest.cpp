@@ -128,7 +128,7 @@ TEST_F(SessionActivity, ABusThatGoesAwayAndComesBackIsFollowedAgain) {
   runFor(std::chrono::milliseconds(200));
   EXPECT_FALSE(gSystemActive);
   bus.start();
-  // The session is active on the new bus, and nobody has told so.
+  // The session is active on the new bus, without a notice of it.
   EXPECT_TRUE(test::runUntil([] { return gSystemActive.load(); }, std::chrono::seconds(30)));
   ASSERT_TRUE(bus.setActive(false));
   EXPECT_TRUE(test::runUntil([] { return !gSystemActive; }));
