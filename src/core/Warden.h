@@ -63,12 +63,12 @@ class Warden {
 
  protected:
   /// Has the servers rebuilt after changes of the machine's IPv4 addresses; false, with a line in
-  /// the log, when the system refuses to tell of them.
+  /// the log, when the system refuses to report them.
   bool _startNetworkInterfaceChangeNotifier();
-  /// Ends that; nothing the second time.
+  /// Stops that; does nothing if it has not been started.
   void _stopNetworkInterfaceChangeNotifier();
-  /// After a change: builds the servers anew unless they were built for the addresses of now.
-  static void NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway);
+  /// After a change: rebuilds the servers unless they were built for the current addresses.
+  static void NetworkInterfaceNotificationCallback(Warden& warden, bool anAddressWentAway);
 
   /// From the first call until the second, gSystemActive follows whether this login session is the
   /// active one.
