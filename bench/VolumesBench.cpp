@@ -40,8 +40,8 @@ using Times = std::map<std::string, std::vector<double>>;
 constexpr int MOUNTS = 10000;
 constexpr std::chrono::seconds PATIENCE{30};
 constexpr std::chrono::milliseconds INTERVAL{1};
-/// Where a share has just been unmounted, its path takes up to a second to come back, whoever
-/// mounts it; this would hide everything else.
+/// The path of a share that has just been unmounted takes up to a second to come back when it is
+/// mounted again, by the agent or by GIO; that would hide everything else.
 constexpr std::chrono::milliseconds PAUSE{1500};
 
 double since(Clock::time_point begin) {
@@ -95,7 +95,7 @@ std::string pointOf(int number) {
   return "/mnt/" + addressOf(number) + "/" + std::to_string(number);
 }
 
-/// What the kernel says about so many mounted shares.
+/// The kernel's mount table with that many shares.
 std::string kernelTable() {
   std::string table;
   for (int number = 0; number < MOUNTS; ++number) {

@@ -24,7 +24,7 @@ std::string_view beginningOf(std::string_view bytes, std::size_t limit) {
   if (bytes.size() <= limit) {
     return bytes;
   }
-  // Where the cut is inside a character, that begins at most three bytes before it.
+  // A character that the cut divides begins at most three bytes before it.
   for (std::size_t start = limit; start + 3 >= limit; --start) {
     if (characterLength(bytes.substr(start)) > limit - start) {
       return bytes.substr(0, start);

@@ -30,7 +30,7 @@ void append(std::string& result, char character) {
   }
 }
 
-/// How many bytes at the beginning of the text are one readable character beyond ASCII.
+/// The length, in bytes, of the readable non-ASCII character at the beginning, or 0.
 std::size_t wideLength(std::string_view text) {
   // U+0080 to U+009F are control characters, too.
   constexpr char32_t FIRST_READABLE = 0xA0;

@@ -32,7 +32,7 @@ std::optional<PropertyListDictionary> dictionaryInFolder(const Text& folder) {
                 : std::nullopt;
 }
 
-/// What stands under the key, or a value that is nothing, 0 and false.
+/// The value of the key, or an absent one, which counts as 0 and false.
 PropertyListValue valueForKey(const std::optional<PropertyListDictionary>& dictionary,
                               std::string_view key) {
   if (!dictionary) {
@@ -79,8 +79,8 @@ int Warden::run() {
   return 0;
 }
 
-/// Servers that join must not miss what changes after their addresses have been taken and before
-/// the notifier is there to tell of it, even if it has changed back by then.
+/// Servers that join must not miss a change that comes after they have taken the addresses and
+/// before the notifier is started, even if it is undone by then.
 void Warden::_initializeServersAndStartNotifier() {
   bool hasChanged = false;
   bool anAddressWentAway = false;
@@ -120,17 +120,17 @@ bool Warden::_startNetworkInterfaceChangeNotifier() {
 
 void Warden::_stopNetworkInterfaceChangeNotifier() { _notificationCFRunLoopSourceRef.reset(); }
 
-void Warden::NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway) {
-  const bool isBuilt = mounter._serversAreBuiltFor(_getLocalIPAdresses());
+void Warden::NetworkInterfaceNotificationCallback(Warden& warden, bool anAddressWentAway) {
+  const bool isBuilt = warden._serversAreBuiltFor(_getLocalIPAdresses());
   if (gSystemWillTerminate) {
     return;
   }
   if (!isBuilt) {
-    mounter._initializeServers();
+    warden._initializeServers();
   } else if (anAddressWentAway) {
-    // It is back already, but on an interface that may be another one, even if it has the same
-    // name: the memberships have gone with the old one. Dropping them fails then, and is logged.
-    mounter._renewMemberships();
+    // The address is back already, but its interface may be a new one of the same name: then the
+    // memberships have gone with the old one, and dropping them fails, which is logged.
+    warden._renewMemberships();
   }
 }
 

@@ -25,7 +25,7 @@ using platform::service;
 
 namespace {
 
-/// With this the mounting program ends when an earlier mount is in the way.
+/// The exit status of the mounting program when an earlier mount is in the way.
 constexpr int MOUNT_IN_THE_WAY = 64;
 
 platform::SystemPrograms& programs() { return service<platform::SystemPrograms>(); }

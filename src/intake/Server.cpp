@@ -36,7 +36,7 @@ in_addr_t addressOf(const Text& text) {
 
 const sockaddr* asSocketAddress(const void* bytes) { return static_cast<const sockaddr*>(bytes); }
 
-/// 0 or the system's number of the reason why not.
+/// 0, or the error number.
 int makeNonBlocking(int descriptor) {
   const int flags = ::fcntl(descriptor, F_GETFL);
   return ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == -1 ? errno : 0;
@@ -109,8 +109,8 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
   }
   if (failure == 0) {
     const int on = 1;
-    // Some systems share a port between users only with this one. Without it the server still
-    // works, so a refusal is none.
+    // Some systems share a port between users only with this option. The server works without it,
+    // too, so its failure does not count.
     ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     failure = ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
   }
@@ -223,7 +223,7 @@ Text Server::displayAddressForAddress(std::optional<std::span<const std::byte>> 
   const auto narrow = unwrapped(*address);
   const std::span<const std::byte> shownAddress =
       narrow ? std::as_bytes(std::span(&*narrow, 1)) : *address;
-  // The name service takes an address in aligned memory of its own.
+  // getnameinfo() takes only an aligned address.
   sockaddr_storage aligned{};
   if (shownAddress.size() > sizeof aligned) {
     return std::nullopt;

@@ -11,8 +11,8 @@
 
 namespace ravelin::test {
 
-/// Takes the place of the system's volumes for its lifetime: notes what is asked and answers what
-/// the test says. At first nothing is mounted.
+/// Takes the place of the system's volumes for its lifetime: notes the calls and returns what
+/// the test chooses. At first nothing is mounted.
 class StandInVolumes final : public platform::Volumes {
  public:
   platform::ServerVolumeMount nextMount{.status = 0, .comment = "comment on 0", .reference = 0};

@@ -9,8 +9,8 @@
 
 namespace ravelin::test {
 
-/// From now on this process's kernel answers the call with the error, as an old one, a sandbox or a
-/// file system that does not have it. For the process of a death test.
+/// From now on the call fails in this process with the error, as on an old kernel, in a sandbox or
+/// on a file system that lacks it. For the process of a death test.
 inline bool withholdCall(unsigned number, int error) {
   std::array<sock_filter, 4> program{{
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),

@@ -11,11 +11,11 @@
 #include <deque>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
 #include "base/Precondition.h"
+#include "base/ThreadSafety.h"
 #include "platform/linux/NativeEvent.h"
 
 namespace ravelin::platform {
@@ -203,7 +203,7 @@ class EventLoop final : public RunLoop {
 
   void perform(Action action) override {
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       _actions.push_back(std::move(action));
     }
     mustSucceed(eventfd_write(_handoverDescriptor, 1), "RunLoop::perform");
@@ -236,7 +236,7 @@ class EventLoop final : public RunLoop {
     }
     Action action;
     {
-      const std::lock_guard lock(self._mutex);
+      const LockGuard lock(self._mutex);
       // Whoever has got hold of the eventfd from outside can count what is not there.
       if (self._actions.empty()) {
         return 0;
@@ -254,8 +254,8 @@ class EventLoop final : public RunLoop {
   Event _event;
   Source _handover;
   bool _hasWorked = false;  // whether the turn under way has called something
-  std::mutex _mutex;
-  std::deque<Action> _actions;  // guarded by _mutex
+  Mutex _mutex;
+  std::deque<Action> _actions GUARDED_BY(_mutex);
 };
 
 }  // namespace

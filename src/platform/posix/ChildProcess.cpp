@@ -11,11 +11,11 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <mutex>
 #include <system_error>
 #include <thread>
 
 #include "base/Precondition.h"
+#include "base/ThreadSafety.h"
 #include "platform/Service.h"
 #include "platform/posix/Descriptor.h"
 
@@ -61,21 +61,21 @@ std::string reasonOf(int error) { return std::generic_category().message(error);
 class Abandoned {
  public:
   void add(pid_t child) {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     _children.push_back(child);
   }
 
   /// Forgets those that have ended meanwhile; whether the others are so few that one more would do
   /// no harm.
   bool areFew() {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     std::erase_if(_children, [](pid_t child) { return ::waitpid(child, nullptr, WNOHANG) != 0; });
     return _children.size() < ABANDONED_LIMIT;
   }
 
  private:
-  std::mutex _mutex;
-  std::vector<pid_t> _children;  // guarded by _mutex
+  Mutex _mutex;
+  std::vector<pid_t> _children GUARDED_BY(_mutex);
 };
 
 Abandoned& abandoned() {

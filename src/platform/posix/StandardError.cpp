@@ -14,15 +14,16 @@
 #include <csignal>
 #include <cstddef>
 #include <ctime>
-#include <mutex>
 #include <string_view>
+
+#include "base/ThreadSafety.h"
 
 namespace ravelin::platform {
 namespace {
 
 struct StandardError {
-  std::mutex mutex;
-  bool lastWasCut = false;
+  Mutex mutex;
+  bool lastWasCut GUARDED_BY(mutex) = false;
 };
 
 StandardError& standardError() {
@@ -150,7 +151,7 @@ std::size_t writeAtOnce(std::string_view text) {
 
 void writeToStandardError(std::string line) {
   StandardError& state = standardError();
-  const std::lock_guard lock(state.mutex);
+  const LockGuard lock(state.mutex);
   if (state.lastWasCut) {
     line.insert(line.begin(), '\n');
   }

@@ -61,7 +61,7 @@ class DiskManagerTest : public testing::Test {
     return "mount [-t] [smbfs] [//guest:@192.0.2.10/USB%20Disk] [" + mountDirectory() + "]";
   }
 
-  /// What the look-up answers for a listing.
+  /// What the look-up returns for a listing.
   [[nodiscard]] Text lookUp(const std::string& listing) const {
     _programs.list(listing);
     return DiskManager::getMountedDiskMountDirectory(_disk);
@@ -503,10 +503,10 @@ TEST_F(DiskManagerAliasTest, TheRootHasNoNameToMakeAnAliasUnder) {
   EXPECT_TRUE(fs::is_empty(_home.desktop()));
 }
 
-/// A script runner that says what it is told and does what it is told, on the main thread.
+/// A script runner that returns what the test chooses, and can make a file.
 class StandInScriptRunner final : public platform::ScriptRunner {
  public:
-  explicit StandInScriptRunner(bool answer) : _answer(answer) {}
+  explicit StandInScriptRunner(bool result) : _result(result) {}
 
   std::string makes;  ///< the path of a file that running a script makes
   std::vector<std::string> sources;
@@ -519,10 +519,10 @@ class StandInScriptRunner final : public platform::ScriptRunner {
     if (!makes.empty()) {
       std::ofstream(makes) << "made";
     }
-    return _answer;
+    return _result;
   }
 
-  const bool _answer;
+  const bool _result;
   const platform::Substitute<platform::ScriptRunner> _inForce{*this};
 };
 

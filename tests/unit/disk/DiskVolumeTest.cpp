@@ -100,7 +100,7 @@ TEST_F(DiskVolumeTest, AMissingPathIsLookedUpAgain) {
 }
 
 TEST_F(DiskVolumeTest, AnEmptyPathIsKeptButIsNoVolume) {
-  // The look-up answers so when the mount point is the root and no blank stands behind it.
+  // The look-up finds an empty path when the mount point is the root and no blank follows it.
   _programs.list("//guest@192.0.2.10/X on /(smbfs)\n");
   EXPECT_EQ(_disk.getVolumePath(), "");
   EXPECT_FALSE(_disk.doesVolumeExist());

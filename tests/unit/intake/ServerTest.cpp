@@ -482,7 +482,7 @@ TEST_F(ServerDeathTest, ACallbackThatIsNotTheServersOwnEndsTheProcess) {
         OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &server);
       },
       AllOf(HasSubstr("Server::_readData"), HasSubstr("native(cfSocket) >= 0\n")));
-  // Where everything is right, it reads: here, that there is nothing.
+  // With the right arguments it reads, and finds nothing here.
   log.take();
   EXPECT_FALSE(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &server));
   EXPECT_THAT(log.lines(), ElementsAre(UNREADABLE));
@@ -648,7 +648,7 @@ TEST_F(ServerTest, WhatTheSystemDoesNotSendIsLogged) {
   // Nobody to send it to.
   server._sendData(bytesOf("hello"), std::nullopt);
   EXPECT_THAT(log.take(), ElementsAre(refused));
-  // A datagram of nothing counts as not sent, though it travels.
+  // An empty datagram counts as not sent, although it arrives.
   const sockaddr_in address = internetAddress(LOOPBACK, sender.port());
   server._sendData(bytesOf(""), rawBytes(address));
   EXPECT_EQ(sender.receive(), "");

@@ -89,7 +89,7 @@ class AddressChangeWatchTest : public testing::Test {
     EXPECT_EQ(reason, "untouched");
   }
 
-  /// Waits for something to be told, and answers all that is.
+  /// Waits for a notice, and returns all that have come.
   std::vector<bool> nextTold() {
     EXPECT_TRUE(runUntil([this] { return !told.empty(); }));
     return std::exchange(told, {});

@@ -39,9 +39,9 @@ bool ShortcutFiles::exists(const Place& place) const {
 
 std::optional<FileError> ShortcutFiles::remove(const Place& place) {
   // Before the look: what another thread has just taken aside would not be seen.
-  const std::lock_guard lock(_removal);
+  const LockGuard lock(_removal);
   const Item item = _lookAt(place.folder.number(), place.name);
-  return item.kind == Kind::shortcut ? _removeShortcut(place) : item.error;
+  return item.kind == Kind::shortcut ? _removeShortcutLocked(place) : item.error;
 }
 
 std::optional<FileError> ShortcutFiles::makeWay(const Place& place) {
@@ -149,11 +149,15 @@ void ShortcutFiles::_putBack(int folder, const std::string& from, const std::str
   }
 }
 
+std::optional<FileError> ShortcutFiles::_removeShortcut(const Place& place) {
+  const LockGuard lock(_removal);
+  return _removeShortcutLocked(place);
+}
+
 /// Nothing tells the system to remove a file only if it is a certain one. So the file is taken
 /// aside, where nobody else finds it, looked at, and only then removed. Should the process be
 /// killed in between, a hidden file is left.
-std::optional<FileError> ShortcutFiles::_removeShortcut(const Place& place) {
-  const std::lock_guard lock(_removal);
+std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place) {
   const int folder = place.folder.number();
   std::string taken;
   do {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string_view>
 
+#include "base/ThreadSafety.h"
 #include "platform/FileManager.h"
 #include "platform/linux/BeneathResolver.h"
 #include "platform/linux/shortcut/Trash.h"
@@ -43,12 +43,13 @@ class ShortcutFiles {
   [[nodiscard]] Item _lookAt(int folder, const std::string& name) const;
   [[nodiscard]] int _moveIfFree(int folder, const std::string& from, const std::string& to) const;
   void _putBack(int folder, const std::string& from, const std::string& to) const;
-  std::optional<FileError> _removeShortcut(const Place& place);
+  std::optional<FileError> _removeShortcut(const Place& place) EXCLUDES(_removal);
+  std::optional<FileError> _removeShortcutLocked(const Place& place) REQUIRES(_removal);
 
   const BeneathResolver& _resolver;
   Trash _trash;
   /// So that nobody ends the process while another thread is half done.
-  std::recursive_mutex _removal;
+  Mutex _removal;
 };
 
 }  // namespace ravelin::platform

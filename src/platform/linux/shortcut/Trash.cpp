@@ -84,7 +84,7 @@ std::optional<FileError> Trash::take(const BeneathResolver& resolver,
   const Refusal refusal{.identity = identity,
                         .end = Clock::now() + REFUSAL_PERIOD,
                         .error = FileError{"Not moved to the trash: " + *outcome.failure}};
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   if (outcome.hasHung) {
     _refusalOfAll = refusal;
   } else if (_refusals.size() < REFUSALS_LIMIT) {
@@ -94,7 +94,7 @@ std::optional<FileError> Trash::take(const BeneathResolver& resolver,
 }
 
 std::optional<FileError> Trash::_refusalOf(const Identity& identity) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   const auto now = Clock::now();
   std::erase_if(_refusals, [now](const Refusal& refusal) { return refusal.end <= now; });
   if (_refusalOfAll && _refusalOfAll->end > now) {

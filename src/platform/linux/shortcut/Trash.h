@@ -4,11 +4,11 @@
 
 #include <chrono>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <tuple>
 
+#include "base/ThreadSafety.h"
 #include "platform/FileManager.h"
 #include "platform/linux/BeneathResolver.h"
 
@@ -38,9 +38,9 @@ class Trash {
 
   std::optional<FileError> _refusalOf(const Identity& identity);
 
-  std::mutex _mutex;  ///< guards the two below
-  std::deque<Refusal> _refusals;
-  std::optional<Refusal> _refusalOfAll;
+  Mutex _mutex;
+  std::deque<Refusal> _refusals GUARDED_BY(_mutex);
+  std::optional<Refusal> _refusalOfAll GUARDED_BY(_mutex);
 };
 
 }  // namespace ravelin::platform

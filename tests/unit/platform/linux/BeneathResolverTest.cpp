@@ -27,7 +27,7 @@ bool isAt(const BeneathResolver::Place& place, const std::string& folder, const 
          found.st_ino == wanted.st_ino;
 }
 
-/// From now on this process's kernel answers openat2 with the error, as an old one or a sandbox.
+/// From now on openat2 fails in this process with the error, as on an old kernel or in a sandbox.
 bool withholdKernelWalk(int error) {
   return test::withholdCall(SYS_openat2, error) &&
          ::syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0) == -1 && errno == error;

@@ -79,7 +79,7 @@ int exitOf(const Action& action) {
 }
 
 /// Makes a system call fail for the rest of this process, optionally only with this flag among the
-/// bits of its third argument: what an older system or a stricter container answers.
+/// bits of its third argument: as on an older system or in a stricter container.
 void denySystemCall(unsigned number, int error, unsigned flag = 0) {
   std::vector<sock_filter> program = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),

@@ -1,12 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "Announcements.h"
-#include "controller/Controller.h"
 #include "platform/FileManager.h"
 #include "platform/Service.h"
 #include "platform/scripts/ScriptRunner.h"
@@ -55,33 +53,6 @@ class NoDesktop {
   NoScripts _scripts;
   platform::Substitute<platform::FileManager> _noFiles{_files};
   platform::Substitute<platform::ScriptRunner> _noScripts{_scripts};
-};
-
-/// The real controller, whose steps can also be taken one by one.
-class OpenController final : public Controller {
- public:
-  using Controller::_mountDisk;
-  using Controller::_processNextDiskEvent;
-  using Controller::_unmountDisk;
-
-  void server(Server& server, std::span<const std::byte> receivedData,
-              std::span<const std::byte> fromAddress) override {
-    ++_received;
-    Controller::server(server, receivedData, fromAddress);
-  }
-
-  /// Mounts the disks with the numbers below that one.
-  void mountAnnounced(std::size_t count) {
-    for (std::size_t number = 0; number < count; ++number) {
-      _mountDisk(announcedDisk(number));
-    }
-  }
-
-  /// How many datagrams have come in.
-  [[nodiscard]] std::size_t received() const { return _received; }
-
- private:
-  std::size_t _received = 0;
 };
 
 }  // namespace ravelin::bench
