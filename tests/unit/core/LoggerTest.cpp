@@ -53,7 +53,7 @@ class StandardErrorInFile {
 
   [[nodiscard]] Text content() const {
     return platform::service<platform::FileManager>()
-        .contentsAtPath(_path, 16UL * 1024 * 1024)
+        .contentsAtPath(_path, platform::FileManager::CONTENT_LIMIT)
         .text;
   }
 

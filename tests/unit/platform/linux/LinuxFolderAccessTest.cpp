@@ -26,7 +26,7 @@ const NamedAccess STEPWISE{"Stepwise", std::make_shared<LinuxFolderAccess>(Strat
 INSTANTIATE_TEST_SUITE_P(Linux, BeneathResolverTest, testing::Values(KERNEL, STEPWISE),
                          nameOfAccess);
 
-/// From now on this process's kernel answers openat2 with the error, as an old one or a sandbox.
+/// From now on this process's kernel fails openat2 with the error, as an old one or a sandbox.
 bool withholdKernelWalk(int error) {
   return test::withholdCall(SYS_openat2, error) &&
          ::syscall(SYS_openat2, AT_FDCWD, "/", nullptr, 0) == -1 && errno == error;

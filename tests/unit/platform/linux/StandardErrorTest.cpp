@@ -40,7 +40,7 @@ class LinuxStandardErrorTest : public StandardErrorTest {};
 INSTANTIATE_TEST_SUITE_P(Linux, LinuxStandardErrorTest, testing::Values(LINUX), nameOfWriter);
 
 /// Makes a system call fail for the rest of this process, optionally only with this flag among the
-/// bits of its third argument: what an older system or a stricter container answers.
+/// bits of its third argument: what an older system or a stricter container does.
 void denySystemCall(unsigned number, int error, unsigned flag = 0) {
   std::vector<sock_filter> program = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),

@@ -218,6 +218,7 @@ TEST_F(ShortcutFilesTest, TheMarkIsSetBeforeTheFileHasItsName) {
     EXPECT_FALSE(fs::exists(_path));
   };
   EXPECT_EQ(store("x"), "");
+  ASSERT_EQ(_native.marked.size(), 1U);
   EXPECT_NE(_native.marked.front(), "x.app");
 }
 
