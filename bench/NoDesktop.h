@@ -18,18 +18,20 @@ class NoDesktop {
    public:
     bool createDirectoryAtPath(const std::string& /*path*/) override { return true; }
     bool fileExistsAtPath(const std::string& /*path*/) override { return false; }
-    Text contentsAtPath(const std::string& /*path*/, std::size_t /*limit*/) override {
-      return std::nullopt;
+    platform::FileContents contentsAtPath(const std::string& /*path*/,
+                                          std::size_t /*limit*/) override {
+      return {};
     }
     std::optional<platform::FileError> writeAtomically(const std::string& /*path*/,
                                                        std::string_view /*content*/) override {
       return std::nullopt;
     }
-    bool fileExistsAtPath(const std::string& /*path*/, const Text& /*beneath*/) override {
+    bool itemExistsAtPath(const std::string& /*path*/, const Text& /*beneath*/) override {
       return false;
     }
-    Text contentsAtPath(const std::string& /*path*/, const Text& /*beneath*/) override {
-      return std::nullopt;
+    platform::FileContents contentsOfItemAtPath(const std::string& /*path*/,
+                                                const Text& /*beneath*/) override {
+      return {};
     }
     std::optional<platform::FileError> makeWayAtPath(const std::string& /*path*/,
                                                      const Text& /*beneath*/) override {

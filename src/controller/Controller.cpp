@@ -51,7 +51,7 @@ void logFailedRemoval(const platform::FileError& error) {
 }
 
 bool shortcutExists(const std::string& path) {
-  return fileManager().fileExistsAtPath(path, DirectoryFinder::desktopDirectory());
+  return fileManager().itemExistsAtPath(path, DirectoryFinder::desktopDirectory());
 }
 
 std::string recordFilePath() {
@@ -444,7 +444,7 @@ void Controller::recordMountedDisks() const {
 }
 
 void Controller::deleteRecordedDisks() {
-  const Text text = fileManager().contentsAtPath(recordFilePath(), RECORD_FILE_LIMIT);
+  const Text text = fileManager().contentsAtPath(recordFilePath(), RECORD_FILE_LIMIT).text;
   if (!text || !isUtf8(*text)) {
     return;
   }

@@ -66,7 +66,7 @@ Text mountPointIn(std::string_view rest) {
 /// Whether something stands at the path; a link counts also where it leads to nothing.
 bool itemExists(const Text& path, const Text& desktop) {
   auto& files = service<platform::FileManager>();
-  return path && (files.fileExistsAtPath(*path) || files.fileExistsAtPath(*path, desktop));
+  return path && (files.fileExistsAtPath(*path) || files.itemExistsAtPath(*path, desktop));
 }
 
 }  // namespace

@@ -52,7 +52,9 @@ class StandardErrorInFile {
   StandardErrorInFile& operator=(const StandardErrorInFile&) = delete;
 
   [[nodiscard]] Text content() const {
-    return platform::service<platform::FileManager>().contentsAtPath(_path);
+    return platform::service<platform::FileManager>()
+        .contentsAtPath(_path, platform::FileManager::CONTENT_LIMIT)
+        .text;
   }
 
  private:

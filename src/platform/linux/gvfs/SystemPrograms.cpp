@@ -8,10 +8,10 @@
 
 #include "base/PercentEscaping.h"
 #include "platform/Service.h"
+#include "platform/linux/StandardError.h"
 #include "platform/linux/gvfs/MountTable.h"
 #include "platform/linux/gvfs/VolumeSituation.h"
 #include "platform/linux/gvfs/VolumesHelper.h"
-#include "platform/posix/StandardError.h"
 
 namespace ravelin::platform {
 

@@ -1,9 +1,8 @@
-#include "platform/ChildProcess.h"
+#include "platform/posix/PosixChildProcesses.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,10 +12,10 @@
 #include <csignal>
 #include <system_error>
 #include <thread>
+#include <tuple>
+#include <utility>
 
-#include "base/Precondition.h"
 #include "base/ThreadSafety.h"
-#include "platform/Service.h"
 #include "platform/posix/Descriptor.h"
 
 namespace ravelin::platform {
@@ -90,11 +89,12 @@ class SpawnSettings {
     ::posix_spawn_file_actions_init(&_actions);
     ::posix_spawnattr_init(&_attributes);
     ::posix_spawn_file_actions_addopen(&_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    // Without colons in front, since some systems have macros here.
     sigset_t none;
-    ::sigemptyset(&none);
+    sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&_attributes, &none);
     sigset_t all;
-    ::sigfillset(&all);
+    sigfillset(&all);
     ::posix_spawnattr_setsigdefault(&_attributes, &all);
     ::posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   }
@@ -112,15 +112,17 @@ class SpawnSettings {
     }
   }
 
-  pid_t spawn(const std::string& path, const std::vector<std::string>& arguments) {
+  pid_t spawn(const ProcessSystem& system, const std::string& path,
+              const std::vector<std::string>& arguments) {
+    system.keepDescriptorsBack(_attributes, _actions);
     std::vector<char*> words{const_cast<char*>(path.c_str())};
     for (const std::string& argument : arguments) {
       words.push_back(const_cast<char*>(argument.c_str()));
     }
     words.push_back(nullptr);
     pid_t child = -1;
-    const int error =
-        ::posix_spawn(&child, path.c_str(), &_actions, &_attributes, words.data(), environ);
+    const int error = ::posix_spawn(&child, path.c_str(), &_actions, &_attributes, words.data(),
+                                    system.environment());
     if (error != 0) {
       throw LaunchException("cannot start " + path + ": " + reasonOf(error));
     }
@@ -135,10 +137,9 @@ class SpawnSettings {
 /// One child that has been started, until it is known how it ended.
 class Child {
  public:
-  Child(pid_t pid, Descriptor output, std::optional<std::chrono::milliseconds> limit)
-      : _pid(pid),
-        _ended(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))),
-        _output(std::move(output)) {
+  Child(const ProcessSystem& system, pid_t pid, Descriptor output,
+        std::optional<std::chrono::milliseconds> limit)
+      : _pid(pid), _ended(system.watchEndOf(pid)), _output(std::move(output)) {
     if (limit) {
       _deadline = Clock::now() + *limit;
     }
@@ -246,38 +247,29 @@ class Child {
   ChildResult _result;
 };
 
-class LinuxChildProcesses final : public ChildProcesses {
- public:
-  ChildResult run(const std::string& path, const std::vector<std::string>& arguments, Output output,
-                  std::optional<std::chrono::milliseconds> limit) override {
-    makeStatusesKnown();
-    if (!abandoned().areFew()) {
-      throw LaunchException("cannot start " + path + ": too many programs before it do not end");
-    }
-    SpawnSettings settings;
-    Descriptor readEnd;
-    Descriptor writeEnd;
-    if (output != Output::inherited) {
-      std::array<int, 2> ends{};
-      if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw LaunchException("cannot start " + path + ": " + reasonOf(errno));
-      }
-      readEnd = Descriptor(ends[0]);
-      writeEnd = Descriptor(ends[1]);
-      settings.writeTo(writeEnd.number(), output);
-    }
-    const pid_t child = settings.spawn(path, arguments);
-    writeEnd.close();
-    return Child(child, std::move(readEnd), limit).wait();
-  }
-};
-
 }  // namespace
 
-template <>
-ChildProcesses& native<ChildProcesses>() {
-  static auto& instance = *new LinuxChildProcesses;
-  return instance;
+ChildResult PosixChildProcesses::run(const std::string& path,
+                                     const std::vector<std::string>& arguments, Output output,
+                                     std::optional<std::chrono::milliseconds> limit) {
+  makeStatusesKnown();
+  if (!abandoned().areFew()) {
+    throw LaunchException("cannot start " + path + ": too many programs before it do not end");
+  }
+  SpawnSettings settings;
+  Descriptor readEnd;
+  Descriptor writeEnd;
+  if (output != Output::inherited) {
+    auto ends = _system.pipe();
+    if (!ends) {
+      throw LaunchException("cannot start " + path + ": " + reasonOf(errno));
+    }
+    std::tie(readEnd, writeEnd) = std::move(*ends);
+    settings.writeTo(writeEnd.number(), output);
+  }
+  const pid_t child = settings.spawn(_system, path, arguments);
+  writeEnd.close();
+  return Child(_system, child, std::move(readEnd), limit).wait();
 }
 
 }  // namespace ravelin::platform

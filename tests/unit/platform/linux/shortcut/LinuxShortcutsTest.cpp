@@ -1,4 +1,4 @@
-#include "platform/linux/shortcut/ShortcutFiles.h"
+#include "platform/linux/shortcut/LinuxShortcuts.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/LinuxFolderAccess.h"
+#include "platform/posix/ShortcutFiles.h"
 #include "support/Shortcuts.h"
 #include "support/TemporaryHome.h"
 #include "support/WithheldCall.h"
@@ -36,7 +38,8 @@ void put(const fs::path& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
 }
 
-class ShortcutFilesTest : public testing::Test {
+/// What is done to a desktop by the shortcuts of this system.
+class LinuxShortcutsTest : public testing::Test {
  protected:
   static std::string reason(const std::optional<FileError>& error) {
     return error ? error->localizedDescription : "";
@@ -72,11 +75,13 @@ class ShortcutFilesTest : public testing::Test {
 
   const test::TemporaryHome _home;
   const std::string _path = _home.desktop() + "/x.app";
-  const BeneathResolver _resolver;
-  ShortcutFiles _files{_resolver};
+  const LinuxFolderAccess _access;
+  const BeneathResolver _resolver{_access};
+  LinuxShortcuts _shortcuts{_access};
+  ShortcutFiles _files{_access, _shortcuts};
 };
 
-TEST_F(ShortcutFilesTest, AShortcutIsStoredReplacedAndRemovedWithoutATrace) {
+TEST_F(LinuxShortcutsTest, AShortcutIsStoredReplacedAndRemovedWithoutATrace) {
   EXPECT_EQ(store("one"), "");
   EXPECT_EQ(store("two"), "");
   EXPECT_EQ(contentOf(_path), shortcutWith("two"));
@@ -90,7 +95,7 @@ TEST_F(ShortcutFilesTest, AShortcutIsStoredReplacedAndRemovedWithoutATrace) {
   EXPECT_EQ(makeWay(), "");
 }
 
-TEST_F(ShortcutFilesTest, EveryKindOfThingGoesToTheTrash) {
+TEST_F(LinuxShortcutsTest, EveryKindOfThingGoesToTheTrash) {
   const std::string target = _home.path() + "/target";
   put(target, shortcutWith("a link to it is not it"));
   const auto expectMoved = [&](const std::string& name) {
@@ -123,7 +128,7 @@ TEST_F(ShortcutFilesTest, EveryKindOfThingGoesToTheTrash) {
   EXPECT_EQ(contentOf(target), shortcutWith("a link to it is not it"));
 }
 
-TEST_F(ShortcutFilesTest, TheTrashKnowsWhereAThingWas) {
+TEST_F(LinuxShortcutsTest, TheTrashKnowsWhereAThingWas) {
   put(_path, "the user's");
   EXPECT_EQ(makeWay(), "");
   EXPECT_NE(contentOf(fs::path(_home.trash()).parent_path() / "info/x.app.trashinfo")
@@ -131,7 +136,7 @@ TEST_F(ShortcutFilesTest, TheTrashKnowsWhereAThingWas) {
             std::string::npos);
 }
 
-TEST_F(ShortcutFilesTest, TheTrashTakesWhatHasANameForWhichThereIsOneAlready) {
+TEST_F(LinuxShortcutsTest, TheTrashTakesWhatHasANameForWhichThereIsOneAlready) {
   for (const char* const text : {"first", "second", "third"}) {
     put(_path, text);
     EXPECT_EQ(makeWay(), "");
@@ -144,14 +149,14 @@ TEST_F(ShortcutFilesTest, TheTrashTakesWhatHasANameForWhichThereIsOneAlready) {
   EXPECT_EQ(found, (std::vector<std::string>{"first", "second", "third"}));
 }
 
-TEST_F(ShortcutFilesTest, ThingsInFoldersBeneathTheDesktopGoToTheTrashToo) {
+TEST_F(LinuxShortcutsTest, ThingsInFoldersBeneathTheDesktopGoToTheTrashToo) {
   fs::create_directory(onDesktop("inner"));
   put(onDesktop("inner/x.app"), "the user's");
   EXPECT_EQ(reason(_files.makeWay(place("inner/x.app"))), "");
   EXPECT_EQ(contentOf(_home.trash() + "/x.app"), "the user's");
 }
 
-TEST_F(ShortcutFilesTest, AShortcutIsRemovedFromAFullFileSystem) {
+TEST_F(LinuxShortcutsTest, AShortcutIsRemovedFromAFullFileSystem) {
   EXPECT_EXIT(
       {
         const std::string folder = _home.desktop();
@@ -165,7 +170,7 @@ TEST_F(ShortcutFilesTest, AShortcutIsRemovedFromAFullFileSystem) {
       testing::ExitedWithCode(7), "");
 }
 
-TEST_F(ShortcutFilesTest, WhatLiesWhereThereIsNoTrashStays) {
+TEST_F(LinuxShortcutsTest, WhatLiesWhereThereIsNoTrashStays) {
   EXPECT_EXIT(
       {
         bool isRight = test::ownMounts() && test::mountMemory(_home.desktop());
@@ -178,7 +183,7 @@ TEST_F(ShortcutFilesTest, WhatLiesWhereThereIsNoTrashStays) {
       testing::ExitedWithCode(7), "");
 }
 
-TEST_F(ShortcutFilesTest, InAFolderThatMayNotBeWrittenToEverythingStays) {
+TEST_F(LinuxShortcutsTest, InAFolderThatMayNotBeWrittenToEverythingStays) {
   ASSERT_EQ(store("old"), "");
   EXPECT_EXIT(
       {
@@ -198,7 +203,7 @@ TEST_F(ShortcutFilesTest, InAFolderThatMayNotBeWrittenToEverythingStays) {
   EXPECT_EQ(count(), 1U);
 }
 
-TEST_F(ShortcutFilesTest, WhatIsMountedInAShortcutsPlaceIsLeftAloneAndNotAskedAnything) {
+TEST_F(LinuxShortcutsTest, WhatIsMountedInAShortcutsPlaceIsLeftAloneAndNotAskedAnything) {
   fs::create_directory(_path);
   EXPECT_EXIT(
       {
@@ -213,7 +218,7 @@ TEST_F(ShortcutFilesTest, WhatIsMountedInAShortcutsPlaceIsLeftAloneAndNotAskedAn
 }
 
 // Network file systems know fewer ways of renaming.
-TEST_F(ShortcutFilesTest, WorksTheSameWhereTheFileSystemKnowsOnlyPlainRenaming) {
+TEST_F(LinuxShortcutsTest, WorksTheSameWhereTheFileSystemKnowsOnlyPlainRenaming) {
   for (const int error : {EINVAL, ENOSYS}) {
     EXPECT_EXIT(
         {
@@ -230,7 +235,7 @@ TEST_F(ShortcutFilesTest, WorksTheSameWhereTheFileSystemKnowsOnlyPlainRenaming) 
   }
 }
 
-TEST_F(ShortcutFilesTest, WorksTheSameWhereThereAreNoHardLinksEither) {
+TEST_F(LinuxShortcutsTest, WorksTheSameWhereThereAreNoHardLinksEither) {
   EXPECT_EXIT(
       {
         bool isRight = test::withholdCall(SYS_renameat2, EINVAL) &&
@@ -247,7 +252,7 @@ TEST_F(ShortcutFilesTest, WorksTheSameWhereThereAreNoHardLinksEither) {
 
 /// While something is done at the path over and over, somebody exchanges a file of his own for what
 /// is there; whatever the moment, he finds it afterwards.
-class ExchangeTest : public ShortcutFilesTest {
+class ExchangeTest : public LinuxShortcutsTest {
  protected:
   template <class Operation>
   void expectNothingLost(const Operation& operation) {

@@ -1,17 +1,12 @@
-#include "platform/linux/shortcut/ShortcutFiles.h"
+#include "platform/posix/ShortcutFiles.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <string>
 #include <utility>
 
-#include "platform/linux/OpenedFile.h"
-#include "platform/linux/shortcut/DesktopEntry.h"
 #include "platform/posix/FileErrors.h"
 #include "platform/posix/TemporaryFile.h"
 
@@ -19,22 +14,13 @@ namespace ravelin::platform {
 
 namespace {
 
-bool beginsAsShortcut(const Descriptor& item) {
-  const Descriptor file = openForReading(item);
-  std::array<char, DesktopEntry::MAGIC.size() + 1> begin{};
-  const ssize_t size = file.isOpen() ? ::pread(file.number(), begin.data(), begin.size(), 0) : -1;
-  return size > 0 && DesktopEntry::isShortcut({begin.data(), static_cast<std::size_t>(size)});
-}
-
-/// Whether the file system has no such kind of renaming, as network file systems often do.
-bool lacksRenaming(int error) { return error == EINVAL || error == ENOSYS; }
-
 bool isFull(int error) { return error == ENOSPC || error == EDQUOT; }
 
 }  // namespace
 
 bool ShortcutFiles::exists(const Place& place) const {
-  return _resolver.open(place.folder.number(), place.name).isOpen() || errno == EXDEV;
+  const int error = _access.find(place.folder.number(), place.name).error;
+  return error == 0 || error == EXDEV;
 }
 
 std::optional<FileError> ShortcutFiles::remove(const Place& place) {
@@ -54,14 +40,15 @@ std::optional<FileError> ShortcutFiles::makeWay(const Place& place) {
     case Kind::foreign:
       break;
   }
-  return item.descriptor.isOpen() ? _trash.take(_resolver, place, item.descriptor) : item.error;
+  return item.found.error == 0 ? _native.moveToTrash(place, item.found) : item.error;
 }
 
 std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_view content) {
   const int folder = place.folder.number();
   TemporaryFile file(folder, content, TemporaryFile::Mode::exact);
-  if (file.error() != 0) {
-    return fileError(file.error());
+  const int failure = file.error() != 0 ? file.error() : _native.mark(folder, file.name());
+  if (failure != 0) {
+    return fileError(failure);
   }
   constexpr int ATTEMPTS = 10;
   for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
@@ -77,64 +64,65 @@ std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_vi
     if (item.kind == Kind::foreign) {
       return item.error;
     }
-    // In one step, so that whoever looks sees the one shortcut or the other.
-    if (item.kind == Kind::shortcut && ::renameat2(folder, file.name().c_str(), folder,
-                                                   place.name.c_str(), RENAME_EXCHANGE) == 0) {
-      const Item replaced = _lookAt(folder, file.name());
-      if (replaced.kind != Kind::foreign) {
-        return std::nullopt;
-      }
-      // It came in this very moment.
-      _removeShortcut(place);
-      _putBack(folder, file.name(), place.name);
-      file.release();
-      return replaced.error;
+    if (item.kind == Kind::nothing) {
+      continue;
     }
-    if (item.kind == Kind::shortcut) {
-      if (!lacksRenaming(errno)) {
-        return fileError(errno);
+    // In one step, so that whoever looks sees the one shortcut or the other.
+    const int refusal = _native.exchange(folder, file.name(), place.name);
+    if (refusal == 0) {
+      const Item replaced = _lookAt(folder, file.name());
+      if (replaced.kind == Kind::foreign) {
+        // It came in this very moment.
+        _removeShortcut(place);
+        _putBack(folder, file.name(), place.name);
+        file.release();
+        return replaced.error;
       }
-      if (auto failure = _removeShortcut(place)) {
-        return failure;
+      if (_native.remove(folder, file.name()) == 0) {
+        file.release();
       }
+      return std::nullopt;
+    }
+    if (refusal != ENOSYS) {
+      return fileError(refusal);
+    }
+    if (auto obstacle = _removeShortcut(place)) {
+      return obstacle;
     }
   }
   return fileError(EBUSY);
 }
 
 ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name) const {
-  Descriptor descriptor = _resolver.open(folder, name);
-  if (!descriptor.isOpen()) {
-    return {.kind = errno == ENOENT ? Kind::nothing : Kind::foreign,
-            .descriptor = {},
-            .error = fileError(errno)};
+  FoundItem found = _access.find(folder, name);
+  if (found.error != 0) {
+    const int error = found.error;
+    return {.kind = error == ENOENT ? Kind::nothing : Kind::foreign,
+            .found = std::move(found),
+            .error = fileError(error)};
   }
-  struct stat status{};
-  const bool isKnown = ::fstat(descriptor.number(), &status) == 0;
-  if (isKnown && S_ISREG(status.st_mode) && beginsAsShortcut(descriptor)) {
-    return {.kind = Kind::shortcut, .descriptor = std::move(descriptor), .error = {}};
+  if (_native.isShortcut(folder, name, found)) {
+    return {.kind = Kind::shortcut, .found = std::move(found), .error = {}};
   }
-  return {.kind = Kind::foreign,
-          .descriptor = std::move(descriptor),
-          .error = isKnown && S_ISDIR(status.st_mode)
-                       ? fileError(EISDIR)
-                       : FileError{"It is not a shortcut of Ravelin Disk"}};
+  const bool isFolder = S_ISDIR(found.status.st_mode);
+  return {
+      .kind = Kind::foreign,
+      .found = std::move(found),
+      .error = isFolder ? fileError(EISDIR) : FileError{"It is not a shortcut of Ravelin Disk"}};
 }
 
 /// Moves something that nobody else knows to a place where nothing is; 0 or the error number.
 int ShortcutFiles::_moveIfFree(int folder, const std::string& from, const std::string& to) const {
-  if (::renameat2(folder, from.c_str(), folder, to.c_str(), RENAME_NOREPLACE) == 0) {
-    return 0;
-  }
-  if (!lacksRenaming(errno)) {
-    return errno;
+  const int error = _native.renameIfFree(folder, from, to);
+  if (error != ENOSYS) {
+    return error;
   }
   if (::linkat(folder, from.c_str(), folder, to.c_str(), 0) == 0) {
     ::unlinkat(folder, from.c_str(), 0);
     return 0;
   }
   // Folders cannot have a second link, and some file systems have none at all.
-  if (errno == EEXIST || _resolver.open(folder, to).isOpen() || errno != ENOENT) {
+  if (errno == EEXIST || _access.find(folder, to).error != ENOENT) {
     return EEXIST;
   }
   return ::renameat(folder, from.c_str(), folder, to.c_str()) == 0 ? 0 : errno;
@@ -162,16 +150,18 @@ std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place
   std::string taken;
   do {
     taken = TemporaryFile::freshName();
-  } while (_resolver.open(folder, taken).isOpen());
+  } while (_access.find(folder, taken).error == 0);
   if (::renameat(folder, place.name.c_str(), folder, taken.c_str()) != 0) {
-    const bool done = isFull(errno) && ::unlinkat(folder, place.name.c_str(), 0) == 0;
-    return done ? std::nullopt : std::optional(fileError(errno));
+    const int refusal = errno;
+    const int error = isFull(refusal) ? _native.remove(folder, place.name) : refusal;
+    return error == 0 ? std::nullopt : std::optional(fileError(error));
   }
   const Item item = _lookAt(folder, taken);
-  if (item.kind == Kind::shortcut && ::unlinkat(folder, taken.c_str(), 0) == 0) {
+  const int failure = item.kind == Kind::shortcut ? _native.remove(folder, taken) : 0;
+  if (item.kind == Kind::shortcut && failure == 0) {
     return std::nullopt;
   }
-  FileError error = item.kind == Kind::shortcut ? fileError(errno) : item.error;
+  FileError error = item.kind == Kind::shortcut ? fileError(failure) : item.error;
   _putBack(folder, taken, place.name);
   return error;
 }

@@ -34,12 +34,14 @@ class Channel {
  public:
   static Channel pipe() {
     Channel channel;
-    EXPECT_EQ(::pipe2(channel._ends.data(), O_CLOEXEC), 0);
+    EXPECT_EQ(::pipe(channel._ends.data()), 0);
+    channel._keepFromChildren();
     return channel;
   }
   static Channel sockets(int type) {
     Channel channel;
-    EXPECT_EQ(::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, channel._ends.data()), 0);
+    EXPECT_EQ(::socketpair(AF_UNIX, type, 0, channel._ends.data()), 0);
+    channel._keepFromChildren();
     return channel;
   }
   ~Channel() {
@@ -73,6 +75,12 @@ class Channel {
 
  private:
   Channel() = default;
+
+  void _keepFromChildren() const {
+    for (const int end : _ends) {
+      EXPECT_EQ(::fcntl(end, F_SETFD, FD_CLOEXEC), 0);
+    }
+  }
 
   static void _close(int& descriptor) {
     if (descriptor >= 0) {
