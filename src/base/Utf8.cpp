@@ -1,6 +1,8 @@
 #include "base/Utf8.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace ravelin {
 
@@ -44,6 +46,21 @@ bool sequenceOf(unsigned char first, Sequence& sequence) {
   return true;
 }
 
+/// How many bytes at the beginning are ASCII, counted in whole words.
+std::size_t asciiLength(std::string_view bytes) {
+  constexpr std::uint64_t HIGH_BITS = 0x8080808080808080;
+  std::size_t length = 0;
+  std::uint64_t word = 0;
+  while (bytes.size() - length >= sizeof word) {
+    std::memcpy(&word, bytes.data() + length, sizeof word);
+    if ((word & HIGH_BITS) != 0) {
+      break;
+    }
+    length += sizeof word;
+  }
+  return length;
+}
+
 }  // namespace
 
 std::size_t characterLength(std::string_view bytes) {
@@ -63,7 +80,8 @@ std::size_t characterLength(std::string_view bytes) {
 
 bool isUtf8(std::string_view bytes) {
   while (!bytes.empty()) {
-    const std::size_t length = characterLength(bytes);
+    const std::size_t ascii = asciiLength(bytes);
+    const std::size_t length = ascii == 0 ? characterLength(bytes) : ascii;
     if (length == 0) {
       return false;
     }

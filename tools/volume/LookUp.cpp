@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "base/AsciiCase.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
 #include "platform/Service.h"
@@ -14,19 +15,9 @@ namespace {
 
 using platform::MountedShare;
 
-std::string lowered(std::string text) {
-  constexpr char DISTANCE = 'a' - 'A';
-  for (char& character : text) {
-    if (character >= 'A' && character <= 'Z') {
-      character = static_cast<char>(character + DISTANCE);
-    }
-  }
-  return text;
-}
-
 bool isSame(const MountedShare& mounted, const Disk& disk) {
   return mounted.server == textOrNull(disk.ipAddress()) &&
-         lowered(mounted.share) == lowered(textOrNull(disk.label()));
+         equalButForCase(mounted.share, textOrNull(disk.label()));
 }
 
 std::string nameOf(const std::string& server, const std::string& share) {
