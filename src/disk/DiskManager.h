@@ -29,7 +29,8 @@ class DiskManager {
 
   /// Where the disk's share is mounted, according to the system's mount table; null when it is not
   /// in there. The table is searched for the server's address and the share's name as they stand,
-  /// wherever they occur.
+  /// wherever they occur; in the source of a share also in another case, on a system that may have
+  /// lost the case of its name.
   static Text getMountedDiskMountDirectory(const Disk& disk);
 
   /// Puts an alias of the volume at the path on the desktop, under the last component of the path;
