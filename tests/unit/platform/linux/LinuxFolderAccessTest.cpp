@@ -10,8 +10,8 @@
 
 #include "platform/posix/BeneathResolverTest.h"
 #include "platform/posix/StepwiseAccess.h"
-#include "support/WithheldCall.h"
 #include "support/linux/OwnMounts.h"
+#include "support/linux/WithheldCall.h"
 
 namespace ravelin::platform {
 namespace {

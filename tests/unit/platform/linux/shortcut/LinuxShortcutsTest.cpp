@@ -20,8 +20,8 @@
 #include "platform/posix/ShortcutFiles.h"
 #include "support/Shortcuts.h"
 #include "support/TemporaryHome.h"
-#include "support/WithheldCall.h"
 #include "support/linux/OwnMounts.h"
+#include "support/linux/WithheldCall.h"
 
 namespace ravelin::platform {
 namespace {
