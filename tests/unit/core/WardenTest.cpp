@@ -126,11 +126,11 @@ class WardenTest : public testing::Test {
   /// Waits for a number of turns of a quick timer.
   static void letTurnsPass(int count) {
     int passed = 0;
-    const auto timer = RunLoop::main().scheduleTimer(RunLoop::Seconds(0.1), [&] { ++passed; });
+    const auto timer = RunLoop::main().scheduleTimer(RunLoop::SMALLEST_INTERVAL, [&] { ++passed; });
     ASSERT_TRUE(runUntil([&] { return passed >= count; }));
   }
 
-  /// Runs the agent, and meanwhile one step after the other, each until it answers true; then the
+  /// Runs the agent, and meanwhile one step after the other, each until it returns true; then the
   /// agent is to end.
   static void runAgent(Warden& warden, const std::vector<std::function<bool()>>& steps) {
     std::size_t next = 0;
