@@ -63,12 +63,14 @@ class Warden {
 
  protected:
   /// Has the servers rebuilt after changes of the machine's IPv4 addresses; false, with a line in
-  /// the log, when the system refuses to report them.
-  bool _startNetworkInterfaceChangeNotifier();
+  /// the log, when the system refuses to report them. A watch from _watchAddresses() is taken over.
+  bool _startNetworkInterfaceChangeNotifier(
+      std::unique_ptr<platform::AddressChangeWatch> watch = nullptr);
   /// Stops that; does nothing if it has not been started.
   void _stopNetworkInterfaceChangeNotifier();
-  /// After a change: rebuilds the servers unless they were built for the current addresses.
-  static void NetworkInterfaceNotificationCallback(Warden& warden, bool anAddressWentAway);
+  /// After a change: rebuilds the servers unless they were built for the current addresses;
+  /// otherwise renews their memberships if they may be lost.
+  static void NetworkInterfaceNotificationCallback(Warden& warden, bool membershipsMayBeLost);
 
   /// From the first call until the second, gSystemActive follows whether this login session is the
   /// active one.
@@ -89,6 +91,8 @@ class Warden {
     std::string address;
   };
 
+  std::unique_ptr<platform::AddressChangeWatch> _watchAddresses(std::string& reason);
+  void _lookAtInterfaces();
   void _initializeServersAndStartNotifier();
   void _startServer(const platform::PropertyListArray& entry, bool joinIGMP);
   void _join(const std::shared_ptr<Server>& server, const std::string& group,
