@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "intake/EventParser.h"
+#include "support/OpenController.h"
 
 namespace ravelin::bench {
 
@@ -27,6 +28,12 @@ std::span<const std::byte> bytesOf(std::string_view text) {
 
 DiskPtr announcedDisk(std::size_t number) {
   return EventParser::parse(bytesOf(statusAnnouncement(number)));
+}
+
+void mountAnnounced(test::OpenController& controller, std::size_t count) {
+  for (std::size_t number = 0; number < count; ++number) {
+    controller._mountDisk(announcedDisk(number));
+  }
 }
 
 }  // namespace ravelin::bench

@@ -7,6 +7,10 @@
 
 #include "disk/Disk.h"
 
+namespace ravelin::test {
+class OpenController;
+}
+
 namespace ravelin::bench {
 
 /// The disk_status announcement of the disk with that number (below 100,000,000): 83 bytes, with a
@@ -20,5 +24,8 @@ namespace ravelin::bench {
 
 /// The record that the announcement of that number is parsed to.
 [[nodiscard]] DiskPtr announcedDisk(std::size_t number);
+
+/// Has the controller mount the disks with the numbers below that one.
+void mountAnnounced(test::OpenController& controller, std::size_t count);
 
 }  // namespace ravelin::bench

@@ -29,9 +29,9 @@
 #include <vector>
 
 #include "SilentLog.h"
-#include "core/Warden.h"
 #include "platform/Service.h"
 #include "platform/SystemLog.h"
+#include "support/OpenWarden.h"
 #include "support/TemporaryHome.h"
 
 namespace {
@@ -43,12 +43,6 @@ constexpr int TIMES_PER_ROUND = 5;
 constexpr const char* GROUP = "239.255.77.1";
 
 using ravelin::bench::SilentLog;
-
-class OpenWarden final : public ravelin::Warden {
- public:
-  using Warden::_initializeServers;
-  using Warden::_refreshIGMPMembership;
-};
 
 bool makeNetwork(const std::string& folder) {
   if (::unshare(CLONE_NEWNET) != 0) {
@@ -99,7 +93,7 @@ int memberships() {
   return sum;
 }
 
-/// Adds the microseconds that the work takes, some times.
+/// Does the work some times, and adds the microseconds that each time takes.
 template <class Work>
 void addTimes(std::vector<double>& taken, const Work& work) {
   for (int time = 0; time < TIMES_PER_ROUND; ++time) {
@@ -230,10 +224,10 @@ int measure(int rounds) {
   std::vector<double> refresh;
   std::vector<double> bareRebuild;
   std::vector<double> bareRefresh;
-  // In turns, so that what else the machine does hits both alike.
+  // In turns, so that other load on the machine disturbs both alike.
   for (int round = 0; round < rounds; ++round) {
     {
-      OpenWarden agent;
+      ravelin::test::OpenWarden agent;
       agent._initializeServers();
       addTimes(rebuild, [&] { agent._initializeServers(); });
       addTimes(refresh, [&] { agent._refreshIGMPMembership(); });

@@ -16,9 +16,10 @@
 #include <vector>
 
 #include "Announcements.h"
-#include "OpenController.h"
+#include "NoDesktop.h"
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
+#include "support/OpenController.h"
 
 namespace ravelin::bench {
 
@@ -72,7 +73,7 @@ class Socket {
   int _descriptor;
 };
 
-/// Makes the receive buffer as large as the system allows, and answers how many announcements are
+/// Makes the receive buffer as large as the system allows, and returns how many announcements are
 /// sure to fit.
 std::size_t enlarge(int descriptor) {
   const int wanted = 64 * 1024 * 1024;
@@ -103,8 +104,8 @@ double workedSeconds() {
 
 void nothing() {}
 
-/// Fills the socket again and again, and times only how it is drained. `drain` answers whether it
-/// got as many datagrams as it was told; `tidyUp` follows each time.
+/// Fills the socket again and again, and times only how it is drained. `drain` returns whether it
+/// got that many datagrams; `tidyUp` follows each time.
 void measure(benchmark::State& state, int descriptor, std::uint16_t port,
              const std::function<bool(std::size_t)>& drain,
              const std::function<void()>& tidyUp = nothing) {
@@ -148,7 +149,7 @@ void bare(benchmark::State& state) {
 
 std::uint16_t freePort() { return Socket().port(); }
 
-/// Runs the main thread's run loop until the number that `received` answers has grown by `count`.
+/// Runs the main thread's run loop until the number that `received` returns has grown by `count`.
 bool runUntilReceived(std::size_t count, const std::function<std::size_t()>& received) {
   const auto end = std::chrono::steady_clock::now() + PATIENCE;
   const std::size_t wanted = received() + count;
@@ -162,15 +163,22 @@ bool runUntilReceived(std::size_t count, const std::function<std::size_t()>& rec
   return true;
 }
 
+/// Counts the datagrams, and gives them to the controller where there is one.
 class Counter final : public ServerDelegate {
  public:
-  void server(Server& /*server*/, std::span<const std::byte> /*receivedData*/,
-              std::span<const std::byte> /*fromAddress*/) override {
+  explicit Counter(Controller* controller = nullptr) : _controller(controller) {}
+
+  void server(Server& server, std::span<const std::byte> receivedData,
+              std::span<const std::byte> fromAddress) override {
     ++_received;
+    if (_controller != nullptr) {
+      _controller->server(server, receivedData, fromAddress);
+    }
   }
   [[nodiscard]] std::size_t received() const { return _received; }
 
  private:
+  Controller* const _controller;
   std::size_t _received = 0;
 };
 
@@ -185,27 +193,29 @@ void server(benchmark::State& state) {
   });
 }
 
-/// All the disks are known, so that the handler thread, which lives its real life beside this, has
-/// nothing to hand back to the main thread. What waits after a round is handled before the next.
+/// All the disks are known, so that the handler thread, which runs beside this as it always does,
+/// has nothing to hand back to the main thread. What waits after a round is handled before the
+/// next.
 void intake(benchmark::State& state) {
   const NoDesktop noDesktop;
-  const auto controller = std::make_shared<OpenController>();
-  controller->mountAnnounced(MOST_DATAGRAMS);
+  test::OpenController controller;
+  mountAnnounced(controller, MOST_DATAGRAMS);
+  const auto counter = std::make_shared<Counter>(&controller);
   const std::uint16_t port = freePort();
   Server server;
   server.startOnAddress("127.0.0.1", port);
-  server.setDelegate(controller);
+  server.setDelegate(counter);
   std::size_t waited = 0;
   measure(
       state, server.cfSocket()->native(), port,
       [&](std::size_t count) {
-        return runUntilReceived(count, [&] { return controller->received(); });
+        return runUntilReceived(count, [&] { return counter->received(); });
       },
       [&] {
-        waited += controller->waitingEvents();
-        controller->_processNextDiskEvent();
+        waited += controller.waitingEvents();
+        controller._processNextDiskEvent();
       });
-  // The handler thread takes some; were it all of them, or none queued, this would be no measure.
+  // The handler thread takes some. If it took all, or none were queued, nothing was measured.
   if (waited == 0) {
     state.SkipWithError("nothing was queued");
   }

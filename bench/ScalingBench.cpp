@@ -11,12 +11,13 @@
 #include <vector>
 
 #include "Announcements.h"
-#include "OpenController.h"
+#include "NoDesktop.h"
 #include "controller/Admission.h"
 #include "controller/MountedDisks.h"
 #include "disk/Queue.h"
 #include "intake/EventParser.h"
 #include "intake/Server.h"
+#include "support/OpenController.h"
 
 /// What one step costs where few or many disks are known or events wait. Steps are timed in
 /// batches, small enough not to change the numbers, large enough not to time the clock. What a step
@@ -252,8 +253,8 @@ void listRemove(benchmark::State& state) {
 void handledStatus(benchmark::State& state) {
   const NoDesktop noDesktop;
   Numbers numbers(state);
-  OpenController controller;
-  controller.mountAnnounced(numbers.count);
+  test::OpenController controller;
+  mountAnnounced(controller, numbers.count);
   Server server;
   Stopwatch stopwatch(state);
   for ([[maybe_unused]] const auto turn : state) {

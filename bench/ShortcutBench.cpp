@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "Announcements.h"
-#include "OpenController.h"
 #include "platform/RunLoop.h"
+#include "support/OpenController.h"
 #include "support/TemporaryHome.h"
 
 namespace ravelin::bench {
@@ -23,6 +23,7 @@ namespace ravelin::bench {
 namespace {
 
 using platform::RunLoop;
+using test::OpenController;
 
 using Clock = std::chrono::steady_clock;
 
@@ -42,7 +43,7 @@ std::size_t entriesIn(const std::string& folder) {
 
 enum Thread : std::int64_t { HANDLER_THREAD, MAIN_THREAD };
 
-/// Does it for every disk and answers the seconds that all took. On the main thread nothing needs
+/// Acts on every disk and returns the seconds that all took. On the main thread nothing needs
 /// to be handed over; on a handler thread the scripts are, to this thread.
 double timeAll(const std::vector<DiskPtr>& disks, std::int64_t thread,
                const std::function<void(const DiskPtr&)>& act) {

@@ -40,8 +40,8 @@ using Times = std::map<std::string, std::vector<double>>;
 constexpr int MOUNTS = 10000;
 constexpr std::chrono::seconds PATIENCE{30};
 constexpr std::chrono::milliseconds INTERVAL{1};
-/// Where a share has just been unmounted, its path takes up to a second to come back, whoever
-/// mounts it; this would hide everything else.
+/// The path of a share that has just been unmounted takes up to a second to come back when it is
+/// mounted again, by the agent or by GIO; that would hide everything else.
 constexpr std::chrono::milliseconds PAUSE{1500};
 
 double since(Clock::time_point begin) {
@@ -60,9 +60,10 @@ using ravelin::bench::SilentLog;
 class ListingPrograms final : public ravelin::platform::SystemPrograms {
  public:
   using ChildResult = ravelin::platform::ChildResult;
+  using MountListing = ravelin::platform::MountListing;
 
   /// The next look-up gets this listing, without the cost of making it.
-  void list(std::string listing) {
+  void list(MountListing listing) {
     _listing = std::move(listing);
     _kernelTable.clear();
   }
@@ -70,20 +71,20 @@ class ListingPrograms final : public ravelin::platform::SystemPrograms {
   /// Look-ups get what Linux makes of the kernel's table, each anew.
   void listKernelTable(std::string table) { _kernelTable = std::move(table); }
 
-  ChildResult mountTable(const std::string& sought) override {
-    ChildResult result;
-    result.output = _kernelTable.empty()
-                        ? std::move(_listing)
-                        : ravelin::platform::MountTable(_kernelTable).listing(sought);
-    return result;
+  MountListing mountTable() override {
+    return _kernelTable.empty() ? std::move(_listing)
+                                : ravelin::platform::MountTable(_kernelTable).listing();
   }
-  ChildResult mount(const std::vector<std::string>& /*arguments*/) override { return {}; }
+  ChildResult mountGuestShare(const std::string& /*server*/, const std::string& /*share*/,
+                              const std::string& /*folder*/) override {
+    return {};
+  }
   ChildResult umount(const std::string& /*path*/) override { return {}; }
   ChildResult mkdir(const std::string& /*path*/) override { return {}; }
   ChildResult rmdir(const std::string& /*path*/) override { return {}; }
 
  private:
-  std::string _listing;
+  MountListing _listing;
   std::string _kernelTable;
 };
 
@@ -95,7 +96,7 @@ std::string pointOf(int number) {
   return "/mnt/" + addressOf(number) + "/" + std::to_string(number);
 }
 
-/// What the kernel says about so many mounted shares.
+/// The kernel's mount table with that many shares.
 std::string kernelTable() {
   std::string table;
   for (int number = 0; number < MOUNTS; ++number) {
@@ -115,8 +116,8 @@ Times lookUp(int turns) {
   constexpr int LAST = MOUNTS - 1;
   const std::string sought = addressOf(LAST) + "/USB%20Disk%20" + std::to_string(LAST);
   const std::string table = kernelTable();
-  const std::string listing = ravelin::platform::MountTable(table).listing(sought);
-  require(std::ranges::count(listing, '\n') == MOUNTS, "there are not so many mounts");
+  const auto listing = ravelin::platform::MountTable(table).listing();
+  require(std::ranges::count(listing.text, '\n') == MOUNTS, "there are not so many mounts");
   ravelin::Disk disk;
   disk.setIpAddress(addressOf(LAST));
   disk.setLabel("USB Disk " + std::to_string(LAST));
@@ -135,9 +136,9 @@ Times lookUp(int turns) {
     programs.listKernelTable(table);
     measure("whole lookup");
     const auto begin = Clock::now();
-    const std::size_t found = listing.find(sought);
+    const std::size_t found = listing.text.find(sought);
     times["bare lookup"].push_back(since(begin));
-    require(found == listing.rfind("//") + 2, "the last mount has not been found");
+    require(found == listing.text.rfind("//") + 2, "the last mount has not been found");
   }
   return times;
 }

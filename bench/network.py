@@ -149,9 +149,9 @@ def until_accepted(network, home, times):
 
 
 def after_changes(network, home, times):
-    """Descriptors and resident KB after the first tenth of so many changes and after all of them,
-    and how often the servers were rebuilt. Each change waits for the rebuild that it makes, but not
-    for long: the agent makes none where it has seen the new addresses before the notice of them."""
+    """Descriptors and resident KB after the first tenth of the changes and after all of them, and
+    how often the servers were rebuilt. Each change waits for the rebuild that it makes, but not for
+    long: the agent makes none where it has seen the new addresses before the notice of them."""
 
     def state(agent):
         return len(os.listdir(f"/proc/{agent.pid}/fd")), agent.status("VmRSS")

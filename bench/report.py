@@ -304,7 +304,7 @@ class Agent:
         ]
 
     def next_turn(self):
-        """Waits for the handler thread to wake up; answers the time, and what `switches` does."""
+        """Waits for the handler thread to wake up; returns the time, and what `switches` does."""
         before = self.switches()
         end = time.monotonic() + SETTLING
         while self.switches()[1:] == before[1:] and time.monotonic() < end:

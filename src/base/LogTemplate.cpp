@@ -7,7 +7,7 @@
 namespace ravelin {
 namespace {
 
-/// The greatest width and precision, so that a few bytes from a stranger stay a short line.
+/// The greatest width and precision, so that a few bytes of a datagram give a short line.
 constexpr std::size_t FIELD_LIMIT = 512;
 
 constexpr std::string_view ABSENT_TEXT = "(null)";
@@ -25,7 +25,7 @@ struct Conversion {
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-/// Reads one conversion, from behind its percent sign.
+/// Reads one conversion, beginning after its percent sign.
 class ConversionReader final {
  public:
   explicit ConversionReader(std::string_view text) : _text(text) {}

@@ -8,7 +8,7 @@ namespace ravelin {
 /// A text that may be absent. Absent and empty are different everywhere.
 using Text = std::optional<std::string>;
 
-/// What stands in a message where the text belongs: the text itself, or "(null)" for an absent one.
+/// The text as it is put into messages, paths and scripts: "(null)" if it is absent.
 [[nodiscard]] inline std::string textOrNull(const Text& text) { return text.value_or("(null)"); }
 
 }  // namespace ravelin

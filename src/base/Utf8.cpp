@@ -1,82 +1,30 @@
 #include "base/Utf8.h"
 
+#include <utf8.h>
+
+#include <algorithm>
 #include <cstddef>
 
 namespace ravelin {
 
-namespace {
-
-/// The bytes that follow the first one, and the range in which the first of those must lie.
-struct Sequence {
-  std::size_t following;
-  unsigned char low = 0x80;
-  unsigned char high = 0xBF;
-};
-
-bool sequenceOf(unsigned char first, Sequence& sequence) {
-  if (first < 0x80) {
-    sequence = {0};
-  } else if (first >= 0xC2 && first <= 0xDF) {
-    sequence = {1};
-  } else if (first >= 0xE0 && first <= 0xEF) {
-    sequence = {2};
-  } else if (first >= 0xF0 && first <= 0xF4) {
-    sequence = {3};
-  } else {
-    return false;
-  }
-  switch (first) {
-    case 0xE0:
-      sequence.low = 0xA0;
-      break;  // shorter forms exist below
-    case 0xED:
-      sequence.high = 0x9F;
-      break;  // surrogates lie above
-    case 0xF0:
-      sequence.low = 0x90;
-      break;  // shorter forms exist below
-    case 0xF4:
-      sequence.high = 0x8F;
-      break;  // nothing lies above
-    default:
-      break;
-  }
-  return true;
-}
-
-}  // namespace
-
 std::size_t characterLength(std::string_view bytes) {
-  Sequence sequence{};
-  if (bytes.empty() || !sequenceOf(static_cast<unsigned char>(bytes.front()), sequence) ||
-      bytes.size() <= sequence.following) {
-    return 0;
-  }
-  for (std::size_t at = 1; at <= sequence.following; ++at) {
-    const auto byte = static_cast<unsigned char>(bytes[at]);
-    if (byte < (at == 1 ? sequence.low : 0x80) || byte > (at == 1 ? sequence.high : 0xBF)) {
-      return 0;
+  constexpr std::size_t LONGEST = 4;
+  // The shortest beginning that is well-formed is one character.
+  for (std::size_t length = 1; length <= std::min(bytes.size(), LONGEST); ++length) {
+    if (isUtf8(bytes.substr(0, length))) {
+      return length;
     }
   }
-  return 1 + sequence.following;
+  return 0;
 }
 
-bool isUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const std::size_t length = characterLength(bytes);
-    if (length == 0) {
-      return false;
-    }
-    bytes.remove_prefix(length);
-  }
-  return true;
-}
+bool isUtf8(std::string_view bytes) { return utf8::is_valid(bytes.begin(), bytes.end()); }
 
 std::string_view beginningOf(std::string_view bytes, std::size_t limit) {
   if (bytes.size() <= limit) {
     return bytes;
   }
-  // Where the cut is inside a character, that begins at most three bytes before it.
+  // A character that the cut divides begins at most three bytes before it.
   for (std::size_t start = limit; start + 3 >= limit; --start) {
     if (characterLength(bytes.substr(start)) > limit - start) {
       return bytes.substr(0, start);

@@ -9,12 +9,11 @@ namespace ravelin {
 /// U+10FFFF. Any thread.
 [[nodiscard]] bool isUtf8(std::string_view bytes);
 
-/// How many bytes at the beginning are one well-formed character, or 0 where none is there. Any
+/// The length, in bytes, of the well-formed character at the beginning, or 0 if there is none. Any
 /// thread.
 [[nodiscard]] std::size_t characterLength(std::string_view bytes);
 
-/// As much of the beginning as the limit allows, in bytes, without half a character at its end. Any
-/// thread.
+/// The beginning, up to the limit in bytes, without a part of a character at its end. Any thread.
 [[nodiscard]] std::string_view beginningOf(std::string_view bytes, std::size_t limit);
 
 }  // namespace ravelin

@@ -1,5 +1,7 @@
 #include "base/Visible.h"
 
+#include <utf8.h>
+
 #include <cstddef>
 
 #include "base/Utf8.h"
@@ -28,15 +30,31 @@ void append(std::string& result, char character) {
   }
 }
 
-/// How many bytes at the beginning of the text are one readable character beyond ASCII.
+/// The length, in bytes, of the readable non-ASCII character at the beginning, or 0.
 std::size_t wideLength(std::string_view text) {
-  const std::size_t length = characterLength(text);
-  if (length < 2) {
-    return 0;
-  }
   // U+0080 to U+009F are control characters, too.
-  const bool isControl = text[0] == '\xC2' && static_cast<unsigned char>(text[1]) < 0xA0;
-  return isControl ? 0 : length;
+  constexpr char32_t FIRST_READABLE = 0xA0;
+  const std::size_t length = characterLength(text);
+  return length >= 2 && utf8::unchecked::peek_next(text.begin()) >= FIRST_READABLE ? length : 0;
+}
+
+/// The text in UTF-8, with what is to stand for a line feed.
+std::string readable(std::string_view text, std::string_view lineFeed) {
+  std::string result;
+  while (!text.empty()) {
+    const std::size_t wide = wideLength(text);
+    if (wide > 0) {
+      result += text.substr(0, wide);
+    } else if (text.front() == '\n') {
+      result += lineFeed;
+    } else if (text.front() == '\\') {
+      result += '\\';
+    } else {
+      append(result, text.front());
+    }
+    text.remove_prefix(wide > 0 ? wide : 1);
+  }
+  return result;
 }
 
 }  // namespace
@@ -49,22 +67,8 @@ std::string visible(std::string_view text) {
   return result;
 }
 
-std::string visibleLines(std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const std::size_t wide = wideLength(text);
-    if (wide > 0) {
-      result += text.substr(0, wide);
-    } else if (text.front() == '\n') {
-      result += "\n\t";
-    } else if (text.front() == '\\') {
-      result += '\\';
-    } else {
-      append(result, text.front());
-    }
-    text.remove_prefix(wide > 0 ? wide : 1);
-  }
-  return result;
-}
+std::string visibleLine(std::string_view text) { return readable(text, "\\n"); }
+
+std::string visibleLines(std::string_view text) { return readable(text, "\n\t"); }
 
 }  // namespace ravelin

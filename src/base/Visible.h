@@ -5,14 +5,18 @@
 
 namespace ravelin {
 
-/// The text in one line of printable ASCII: whatever else it holds is shown as \n, \r, \t or, byte
+/// The text in one line of printable ASCII: everything else in it is shown as \n, \r, \t or, byte
 /// by byte, \xHH, and a backslash as two. Different texts look different. Any thread.
 [[nodiscard]] std::string visible(std::string_view text);
 
-/// The text with its control characters, and what is no well-formed UTF-8, shown in these forms;
-/// everything else stays as it is, backslashes too. A line feed begins a line, which starts with a
-/// tab: no line of the text, after its first one, can be taken for the first line of another text.
+/// The text in one line of UTF-8, for people: control characters, and bytes that are not
+/// well-formed UTF-8, are shown in these forms; everything else stays as it is, backslashes too.
 /// Any thread.
+[[nodiscard]] std::string visibleLine(std::string_view text);
+
+/// The same in as many lines as the text has: a line feed begins a line, which starts with a tab.
+/// No line of the text, after its first one, can be taken for the first line of another text. Any
+/// thread.
 [[nodiscard]] std::string visibleLines(std::string_view text);
 
 }  // namespace ravelin

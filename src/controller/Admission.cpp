@@ -114,7 +114,7 @@ std::optional<Admission::Limit> Admission::_limitOfKnown(std::uint32_t sender) c
   const auto charged = _chargedOfSender.find(sender);
   std::size_t ofSender =
       _known.tally().of(sender).disks + (charged == _chargedOfSender.end() ? 0 : charged->second);
-  // One that has just been mounted stands on the list and counts as going to, too.
+  // A disk that has just been mounted is on the list and still charged: it counts only once.
   if (_inHand && !_isHandOnly()) {
     --all;
     ofSender -= _inHand->sender() == sender ? 1U : 0U;
@@ -192,10 +192,10 @@ Text Admission::lineAbout(std::uint32_t sender, Limit limit, Time now) {
   const std::string reason = dotted(sender) + " are dropped: " + reasonOf(limit);
   if (!isWithinInterval(_lineAboutOne)) {
     _lineAboutOne = now;
-    _named = sender;
+    _senderInLine = sender;
     return "Announcements from " + reason;
   }
-  if (sender != _named && !isWithinInterval(_lineAboutOthers)) {
+  if (sender != _senderInLine && !isWithinInterval(_lineAboutOthers)) {
     _lineAboutOthers = now;
     return "Announcements of further senders are dropped, too; those from " + reason;
   }

@@ -29,12 +29,12 @@ namespace ravelin {
 /// A disk is known while it is mounted, which counts for the sender whose announcement mounted it.
 /// A waiting announcement of a disk that is neither known nor announced by another waiting one
 /// counts as the known disk that it is going to be. Announcements of known disks never fail the
-/// first line; should the disk have been unmounted before it is their turn, they meet it then.
+/// first line; if the disk has been unmounted before it is their turn, that line holds for them
+/// then.
 ///
-/// A drop is told with one line when its sender begins to be dropped, that is, when it has not been
-/// dropped within a minute. Whatever senders there are, made-up ones included, at most one such
-/// line is written a minute, and at most one more that tells of all the other senders together.
-/// Only the last few senders are remembered for that.
+/// A drop is logged when it is its sender's first within a minute. However many senders there are,
+/// made-up ones included, at most one such line is written a minute, and at most one more about all
+/// the other senders together. Only the last few senders are remembered for that.
 ///
 /// It works on the controller's queue and list, under the mutex that guards them.
 class Admission {
@@ -63,15 +63,14 @@ class Admission {
   std::optional<Limit> admit(const DiskPtr& event);
 
   /// Takes the next event off the queue for handling, or returns null when none waits; the one
-  /// taken before has been handled then. Events that would mount a disk past a limit are passed
-  /// over.
+  /// taken before counts as handled. Events that would mount a disk past a limit are passed over.
   DiskPtr next();
 
-  /// The queue holds other events than those that were let in: counts those that are going to make
-  /// a disk known anew. Nothing else may be called in between.
+  /// To be called right after the queue's events have been replaced, before anything else: counts
+  /// afresh those that are going to make a disk known.
   void queueWasReplaced();
 
-  /// What is to be logged now about a drop, or null.
+  /// The line to log now about a drop, or null.
   [[nodiscard]] Text lineAbout(std::uint32_t sender, Limit limit, Time now);
 
  private:
@@ -99,9 +98,10 @@ class Admission {
 
   /// When the senders were last dropped.
   std::map<std::uint32_t, Time> _dropped;
+  /// When the last lines were written, about one sender and about all the others.
   std::optional<Time> _lineAboutOne;
   std::optional<Time> _lineAboutOthers;
-  std::uint32_t _named = 0;  // in the line about one
+  std::uint32_t _senderInLine = 0;  // about one sender
 };
 
 }  // namespace ravelin

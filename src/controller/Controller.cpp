@@ -38,7 +38,7 @@ constexpr std::int32_t LAST_VERSION_BEFORE_SNOW_LEOPARD = 0x105F;
 constexpr auto LIVENESS_INTERVAL = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
     std::chrono::duration<double>(DISK_UPDATE_TIME_CHECKER_INTERVAL));
 
-/// More than a list of all the disks that are let in takes.
+/// More than a list of as many disks as are let in can take.
 constexpr std::size_t RECORD_FILE_LIMIT = std::size_t{256} * 1024 * 1024;
 
 platform::FileManager& fileManager() { return platform::service<platform::FileManager>(); }
@@ -51,7 +51,7 @@ void logFailedRemoval(const platform::FileError& error) {
 }
 
 bool shortcutExists(const std::string& path) {
-  return fileManager().fileExistsAtPath(path, DirectoryFinder::desktopDirectory());
+  return fileManager().itemExistsAtPath(path, DirectoryFinder::desktopDirectory());
 }
 
 std::string recordFilePath() {
@@ -59,9 +59,9 @@ std::string recordFilePath() {
          std::string(DISK_RECORD_FILE);
 }
 
-/// A line of the record file. The text is a formatting template, but what it holds and how long it
-/// becomes must not touch the lines after it: a NUL is a character like any other here, and a text
-/// that is cut short has its line end all the same.
+/// A line of the record file. The text is a formatting template, but neither its content nor its
+/// length may affect the lines after it: a NUL is a character like any other here, and a text that
+/// is cut short still gets its line end.
 std::string recordLine(std::string_view text) {
   std::string line;
   while (true) {
@@ -89,7 +89,7 @@ Controller::Controller() {
 
 Controller::~Controller() {
   _handlerShouldEnd = true;
-  // Nothing but this ends the handler thread, whose run loop must live to take it.
+  // Only this ends the handler thread, so that its run loop is still there to take the action.
   _handlerRunLoop->perform([this] { _handlerMayLeave = true; });
   while (!_handlerHasEnded) {
     RunLoop::main().runOnce(RunLoop::DISTANT_FUTURE);
@@ -98,7 +98,7 @@ Controller::~Controller() {
 }
 
 std::vector<DiskPtr> Controller::mountedDisks() const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return _mountedDisks.copy();
 }
 
@@ -108,12 +108,12 @@ void Controller::setMountedDisks(const std::vector<DiskPtr>& mountedDisks) {
     precondition(disk != nullptr, "Controller::setMountedDisks(mountedDisks)", "disk != null");
     records.append(disk);
   }
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   std::swap(_mountedDisks, records);
 }
 
 std::vector<DiskPtr> Controller::diskEventQueue() const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   const auto& events = _diskEventQueue.elements();
   return {events.begin(), events.end()};
 }
@@ -123,13 +123,13 @@ void Controller::setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue) {
   for (const DiskPtr& event : diskEventQueue) {
     events.enqueue(event);
   }
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   std::swap(_diskEventQueue, events);
   _admission.queueWasReplaced();
 }
 
 std::size_t Controller::waitingEvents() const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return _diskEventQueue.count();
 }
 
@@ -139,13 +139,16 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
     return;
   }
   const DiskPtr event = EventParser::parse(receivedData);
-  if (!_isDiskValid(event.get()) || !_isUniqueEvent(*event)) {
+  if (!_isDiskValid(event.get())) {
     return;
   }
   event->setSender(senderIn(fromAddress));
   Text line;
   {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
+    if (!_isUniqueEvent(*event)) {
+      return;
+    }
     if (const auto limit = _admission.admit(event)) {
       line = _admission.lineAbout(event->sender(), *limit, std::chrono::steady_clock::now());
     }
@@ -170,13 +173,12 @@ bool Controller::_isDiskValid(const Disk* disk) {
 }
 
 bool Controller::_isUniqueEvent(const Disk& event) const {
-  const std::lock_guard lock(_mutex);
   return !_diskEventQueue.containsReceiverEqualTo(event);
 }
 
 void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
   RunLoop& runLoop = RunLoop::current();
-  // Before the timer's own, so that the timer always finds its check due or already made.
+  // Taken before the timer starts, so that the timer always finds its check due or already made.
   _nextCheck = std::chrono::steady_clock::now() + LIVENESS_INTERVAL;
   const auto eventTimer =
       runLoop.scheduleTimer(RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL), [this] {
@@ -200,7 +202,7 @@ void Controller::_processNextDiskEvent() {
   while (!_handlerShouldEnd) {
     DiskPtr event;
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       event = _admission.next();
     }
     if (!event) {
@@ -237,7 +239,7 @@ void Controller::_process(const DiskPtr& event) {
   } else if (name == "no_disk") {
     std::vector<DiskPtr> disks;
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       disks = _mountedDisks.ofDevice(event->macAddress());
     }
     for (const DiskPtr& disk : disks) {
@@ -252,7 +254,7 @@ void Controller::_process(const DiskPtr& event) {
 }
 
 DiskPtr Controller::_findMountedInternalDisk(const Disk& event) const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return _mountedDisks.find(event.uuid());
 }
 
@@ -261,15 +263,15 @@ bool Controller::_isDiskMounted(const Disk& event) const {
 }
 
 bool Controller::_shouldDiskRemounted(const Disk& event) const {
-  // A mounted disk keeps the values with which it was mounted, whatever the device says later; a
-  // disk without a record differs from it in everything.
+  // A mounted disk keeps the values with which it was mounted, even if the device announces others
+  // later.
   return !_isDiskMounted(event);
 }
 
 void Controller::_mountDisk(const DiskPtr& disk) {
   const std::string path = _shortcutPathForDisk(*disk);
   if (shortcutExists(path)) {
-    // What stays is not replaced: then the script fails.
+    // What could not be moved away stays: the script replaces nothing of the user's.
     if (const auto error = fileManager().makeWayAtPath(path, DirectoryFinder::desktopDirectory())) {
       logFailedRemoval(*error);
     }
@@ -279,7 +281,7 @@ void Controller::_mountDisk(const DiskPtr& disk) {
       disk->label()};
   RunLoop::main().performAndWait([&] {
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       if (_handlerShouldEnd) {
         return;
       }
@@ -293,7 +295,7 @@ void Controller::_mountDisk(const DiskPtr& disk) {
     }
   });
   disk->setLastUpdateTime(now());
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   if (std::exchange(_diskBeingMounted, nullptr) == disk) {
     _mountedDisks.append(disk);
   }
@@ -302,11 +304,11 @@ void Controller::_mountDisk(const DiskPtr& disk) {
 void Controller::_unmountDisk(const Disk& event) {
   const DiskPtr mounted = _findMountedInternalDisk(event);
   if (!mounted) {
-    // The other thread was faster.
+    // The other thread has unmounted it meanwhile.
     return;
   }
   _deleteAliasAtPath(_shortcutPathForDisk(*mounted));
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   _mountedDisks.remove(*mounted);
 }
 
@@ -314,7 +316,7 @@ void Controller::unmountAll() {
   std::vector<DiskPtr> disks;
   DiskPtr beingMounted;
   {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     disks = _mountedDisks.copy();
     beingMounted = std::exchange(_diskBeingMounted, nullptr);
   }
@@ -401,7 +403,7 @@ void Controller::_checkUpdateTimesWhenDue() {
   if (time < _nextCheck) {
     return;
   }
-  // As the timer does: what was missed is skipped, the step is kept.
+  // Like the timer: missed checks are skipped, and the rhythm is kept.
   _nextCheck += ((time - _nextCheck) / LIVENESS_INTERVAL + 1) * LIVENESS_INTERVAL;
   _checkUpdateTimesAndUnmountDisksIfNecessary();
 }
@@ -442,7 +444,7 @@ void Controller::recordMountedDisks() const {
 }
 
 void Controller::deleteRecordedDisks() {
-  const Text text = fileManager().contentsAtPath(recordFilePath(), RECORD_FILE_LIMIT);
+  const Text text = fileManager().contentsAtPath(recordFilePath(), RECORD_FILE_LIMIT).text;
   if (!text || !isUtf8(*text)) {
     return;
   }

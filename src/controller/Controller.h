@@ -5,12 +5,12 @@
 #include <cstddef>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/ThreadSafety.h"
 #include "controller/Admission.h"
 #include "controller/MountedDisks.h"
 #include "disk/Disk.h"
@@ -40,15 +40,15 @@ class Controller : public ServerDelegate {
   /// handler thread, unless it is dropped for its sender's limits, which the log may tell; anything
   /// else is dropped without a trace. Main thread.
   void server(Server& server, std::span<const std::byte> receivedData,
-              std::span<const std::byte> fromAddress) override;
+              std::span<const std::byte> fromAddress) override EXCLUDES(_mutex);
 
   /// Removes the shortcut of every mounted disk, and of one that is just being mounted, and forgets
   /// the disks. Main thread.
-  void unmountAll();
+  void unmountAll() EXCLUDES(_mutex);
 
   /// Writes the list of the mounted disks' shortcuts to the record file, wholly or not at all; a
   /// failure is logged. Percent signs in a label are taken for formatting. Any thread.
-  void recordMountedDisks() const;
+  void recordMountedDisks() const EXCLUDES(_mutex);
 
   /// Removes every shortcut that the record file lists, and logs each; what is listed and is no
   /// shortcut stays. Without a readable record file of at most 256 MiB nothing happens. The file
@@ -59,38 +59,38 @@ class Controller : public ServerDelegate {
   [[nodiscard]] DiskManager& diskManager() { return _diskManager; }
 
   /// The mounted records, in the order in which they were mounted. A copy; any thread.
-  [[nodiscard]] std::vector<DiskPtr> mountedDisks() const;
+  [[nodiscard]] std::vector<DiskPtr> mountedDisks() const EXCLUDES(_mutex);
 
   /// Puts these records, none of them null, in the place of all others. No shortcut is made or
   /// removed for that, and a disk that is just being mounted joins the new list. Any thread.
-  void setMountedDisks(const std::vector<DiskPtr>& mountedDisks);
+  void setMountedDisks(const std::vector<DiskPtr>& mountedDisks) EXCLUDES(_mutex);
 
   /// The events that wait for the handler thread, the next one first. A copy; any thread.
-  [[nodiscard]] std::vector<DiskPtr> diskEventQueue() const;
+  [[nodiscard]] std::vector<DiskPtr> diskEventQueue() const EXCLUDES(_mutex);
 
   /// Puts these events, none of them null, in the place of all that wait, whether or not they would
   /// have been taken as announcements. Any thread.
-  void setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue);
+  void setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue) EXCLUDES(_mutex);
 
   /// How many events wait for the handler thread. Any thread.
-  [[nodiscard]] std::size_t waitingEvents() const;
+  [[nodiscard]] std::size_t waitingEvents() const EXCLUDES(_mutex);
 
  protected:
   // The handler thread.
   void _startDiskEventHandler(std::promise<platform::RunLoop*> started);
-  void _processNextDiskEvent();
-  void _process(const DiskPtr& event);
+  void _processNextDiskEvent() EXCLUDES(_mutex);
+  void _process(const DiskPtr& event) EXCLUDES(_mutex);
 
   // Judging events. Any thread.
   static bool _isDiskValid(const Disk* disk);
-  [[nodiscard]] bool _isUniqueEvent(const Disk& event) const;
-  [[nodiscard]] DiskPtr _findMountedInternalDisk(const Disk& event) const;
-  [[nodiscard]] bool _isDiskMounted(const Disk& event) const;
-  [[nodiscard]] bool _shouldDiskRemounted(const Disk& event) const;
+  [[nodiscard]] bool _isUniqueEvent(const Disk& event) const REQUIRES(_mutex);
+  [[nodiscard]] DiskPtr _findMountedInternalDisk(const Disk& event) const EXCLUDES(_mutex);
+  [[nodiscard]] bool _isDiskMounted(const Disk& event) const EXCLUDES(_mutex);
+  [[nodiscard]] bool _shouldDiskRemounted(const Disk& event) const EXCLUDES(_mutex);
 
   // Mounting and unmounting. The handler thread, or the main thread through unmountAll.
-  void _mountDisk(const DiskPtr& disk);
-  void _unmountDisk(const Disk& event);
+  void _mountDisk(const DiskPtr& disk) EXCLUDES(_mutex);
+  void _unmountDisk(const Disk& event) EXCLUDES(_mutex);
   static void _deleteAliasAtPath(const std::string& path);
   static std::string _getAliasPathForDisk(const Disk& disk);
   static std::string _shortcutPathForDisk(const Disk& disk);
@@ -102,21 +102,21 @@ class Controller : public ServerDelegate {
   static bool SnowLeopardAndAbove();
 
   // Liveness. The handler thread.
-  void _updateDiskUpdateTime(const Disk& event);
-  void _checkUpdateTimesAndUnmountDisksIfNecessary();
-  /// Makes the check if it is due and has not been made; also between two events, since a tick ends
-  /// only when no event waits, which a flood puts off as long as it likes.
-  void _checkUpdateTimesWhenDue();
+  void _updateDiskUpdateTime(const Disk& event) EXCLUDES(_mutex);
+  void _checkUpdateTimesAndUnmountDisksIfNecessary() EXCLUDES(_mutex);
+  /// Makes the check if it is due and has not been made. Called between two events, too, since a
+  /// tick ends only when no event waits, which a flood can put off for ever.
+  void _checkUpdateTimesWhenDue() EXCLUDES(_mutex);
 
  private:
-  /// Guards the four below; never held across a hand-over, a script or a file operation.
-  mutable std::mutex _mutex;
-  MountedDisks _mountedDisks;
-  Queue _diskEventQueue;
-  Admission _admission{_diskEventQueue, _mountedDisks};
+  /// Never held across a hand-over, a script or a file operation.
+  mutable Mutex _mutex;
+  MountedDisks _mountedDisks GUARDED_BY(_mutex);
+  Queue _diskEventQueue GUARDED_BY(_mutex);
+  Admission _admission GUARDED_BY(_mutex){_diskEventQueue, _mountedDisks};
   /// The disk whose shortcut is being made, or made, but that is not on the list yet; taken away
   /// when unmountAll comes in between.
-  DiskPtr _diskBeingMounted;
+  DiskPtr _diskBeingMounted GUARDED_BY(_mutex);
 
   DiskManager _diskManager;
   std::atomic<bool> _handlerShouldEnd = false;

@@ -13,7 +13,7 @@ namespace ravelin {
 
 /// The list of mounted records, in the order in which they were mounted. Finding records by their
 /// uuid or their device, adding and removing take hardly longer for a longer list, whatever the
-/// texts, and give what a walk over the list gives. One thread at a time.
+/// texts, and have the result of a walk over the list. One thread at a time.
 class MountedDisks {
  public:
   /// Adds the record at the end.

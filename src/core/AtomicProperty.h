@@ -1,7 +1,8 @@
 #pragma once
 
-#include <mutex>
 #include <utility>
+
+#include "base/ThreadSafety.h"
 
 namespace ravelin {
 
@@ -11,20 +12,20 @@ class AtomicProperty {
  public:
   /// A copy of the value.
   [[nodiscard]] Value get() const {
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     return _value;
   }
 
-  /// Puts the value in the place of the one before, which is let go of on this thread.
+  /// Replaces the value; the former one is destroyed on this thread.
   void set(Value value) {
-    // Not under the lock: what is let go of may do anything at its end.
-    const std::lock_guard lock(_mutex);
+    // The former value outlives the lock, for its destructor may do anything.
+    const LockGuard lock(_mutex);
     std::swap(_value, value);
   }
 
  private:
-  mutable std::mutex _mutex;
-  Value _value;
+  mutable Mutex _mutex;
+  Value _value GUARDED_BY(_mutex);
 };
 
 }  // namespace ravelin

@@ -7,7 +7,7 @@
 
 namespace ravelin {
 
-/// Knows the agent's standard folders. Every answer is found out afresh. Any thread.
+/// The agent's standard folders, looked up afresh at every call. Any thread.
 class DirectoryFinder {
  public:
   /// The user's desktop folder, which is not created; null when the system has none.

@@ -8,7 +8,7 @@
 namespace ravelin {
 
 bool LogBudget::reserve(Clock::time_point now) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   // Whole milliseconds, so that what is left of one counts the next time.
   constexpr std::chrono::milliseconds FULL{AT_ONCE * 1000 / A_SECOND};
   const auto passed = std::chrono::floor<std::chrono::milliseconds>(
@@ -31,17 +31,17 @@ bool LogBudget::reserve(Clock::time_point now) {
 }
 
 void LogBudget::settle(std::size_t used) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   _available = std::min(_available + LOG_LINE_LIMIT - std::min(used, LOG_LINE_LIMIT), AT_ONCE);
 }
 
 std::uint64_t LogBudget::takeEnded(Clock::time_point now) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return now - _lastSuppressed < QUIET ? 0 : std::exchange(_suppressed, 0);
 }
 
 std::uint64_t LogBudget::takeSuppressed() {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   return std::exchange(_suppressed, 0);
 }
 

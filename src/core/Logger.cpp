@@ -47,7 +47,7 @@ void tell(std::uint64_t suppressed) {
   }
 }
 
-/// Writes the line, by what returns how many bytes it has taken, unless the budget is used up.
+/// Calls what writes the line and returns its bytes, unless the budget is used up.
 template <class Write>
 void writeWithinBudget(const Write& write) {
   const auto now = LogBudget::Clock::now();

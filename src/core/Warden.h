@@ -19,8 +19,8 @@ class Server;
 
 /// The agent: owns the controller and the servers, builds the servers from the configuration file,
 /// and runs the main thread's run loop. Main thread only, but for the three properties, which any
-/// thread may read and replace; the controller and the servers themselves are to be used, and let
-/// go of in the end, on the main thread.
+/// thread may read and replace; the controller and the servers themselves are used and destroyed on
+/// the main thread.
 class Warden {
  public:
   Warden();
@@ -51,8 +51,9 @@ class Warden {
     _controller.set(std::move(controller));
   }
 
-  /// The machine's IPv4 addresses as they were last taken to join on them, which later ones are
-  /// compared with; empty until then. They stay when the configuration switches joining off.
+  /// The machine's IPv4 addresses on which the servers last joined their groups; by them a change
+  /// of addresses is noticed. Empty until then, and kept when the configuration switches joining
+  /// off.
   [[nodiscard]] std::vector<std::string> localIpAddresses() const {
     return _localIpAddresses.get();
   }
@@ -62,15 +63,17 @@ class Warden {
 
  protected:
   /// Has the servers rebuilt after changes of the machine's IPv4 addresses; false, with a line in
-  /// the log, when the system refuses to tell of them.
-  bool _startNetworkInterfaceChangeNotifier();
-  /// Ends that; nothing the second time.
+  /// the log, when the system refuses to report them. A watch from _watchAddresses() is taken over.
+  bool _startNetworkInterfaceChangeNotifier(
+      std::unique_ptr<platform::AddressChangeWatch> watch = nullptr);
+  /// Stops that; does nothing if it has not been started.
   void _stopNetworkInterfaceChangeNotifier();
-  /// After a change: builds the servers anew unless they were built for the addresses of now.
-  static void NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway);
+  /// After a change: rebuilds the servers unless they were built for the current addresses;
+  /// otherwise renews their memberships if they may be lost.
+  static void NetworkInterfaceNotificationCallback(Warden& warden, bool membershipsMayBeLost);
 
-  /// Keeps gSystemActive true while this login session is the active one, until the second is
-  /// called.
+  /// From the first call until the second, gSystemActive follows whether this login session is the
+  /// active one.
   void _registerWorkspaceNotifications();
   void _unregisterWorkspaceNotifications();
   static void _fastUserSwitchHandler(platform::SessionNotification notification);
@@ -88,6 +91,8 @@ class Warden {
     std::string address;
   };
 
+  std::unique_ptr<platform::AddressChangeWatch> _watchAddresses(std::string& reason);
+  void _lookAtInterfaces();
   void _initializeServersAndStartNotifier();
   void _startServer(const platform::PropertyListArray& entry, bool joinIGMP);
   void _join(const std::shared_ptr<Server>& server, const std::string& group,
@@ -97,6 +102,8 @@ class Warden {
 
   AtomicProperty<std::vector<std::shared_ptr<Server>>> _serverArray;
   AtomicProperty<std::shared_ptr<Controller>> _controller;
+  /// Reports changes of the addresses; null while stopped. On macOS a source of the run loop does
+  /// that, hence the name.
   std::unique_ptr<platform::AddressChangeWatch> _notificationCFRunLoopSourceRef;
   std::unique_ptr<platform::SessionActivityWatch> _workspaceNotifications;
   AtomicProperty<std::vector<std::string>> _localIpAddresses;

@@ -15,7 +15,7 @@ namespace ravelin {
 
 namespace {
 
-/// The one agent, or null while it is not there; `main` owns it.
+/// The one agent, which mounts disks, hence the name; `main` owns it. Null while there is none.
 Warden* mounter = nullptr;
 
 /// Runs on the main thread, woken by SIGTERM. Leaving the process from here, without the orderly

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <mutex>
-
 #include "base/Text.h"
+#include "base/ThreadSafety.h"
 
 namespace ravelin {
 
@@ -24,9 +23,9 @@ class AliasData {
   void setVolumePath(Text volumePath);
 
  private:
-  mutable std::mutex _mutex;
-  Text _aliasName;
-  Text _volumePath;
+  mutable Mutex _mutex;
+  Text _aliasName GUARDED_BY(_mutex);
+  Text _volumePath GUARDED_BY(_mutex);
 };
 
 }  // namespace ravelin

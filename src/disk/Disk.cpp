@@ -52,11 +52,10 @@ Text Disk::_getVolumePath() const {
   const Text path = _volumeReference == 0 ? std::nullopt : volumes.pathOfVolume(_volumeReference);
   Text match;
   if (path) {
-    std::optional<platform::Volume> volume;
-    for (std::size_t index = 1; (volume = volumes.volumeAtIndex(index)); ++index) {
+    for (const platform::Volume& volume : volumes.volumes()) {
       // A nameless volume is in no path.
-      if (!volume->name.empty() && path->find(volume->name) != std::string::npos) {
-        match = volume->rootPath;
+      if (!volume.name.empty() && path->find(volume.name) != std::string::npos) {
+        match = volume.rootPath;
       }
     }
   }

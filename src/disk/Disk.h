@@ -60,11 +60,11 @@ class Disk {
   /// The bytes that the five texts have together.
   [[nodiscard]] std::size_t textSize() const;
 
-  /// Whether each of the five texts that this disk has stands in the other one too, exactly. A
-  /// text that this disk lacks matches anything, so the answer may differ the other way round.
+  /// Whether the other disk has each of the five texts that this disk has, exactly. A text that
+  /// this disk lacks matches anything, so the result may differ the other way round.
   [[nodiscard]] bool isEqual(const Disk& other) const;
 
-  /// Where the disk's volume is mounted, or null. Once it has been found, the answer stays.
+  /// Where the disk's volume is mounted, or null. Once found, the path is kept.
   [[nodiscard]] Text getVolumePath();
 
   /// Whether the disk's volume is mounted, found out afresh.

@@ -1,8 +1,12 @@
 #include "disk/DiskManager.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
+#include "base/AsciiCase.h"
 #include "base/PathComponents.h"
 #include "base/PercentEscaping.h"
 #include "base/Utf8.h"
@@ -21,11 +25,12 @@
 namespace ravelin {
 
 using platform::ChildResult;
+using platform::MountListing;
 using platform::service;
 
 namespace {
 
-/// With this the mounting program ends when an earlier mount is in the way.
+/// The exit status of the mounting program when an earlier mount is in the way.
 constexpr int MOUNT_IN_THE_WAY = 64;
 
 platform::SystemPrograms& programs() { return service<platform::SystemPrograms>(); }
@@ -50,6 +55,36 @@ std::string_view withoutLastCharacter(std::string_view text) {
   return text;
 }
 
+/// The end of the stretch without case in which all these bytes of the text lie; 0 where they lie
+/// in none.
+std::size_t endOfCaseless(const MountListing& listing, std::size_t begin, std::size_t size) {
+  const auto next =
+      std::ranges::upper_bound(listing.caseless, begin, {}, &MountListing::Stretch::begin);
+  if (next == listing.caseless.begin()) {
+    return 0;
+  }
+  const auto stretch = std::prev(next);
+  const std::size_t end = stretch->begin + stretch->size;
+  return begin + size <= end ? end : 0;
+}
+
+/// The text of the listing. Where a source of a share is the sought one but for its case, that may
+/// be lost, so it is written as it is sought, once in each.
+std::string textSpelling(std::string_view sought, MountListing listing) {
+  // An address has no letters, so that most places are passed over at the speed of a plain search.
+  const std::string_view beginning(sought.begin(), std::ranges::find_if(sought, isAsciiLetter));
+  std::string& text = listing.text;
+  for (std::size_t at = 0; (at = text.find(beginning, at)) != std::string::npos;) {
+    const bool isAlike = equalButForCase(std::string_view(text).substr(at, sought.size()), sought);
+    const std::size_t end = isAlike ? endOfCaseless(listing, at, sought.size()) : 0;
+    if (end != 0) {
+      text.replace(at, sought.size(), sought);
+    }
+    at = end == 0 ? at + 1 : end;
+  }
+  return std::move(text);
+}
+
 /// The mount point in the rest of a listing behind a share's source; null where there is none.
 Text mountPointIn(std::string_view rest) {
   const std::size_t begin = rest.find('/');
@@ -66,7 +101,7 @@ Text mountPointIn(std::string_view rest) {
 /// Whether something stands at the path; a link counts also where it leads to nothing.
 bool itemExists(const Text& path, const Text& desktop) {
   auto& files = service<platform::FileManager>();
-  return path && (files.fileExistsAtPath(*path) || files.fileExistsAtPath(*path, desktop));
+  return path && (files.fileExistsAtPath(*path) || files.itemExistsAtPath(*path, desktop));
 }
 
 }  // namespace
@@ -99,10 +134,10 @@ bool DiskManager::_coreServicesMountDisk(Disk& disk) {
 bool DiskManager::_shellMountDisk(const Disk& disk) {
   const std::string directory = DirectoryFinder::diskMountDirectory(disk.label());
   programs().mkdir(directory);
-  const std::string source = "//guest:@" + textOrNull(disk.ipAddress()) + "/" +
-                             textOrNull(_mountOperationEncodeURL(disk.label()));
+  const std::string server = textOrNull(disk.ipAddress());
+  const std::string share = textOrNull(_mountOperationEncodeURL(disk.label()));
   for (int attempt = 1; attempt <= SHELL_MOUNT_RETRY_COUNT; ++attempt) {
-    const ChildResult result = programs().mount({"-t", "smbfs", source, directory});
+    const ChildResult result = programs().mountGuestShare(server, share, directory);
     const std::string task =
         "MountTask (" + textOrNull(disk.label()) + " Try:" + std::to_string(attempt);
     if (result.terminationStatus == 0) {
@@ -129,11 +164,11 @@ Text DiskManager::getMountedDiskMountDirectory(const Disk& disk) {
 Text DiskManager::_getMountPathForDiskIfAlreadyMounted(const Disk& disk) {
   const std::string sought =
       textOrNull(disk.ipAddress()) + "/" + textOrNull(_mountOperationEncodeURL(disk.label()));
-  const Text listing = decoded(programs().mountTable(sought).output);
-  const std::size_t found = listing ? listing->find(sought) : std::string::npos;
+  const std::string listing = textSpelling(sought, programs().mountTable());
+  const std::size_t found = isUtf8(listing) ? listing.find(sought) : std::string::npos;
   return found == std::string::npos
              ? std::nullopt
-             : mountPointIn(std::string_view(*listing).substr(found + sought.size()));
+             : mountPointIn(std::string_view(listing).substr(found + sought.size()));
 }
 
 Text DiskManager::_mountOperationEncodeURL(const Text& string) {

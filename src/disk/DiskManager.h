@@ -11,16 +11,16 @@ class AliasData;
 
 /// Mounts the announced shares as guest, finds out where they are mounted, unmounts them and puts
 /// aliases of them on the desktop. It keeps nothing between calls. Any thread, but one disk on one
-/// thread at a time; every operation waits until the system has done its part. What a failure was
-/// is in the log. Where a program of the system has to be run and cannot be started,
-/// platform::LaunchException comes out of the operation.
+/// thread at a time; every operation waits until the system has done its part. The reason for a
+/// failure is in the log. Where a program of the system has to be run and cannot be started, the
+/// operation throws platform::LaunchException.
 class DiskManager {
  public:
   /// Mounts the disk's share where the system chooses, unless it is mounted already; true when it
   /// is mounted. Sets the disk's volumeReference when it had to be mounted.
   bool mountDisk(Disk& disk);
 
-  /// Takes the disk's share off the system; true when it is off.
+  /// Unmounts the disk's share; true when it is not mounted any more.
   bool unmountDisk(const Disk& disk);
 
   /// Whether the disk's share is mounted, or can be mounted by command in the user's support
@@ -29,7 +29,8 @@ class DiskManager {
 
   /// Where the disk's share is mounted, according to the system's mount table; null when it is not
   /// in there. The table is searched for the server's address and the share's name as they stand,
-  /// wherever they occur.
+  /// wherever they occur; in the source of a share also in another case, on a system that may have
+  /// lost the case of its name.
   static Text getMountedDiskMountDirectory(const Disk& disk);
 
   /// Puts an alias of the volume at the path on the desktop, under the last component of the path;

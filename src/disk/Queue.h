@@ -38,8 +38,8 @@ class Queue {
   /// The waiting events themselves, head first.
   [[nodiscard]] const std::list<DiskPtr>& elements() const { return _array; }
 
-  /// Whether some waiting event, as the receiver, is equal to the disk: the answer of a walk over
-  /// `elements` with isEqual.
+  /// Whether some waiting event, as the receiver, is equal to the disk, as a walk over `elements`
+  /// with isEqual would find.
   [[nodiscard]] bool containsReceiverEqualTo(const Disk& disk) const;
 
   /// The waiting events and their texts, in all and by sender.
@@ -57,6 +57,7 @@ class Queue {
 
   Turn _turnOfNext(std::uint32_t sender);
 
+  /// The waiting events, head first. A list in spite of its name, so that places in it stay valid.
   std::list<DiskPtr> _array;
   std::map<Turn, Place> _lastOfTurn;  // of the turns that have events
   std::map<std::uint32_t, Position> _positions;

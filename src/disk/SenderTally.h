@@ -19,14 +19,14 @@ class SenderTally {
 
   void add(const Disk& disk);
 
-  /// Takes off a disk that was added.
+  /// Takes away a disk that was added.
   void subtract(const Disk& disk);
 
   [[nodiscard]] Share of(std::uint32_t sender) const;
   [[nodiscard]] const Share& all() const { return _all; }
 
  private:
-  // Ordered, so that nobody can slow the look-up down by the addresses that he makes up.
+  // Ordered, not hashed, so that made-up addresses cannot slow the look-up down.
   std::map<std::uint32_t, Share> _shares;
   Share _all;
 };

@@ -12,15 +12,15 @@ namespace ravelin {
 /// Tells whether one of many disks is equal, as the receiver, to another disk, without a walk over
 /// all of them. The receivers' absent texts match anything, so each disk is found by those texts
 /// that it has: one look-up for each set of texts that some receivers have. The sets are ordered,
-/// so no choice of texts makes a look-up slow. The disks are not owned; they must outlive
-/// their stay and keep their texts. One thread.
+/// so no choice of texts makes a look-up slow. The disks are not owned; while they are in the index
+/// they must exist and keep their texts. One thread at a time.
 class WaitingIndex {
  public:
   WaitingIndex();
 
   void insert(const Disk& disk);
 
-  /// Takes out the disk, which is in, by identity.
+  /// Takes out this very disk, which must be in the index.
   void erase(const Disk& disk);
 
   [[nodiscard]] bool containsReceiverEqualTo(const Disk& other) const;

@@ -12,7 +12,7 @@
 namespace ravelin {
 
 /// Keeps the room in a socket's receive buffer for everybody. When the system drops datagrams
-/// because nobody can read so many, it drops everybody's alike, and a device's single announcement
+/// because they come too fast, it drops everybody's alike, and a device's single announcement
 /// is as good as lost in a flood. So while the buffer is filled and datagrams get lost in numbers,
 /// the sender (an IPv4 address) of most of what gets in is not listened to for a while: the system
 /// drops what it sends before it takes room. That costs nobody anything but that sender, most of

@@ -40,12 +40,12 @@ class Server {
   void stop();
 
   /// Joins the group on the local interface with that address, or on one that the system chooses.
-  /// A refusal is logged and changes nothing; so it is without a socket.
+  /// If the system refuses, or without a socket, that is logged and nothing changes.
   void joinMulticastGroup(const std::string& group, const Text& withSourceAddress);
   void joinMulticastGroup(const std::string& group);
 
-  /// Leaves the group on that interface. A refusal is logged and changes nothing; so it is without
-  /// a socket. The group stays the server's group.
+  /// Leaves the group on that interface. If the system refuses, or without a socket, that is logged
+  /// and nothing changes. The group stays the server's group.
   void dropMulticastGroup(const std::string& group, const Text& withSourceAddress);
 
   /// Whether the group is the server's and is joined on the interface with that address.
@@ -68,7 +68,7 @@ class Server {
   [[nodiscard]] const Text& multicastGroup() const { return _multicastGroup; }
 
   /// The addresses on which the group is joined, oldest first; null before the first start. The
-  /// live list: whoever changes memberships while walking it walks a copy.
+  /// live list: copy it to change memberships while walking it.
   [[nodiscard]] const std::optional<std::vector<std::string>>& multicastSourceAddresses() const {
     return _multicastSourceAddresses;
   }
@@ -77,19 +77,17 @@ class Server {
   [[nodiscard]] platform::RunLoopSocket* cfSocket() const { return _cfSocket; }
   void setCfSocket(platform::RunLoopSocket* cfSocket) { _cfSocket = cfSocket; }
 
-  /// Sends a datagram to a raw socket address, or without one. Nothing in the agent does.
+  /// Sends a datagram to a raw socket address, or without one. The agent itself sends nothing.
   void _sendData(std::optional<std::span<const std::byte>> data,
                  std::optional<std::span<const std::byte>> toAddress) const;
 
  protected:
-  /// What the run loop's socket calls. The other arguments must be the server's socket, `read` and
-  /// two nulls, and `info` the server (preconditions). Returns what `_readData` returns.
-  static bool SocketReadCallback(platform::RunLoopSocket& socket,
-                                 platform::RunLoopSocket::CallbackType type, const void* address,
-                                 const void* data, void* info);
+  /// What the run loop's socket calls, which must be the server's (a precondition). Returns what
+  /// `_readData` returns.
+  static bool SocketReadCallback(const platform::RunLoopSocket& socket, Server& server);
 
  private:
-  /// On failure `error`, where given, holds the system's number of the reason.
+  /// On failure `error`, where given, holds the error number.
   bool _setupSocketListeningOnAddress(const Text& address, unsigned long andPort, int* error);
   /// Whether there was a datagram to read.
   bool _readData();

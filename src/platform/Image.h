@@ -21,9 +21,8 @@ class ImageReader {
  public:
   virtual ~ImageReader() = default;
 
-  /// The picture in the file, or null when there is no file or no readable picture in it. What a
-  /// picture does to its decoder never reaches the caller; a decoder that takes too long is given
-  /// up, and let alone for a minute, in which no further file is looked into.
+  /// The picture in the file, or null when there is no file, no picture in it that the system can
+  /// read, or no way to read one just now. Raises nothing. May take some seconds.
   virtual std::unique_ptr<Image> imageWithContentsOfFile(const std::string& path) = 0;
 };
 

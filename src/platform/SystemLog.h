@@ -7,9 +7,8 @@
 
 namespace ravelin::platform {
 
-/// The system's log service, under one program's identity. A service that does not read, is not
-/// there or comes back later never stalls, fails or ends the caller: the line is lost instead.
-/// Any thread.
+/// The system's log service, under one program's identity. A line that does not get there is lost:
+/// a service that is not there or comes back later neither fails nor ends the caller. Any thread.
 class SystemLog {
  public:
   /// The levels of the log service, under their numbers there.

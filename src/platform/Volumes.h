@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -65,9 +63,8 @@ class Volumes {
   /// Where the volume is mounted; null when it is not, or not any more.
   virtual Text pathOfVolume(std::int16_t reference) = 0;
 
-  /// The volume with this number, counted from 1; null behind the last one. Who counts on from 1
-  /// sees the volumes as they were then.
-  virtual std::optional<Volume> volumeAtIndex(std::size_t index) = 0;
+  /// The volumes that are mounted now, in the system's order; none where they cannot be told.
+  virtual std::vector<Volume> volumes() = 0;
 
   /// The shares of servers that are mounted now.
   virtual std::vector<MountedShare> mountedShares() = 0;

@@ -10,7 +10,7 @@ namespace ravelin::platform {
 
 class Image;
 
-/// What a platform's workspace raises where it does not just answer no.
+/// What a platform's workspace raises where it does not just return false.
 class WorkspaceException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -21,9 +21,10 @@ class Workspace {
  public:
   virtual ~Workspace() = default;
 
-  /// Gives the file the picture as its own icon; the file must lie beneath the folder (see
-  /// FileManager). False when that fails; the file is then as it was, or has its icon in some of
-  /// the places where desktops look for it. May raise WorkspaceException.
+  /// Gives the shortcut at the path the picture, which this system's ImageReader has read, as its
+  /// own icon. The path must lie beneath the folder (see FileManager); what is no shortcut stays as
+  /// it is. False when that fails, wholly or in part. May raise WorkspaceException, and take some
+  /// seconds.
   virtual bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) = 0;
 };
 

@@ -16,8 +16,8 @@ namespace {
 
 using ravelin::DiskPtr;
 using ravelin::EventParser;
-using ravelin::shown;
 using ravelin::Text;
+using ravelin::textOrNull;
 using ravelin::platform::SystemLog;
 
 /// Keeps the lines to itself.

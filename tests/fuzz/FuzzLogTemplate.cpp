@@ -20,7 +20,7 @@ void require(bool holds) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace ravelin::platform;
+  using namespace ravelin;
 
   const std::string text(data, data + size);
   const std::string expanded = expandLogTemplate(text);

@@ -108,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkUrl(*opened);
     checkEntry(text, *opened);
   }
-  if (!ravelin::open::problemOfShareUrl(text)) {
+  if (!ravelin::open::failureOfShareUrl(text)) {
     checkUrl(text);
   }
   const std::string::size_type end = std::min(text.find('\n'), text.size());

@@ -46,7 +46,7 @@ class RecordingLog final : public platform::SystemLog {
     if (then) {
       then(line);
     }
-    return 0;  // which no budget can mind
+    return 0;  // bytes, so that no line is suppressed
   }
 
   /// Called with each line that has been kept, on the thread that writes it. To be set before

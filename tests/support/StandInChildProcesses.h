@@ -20,8 +20,8 @@ struct ProgramCall {
   std::optional<std::chrono::milliseconds> limit;
 };
 
-/// Takes the place of child processes for its lifetime: notes what was to be run, and answers what
-/// the test says.
+/// Takes the place of child processes for its lifetime: notes what was to be run, and returns what
+/// the test chooses.
 class StandInChildProcesses final : public platform::ChildProcesses {
  public:
   std::function<platform::ChildResult(const ProgramCall&)> answer = [](const ProgramCall&) {

@@ -42,6 +42,11 @@ class StandInPrograms final : public platform::SystemPrograms {
     tell("mount", "[ $# -gt 0 ] || { cat '" + _listing + "'; exit; }\n" + otherwise);
   }
 
+  /// Where case means nothing in what is listed.
+  void setCaseless(std::vector<platform::MountListing::Stretch> caseless) {
+    _caseless = std::move(caseless);
+  }
+
   /// The calls so far, as "name [argument] [argument]", which are then forgotten.
   std::vector<std::string> takeCalls() const {
     std::vector<std::string> calls;
@@ -54,12 +59,14 @@ class StandInPrograms final : public platform::SystemPrograms {
     return calls;
   }
 
-  platform::ChildResult mountTable(const std::string& sought) override {
-    _sought = sought;
-    return _run("mount", {}, platform::ChildProcesses::Output::collected);
+  platform::MountListing mountTable() override {
+    std::string text = _run("mount", {}, platform::ChildProcesses::Output::collected).output;
+    return {.text = std::move(text), .caseless = _caseless};
   }
-  platform::ChildResult mount(const std::vector<std::string>& arguments) override {
-    return _run("mount", arguments, platform::ChildProcesses::Output::collected);
+  platform::ChildResult mountGuestShare(const std::string& server, const std::string& share,
+                                        const std::string& folder) override {
+    return _run("mount", {"-t", "smbfs", "//guest:@" + server + "/" + share, folder},
+                platform::ChildProcesses::Output::collected);
   }
   platform::ChildResult umount(const std::string& path) override {
     return _run("umount", {path}, platform::ChildProcesses::Output::inherited);
@@ -70,9 +77,6 @@ class StandInPrograms final : public platform::SystemPrograms {
   platform::ChildResult rmdir(const std::string& path) override {
     return _run("rmdir", {path}, platform::ChildProcesses::Output::collected);
   }
-
-  /// What the last listing was asked for.
-  [[nodiscard]] const std::string& sought() const { return _sought; }
 
  private:
   [[nodiscard]] std::string _pathOf(const std::string& name) const {
@@ -87,7 +91,7 @@ class StandInPrograms final : public platform::SystemPrograms {
   const TemporaryDirectory _directory;
   const std::string _calls = _directory.path() + "/calls";
   const std::string _listing = _directory.path() + "/listing";
-  std::string _sought;
+  std::vector<platform::MountListing::Stretch> _caseless;
   const platform::Substitute<platform::SystemPrograms> _inForce{*this};
 };
 

@@ -11,14 +11,14 @@
 
 namespace ravelin::test {
 
-/// Takes the place of the system's volumes for its lifetime: notes what is asked and answers what
-/// the test says. At first nothing is mounted.
+/// Takes the place of the system's volumes for its lifetime: notes the calls and returns what
+/// the test chooses. At first nothing is mounted.
 class StandInVolumes final : public platform::Volumes {
  public:
   platform::ServerVolumeMount nextMount{.status = 0, .comment = "comment on 0", .reference = 0};
   platform::VolumeStatus nextUnmount = 0;
   std::map<std::int16_t, std::string> paths;
-  std::vector<platform::Volume> volumes;
+  std::vector<platform::Volume> mounted;
 
   /// The calls so far, which are then forgotten.
   std::vector<std::string> takeCalls() { return std::exchange(_calls, {}); }
@@ -41,9 +41,7 @@ class StandInVolumes final : public platform::Volumes {
     const auto found = paths.find(reference);
     return found == paths.end() ? std::nullopt : Text(found->second);
   }
-  std::optional<platform::Volume> volumeAtIndex(std::size_t index) override {
-    return index == 0 || index > volumes.size() ? std::nullopt : std::optional(volumes[index - 1]);
-  }
+  std::vector<platform::Volume> volumes() override { return mounted; }
   std::vector<platform::MountedShare> mountedShares() override { return {}; }
 
  private:

@@ -3,12 +3,11 @@ agent's is moved to the trash or stays."""
 
 import contextlib
 import os
-import shutil
 import stat
 
 import pytest
 
-from agent import EXECUTABLE, REMOVAL_FAILED, message, received, snapshot, wait_until
+from agent import REMOVAL_FAILED, message, received, snapshot, wait_until
 from namespaces import OwnMounts
 
 NOT_OURS = REMOVAL_FAILED + "It is not a shortcut of Ravelin Disk\n"
@@ -165,30 +164,19 @@ def test_a_trash_in_which_nothing_can_be_made(home):
     check_that_it_stays(home.start(), path)
 
 
-@pytest.fixture
-def programs(home, monkeypatch):
-    """The agent alone in a folder of its own, where it looks for its helper programs."""
-    folder = home.base / "bin"
-    folder.mkdir()
-    shutil.copy(EXECUTABLE, folder)
-    monkeypatch.setattr("agent.EXECUTABLE", folder / EXECUTABLE.name)
-    return folder
-
-
-def test_without_the_helper_it_stays(home, programs):
+def test_without_the_helper_it_stays(home):
+    program = home.install()
     path = home.desktop / "USB Disk.app"
     path.write_text("the user's")
-    check_that_it_stays(home.start(), path)
-    assert os.listdir(programs) == [EXECUTABLE.name]
+    check_that_it_stays(home.start(command=[program]), path)
+    assert os.listdir(program.parent) == [program.name]
 
 
-def test_a_helper_that_hangs_holds_nobody_up_for_long(home, programs):
-    helper = programs / "ravelin-disk-shortcut-helper"
-    helper.write_text("#!/bin/sh\nexec sleep 1000\n")
-    helper.chmod(0o755)
+def test_a_helper_that_hangs_holds_nobody_up_for_long(home):
+    program = home.install(helper="exec sleep 1000")
     path = home.desktop / "USB Disk.app"
     path.write_text("the user's")
-    agent = home.start()
+    agent = home.start(command=[program])
     agent.announce("disk_mounted")
     agent.wait_for_log(received(message("disk_mounted"), "disk_mounted"))
     # The network is listened to meanwhile.

@@ -568,10 +568,10 @@ def test_an_alias_needs_a_desktop(session, server):
 
 def test_wrong_arguments_are_named_with_what_is_wanted(session):
     for arguments, reason in [
-        ([], "COMMAND: missing; see --help"),
-        (["mount"], "SERVER: missing; see --help"),
-        (["mount", SERVER], "SHARE: missing; see --help"),
-        (["mount", SERVER, "x", "y"], "'y': one argument too many; see --help"),
+        ([], "COMMAND: missing"),
+        (["mount"], "SERVER: missing"),
+        (["mount", SERVER], "SHARE: missing"),
+        (["mount", SERVER, "x", "y"], "'y': one argument too many"),
         (["Mount", SERVER, "x"],
          "COMMAND: wanted mount, unmount, where, try or alias, not 'Mount'"),
         (["mount", "device", "x"], "SERVER: wanted an IPv4 address, not 'device'"),
@@ -580,29 +580,6 @@ def test_wrong_arguments_are_named_with_what_is_wanted(session):
         (["mount", SERVER, "a/b"], "SHARE: wanted the printable ASCII name of a share, not 'a/b'"),
         (["mount", SERVER, "\u00fc"],
          "SHARE: wanted the printable ASCII name of a share, not '\u00fc'"),
-        (["--nope"], "'--nope': no option; see --help"),
-        (["-z", "mount"], "'-z': no option; see --help"),
-        (["-xy"], "'-x': no option; see --help"),
-        (["mount", "-hv", "x"], "'-h': no option; see --help"),
-        (["-\u00fc"], "'-?': no option; see --help"),
-        (["--\u00fc"], "'--\u00fc': no option; see --help"),
-        (["--help=1"], "'--help=1': no option; see --help"),
     ]:
-        assert session.volume(*arguments) == (2, "", f"ravelin-disk-volume: {reason}\n")
-
-
-def test_help_names_every_command_and_version_is_one_line(session):
-    status, output, errors = session.volume("--help")
-    assert (status, errors) == (0, "")
-    for word in "mount unmount where try alias SERVER SHARE --help --version".split():
-        assert word in output
-    assert max(map(len, output.splitlines())) <= 100
-    status, output, errors = session.volume("--version")
-    assert (status, errors, output.count("\n")) == (0, "", 1)
-    assert output.startswith("ravelin-disk-volume ")
-
-
-def test_an_output_that_takes_nothing_is_a_failure(session):
-    program = BIN / "ravelin-disk-volume"
-    assert session.run("sh", "-c", f"'{program}' --help >/dev/full") == (
-        1, "", "ravelin-disk-volume: cannot write to standard output\n")
+        assert session.volume(*arguments) == (
+            2, "", f"ravelin-disk-volume: {reason}; see --help\n")

@@ -7,7 +7,6 @@
 #include <variant>
 
 #include "Announcement.h"
-#include "common/Failure.h"
 
 namespace ravelin::announce {
 
@@ -23,13 +22,5 @@ struct Options {
   std::optional<std::chrono::nanoseconds> every;  ///< absent: one round
   bool quiet = false;
 };
-
-/// A text that was asked for instead of sending anything.
-struct Information {
-  std::string text;
-};
-
-/// Reads the arguments of main(), which may get another order. Once in a process.
-std::variant<Options, Information, Failure> parseOptions(int count, char** arguments);
 
 }  // namespace ravelin::announce

@@ -15,7 +15,8 @@
 #include <tuple>
 #include <utility>
 
-#include "base/Visible.h"
+#include "base/InternetAddress.h"
+#include "common/InQuotes.h"
 
 namespace ravelin::announce {
 
@@ -40,8 +41,9 @@ std::variant<sockaddr_in, Failure> resolve(const std::string& host, std::uint16_
   addrinfo* found = nullptr;
   const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
   if (error != 0) {
-    return Failure{MISUSED, "HOST: wanted an IPv4 address or a name that has one, not '" +
-                                visible(host) + "': " + ::gai_strerror(error)};
+    Failure failure = unwanted("HOST", "an IPv4 address or a name that has one", host);
+    failure.message.append(": ").append(::gai_strerror(error));
+    return failure;
   }
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, ::freeaddrinfo);
   sockaddr_in address{};
@@ -66,10 +68,8 @@ std::variant<in_addr, Failure> interfaceAddress(const std::string& interface) {
       }
     }
   }
-  return Failure{MISUSED,
-                 "--interface: wanted the name or IPv4 address of a network interface that has "
-                 "one, not '" +
-                     visible(interface) + "'"};
+  return unwanted("--interface", "the name or IPv4 address of a network interface that has one",
+                  interface);
 }
 
 }  // namespace
@@ -83,9 +83,8 @@ std::variant<Sender, Failure> Sender::open(const std::string& host, std::uint16_
   }
   const auto& address = std::get<sockaddr_in>(destination);
   if (!IN_MULTICAST(ntohl(address.sin_addr.s_addr)) && (interface || timeToLive)) {
-    return Failure{MISUSED, std::string(interface ? "--interface" : "--ttl") +
-                                ": is for multicast groups only, and '" + visible(host) +
-                                "' is none"};
+    return misuse(interface ? "--interface" : "--ttl",
+                  "is for multicast groups only, and " + inQuotes(host) + " is none");
   }
   Sender sender(::socket(AF_INET, SOCK_DGRAM, 0), address);
   if (sender._socket < 0) {
@@ -98,7 +97,7 @@ std::variant<Sender, Failure> Sender::open(const std::string& host, std::uint16_
     }
     if (::setsockopt(sender._socket, IPPROTO_IP, IP_MULTICAST_IF, &std::get<in_addr>(outgoing),
                      sizeof(in_addr)) != 0) {
-      return sender._failure("cannot choose interface " + visible(*interface) + " for");
+      return sender._failure("cannot choose interface " + *interface + " for");
     }
   }
   if (timeToLive && ::setsockopt(sender._socket, IPPROTO_IP, IP_MULTICAST_TTL, &*timeToLive,
@@ -125,7 +124,7 @@ std::variant<std::string, Failure> Sender::localAddress() const {
   // absent listener as a failure to send.
   sockaddr_in local{};
   socklen_t size = sizeof local;
-  sockaddr_in nobody{};
+  sockaddr_in nobody = internetAddress(INADDR_ANY, 0);
   nobody.sin_family = AF_UNSPEC;
   if (::connect(_socket, generic(_destination), sizeof _destination) != 0 ||
       ::getsockname(_socket, reinterpret_cast<sockaddr*>(&local), &size) != 0) {

@@ -2,17 +2,19 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "Announcement.h"
+#include "OptionReader.h"
 #include "Options.h"
 #include "Sender.h"
 #include "Waiter.h"
 #include "base/Visible.h"
+#include "common/CommandLine.h"
 #include "common/Failure.h"
 
 namespace ravelin::announce {
@@ -32,12 +34,6 @@ std::string textOf(const Options& options, std::uint32_t disk) {
   }
   return std::get<Announcement>(options.content)
       .text(options.disks ? std::string("-").append(std::to_string(disk)) : "");
-}
-
-std::optional<Failure> print(const std::string& text) {
-  std::cout << text << std::flush;
-  return std::cout ? std::nullopt
-                   : std::optional(Failure{FAILED, "cannot write to standard output"});
 }
 
 /// Sends one round, or rounds until a signal comes.
@@ -75,7 +71,7 @@ std::optional<Failure> sendRounds(const Options& options, const Sender& sender) 
   return std::nullopt;
 }
 
-std::optional<Failure> run(Options options) {
+std::optional<Failure> send(Options options) {
   auto opened = Sender::open(options.host, options.port, options.interface, options.timeToLive);
   if (const auto* const failure = std::get_if<Failure>(&opened)) {
     return *failure;
@@ -98,26 +94,19 @@ std::optional<Failure> run(Options options) {
   return sendRounds(options, sender);
 }
 
-int conclude(const std::optional<Failure>& failure) {
-  if (!failure) {
-    return SUCCEEDED;
-  }
-  std::cerr << "ravelin-disk-announce: " << failure->message << '\n';
-  return failure->status;
-}
-
 }  // namespace
 }  // namespace ravelin::announce
 
 int main(int count, char** arguments) {
   using namespace ravelin;
   using namespace ravelin::announce;
-  auto parsed = parseOptions(count, arguments);
-  if (const auto* const information = std::get_if<Information>(&parsed)) {
-    return conclude(print(information->text));
-  }
-  if (const auto* const failure = std::get_if<Failure>(&parsed)) {
-    return conclude(*failure);
-  }
-  return conclude(run(std::get<Options>(std::move(parsed))));
+  OptionReader reader;
+  return reader.line().run(count, arguments,
+                           [&](const std::vector<std::string>& words) -> std::optional<Failure> {
+                             auto options = reader.options(words);
+                             if (const auto* const failure = std::get_if<Failure>(&options)) {
+                               return *failure;
+                             }
+                             return send(std::get<Options>(std::move(options)));
+                           });
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "base/AsciiCase.h"
+#include "common/InQuotes.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
 #include "platform/Service.h"
@@ -14,23 +16,13 @@ namespace {
 
 using platform::MountedShare;
 
-std::string lowered(std::string text) {
-  constexpr char DISTANCE = 'a' - 'A';
-  for (char& character : text) {
-    if (character >= 'A' && character <= 'Z') {
-      character = static_cast<char>(character + DISTANCE);
-    }
-  }
-  return text;
-}
-
 bool isSame(const MountedShare& mounted, const Disk& disk) {
   return mounted.server == textOrNull(disk.ipAddress()) &&
-         lowered(mounted.share) == lowered(textOrNull(disk.label()));
+         equalButForCase(mounted.share, textOrNull(disk.label()));
 }
 
 std::string nameOf(const std::string& server, const std::string& share) {
-  return "'" + share + "' of " + server;
+  return inQuotes(share).append(" of ").append(server);
 }
 
 }  // namespace

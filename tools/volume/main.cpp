@@ -1,17 +1,21 @@
-#include <iostream>
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
+#include <vector>
 
 #include "LookUp.h"
-#include "Options.h"
 #include "base/PathComponents.h"
 #include "base/Text.h"
+#include "common/CommandLine.h"
 #include "common/Failure.h"
 #include "core/DirectoryFinder.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
-#include "platform/ChildProcess.h"
 #include "platform/Service.h"
 #include "platform/StandardDescriptors.h"
 #include "platform/Volumes.h"
@@ -19,12 +23,65 @@
 namespace ravelin::volume {
 namespace {
 
-Failure failure(const std::string& message) { return {FAILED, message}; }
+constexpr std::string_view PURPOSE =
+    R"(Mounts the share of a network device as guest, as the agent would. COMMAND is one of these:
 
-std::optional<Failure> print(const std::string& text) {
-  std::cout << text << std::flush;
-  return std::cout ? std::nullopt : std::optional(failure("cannot write to standard output"));
+  mount    mounts the share, unless it is mounted, and prints where its files are
+  unmount  takes the share off the system
+  where    prints where the files of the mounted share are
+  try      mounts the share by command, as root, and unmounts it again
+  alias    puts a link to the mounted share on the desktop, and prints its path
+)";
+
+enum class Command { mount, unmount, where, trial, alias };
+
+struct Choice {
+  std::string_view name;
+  Command command;
+};
+
+constexpr std::array CHOICES{
+    Choice{"mount", Command::mount}, Choice{"unmount", Command::unmount},
+    Choice{"where", Command::where}, Choice{"try", Command::trial},
+    Choice{"alias", Command::alias},
+};
+
+/// What the command line asks for.
+struct Request {
+  Command command = Command::where;
+  std::string server;  ///< an IPv4 address
+  std::string share;
+};
+
+bool isAddress(const std::string& text) {
+  in_addr address{};
+  return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
+
+bool isShareName(const std::string& text) {
+  return !text.empty() && std::ranges::all_of(text, [](char character) {
+    return character >= ' ' && character <= '~' && character != '/';
+  });
+}
+
+std::variant<Request, Failure> requestOf(const std::vector<std::string>& arguments) {
+  if (const auto failure = failureOfCount(arguments, {"COMMAND", "SERVER", "SHARE"})) {
+    return *failure;
+  }
+  const auto* const choice = std::ranges::find(CHOICES, arguments[0], &Choice::name);
+  if (choice == CHOICES.end()) {
+    return unwanted("COMMAND", "mount, unmount, where, try or alias", arguments[0]);
+  }
+  if (!isAddress(arguments[1])) {
+    return unwanted("SERVER", "an IPv4 address", arguments[1]);
+  }
+  if (!isShareName(arguments[2])) {
+    return unwanted("SHARE", "the printable ASCII name of a share", arguments[2]);
+  }
+  return Request{.command = choice->command, .server = arguments[1], .share = arguments[2]};
+}
+
+Failure failure(const std::string& message) { return {FAILED, message}; }
 
 std::optional<Failure> printPlace(Disk& disk) {
   const Text path = disk.getVolumePath();
@@ -54,16 +111,16 @@ std::optional<Failure> makeAlias(DiskManager& manager, Disk& disk) {
 }
 
 /// What went wrong on the way is told by the log, whose copy is on standard error.
-std::optional<Failure> run(const Options& options) {
+std::optional<Failure> run(const Request& request) {
   Disk disk;
-  disk.setIpAddress(options.server);
-  disk.setLabel(options.share);
+  disk.setIpAddress(request.server);
+  disk.setLabel(request.share);
   const LookUp found = lookUp(disk);
   if (found.failure) {
     return found.failure;
   }
   DiskManager manager;
-  switch (options.command) {
+  switch (request.command) {
     case Command::mount:
       return manager.mountDisk(disk) ? printPlace(disk) : failure("the share cannot be mounted");
     case Command::unmount:
@@ -80,14 +137,6 @@ std::optional<Failure> run(const Options& options) {
   return std::nullopt;
 }
 
-int conclude(const std::optional<Failure>& failure) {
-  if (!failure) {
-    return SUCCEEDED;
-  }
-  std::cerr << "ravelin-disk-volume: " << failure->message << '\n';
-  return failure->status;
-}
-
 }  // namespace
 }  // namespace ravelin::volume
 
@@ -95,16 +144,15 @@ int main(int count, char** arguments) {
   using namespace ravelin;
   using namespace ravelin::volume;
   platform::openStandardDescriptors();
-  auto parsed = parseOptions(count, arguments);
-  if (const auto* const information = std::get_if<Information>(&parsed)) {
-    return conclude(print(information->text));
-  }
-  if (const auto* const failure = std::get_if<Failure>(&parsed)) {
-    return conclude(*failure);
-  }
-  try {
-    return conclude(run(std::get<Options>(parsed)));
-  } catch (const ravelin::platform::LaunchException& exception) {
-    return conclude(Failure{FAILED, exception.what()});
-  }
+  CommandLine line("ravelin-disk-volume", {"COMMAND SERVER SHARE"}, PURPOSE);
+  line.argument("SERVER", "the IPv4 address of the device");
+  line.argument("SHARE", "the label of its disk");
+  return line.run(count, arguments,
+                  [](const std::vector<std::string>& words) -> std::optional<Failure> {
+                    const auto request = requestOf(words);
+                    if (const auto* const failure = std::get_if<Failure>(&request)) {
+                      return *failure;
+                    }
+                    return volume::run(std::get<Request>(request));
+                  });
 }

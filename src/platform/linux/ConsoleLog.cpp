@@ -12,10 +12,11 @@
 
 #include "base/LogLine.h"
 #include "base/Visible.h"
-#include "platform/posix/StandardError.h"
+#include "platform/linux/StandardError.h"
 
 namespace ravelin::platform {
 
+/// To standard error alone, which is never waited for.
 std::size_t consoleLog(std::string_view text) {
   timeval now{};
   ::gettimeofday(&now, nullptr);

@@ -16,7 +16,7 @@ LogServiceSocket::LogServiceSocket(std::string path) : _path(std::move(path)) {}
 LogServiceSocket::~LogServiceSocket() { _disconnect(); }
 
 LogServiceSocket::Result LogServiceSocket::send(const std::string& record) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   for (int attempt = 0; attempt < 2; ++attempt) {
     if (_descriptor < 0 && !_connect()) {
       return Result::absent;

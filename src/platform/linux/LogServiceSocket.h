@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
+
+#include "base/ThreadSafety.h"
 
 namespace ravelin::platform {
 
@@ -28,15 +29,17 @@ class LogServiceSocket {
   Result send(const std::string& record);
 
  private:
-  bool _connect();
-  void _disconnect();
-  int _deliver(const std::string& record);
+  bool _connect() REQUIRES(_mutex);
+  void _disconnect() REQUIRES(_mutex);
+  int _deliver(const std::string& record) REQUIRES(_mutex);
 
   const std::string _path;
 
-  std::mutex _mutex;       ///< guards all below
-  int _descriptor = -1;    ///< -1 while there is no connection
-  bool _isStream = false;  ///< records end with a NUL, for nothing else parts them
+  Mutex _mutex;
+  /// -1 while there is no connection.
+  int _descriptor GUARDED_BY(_mutex) = -1;
+  /// Records end with a NUL, for nothing else parts them.
+  bool _isStream GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace ravelin::platform

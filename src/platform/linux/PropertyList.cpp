@@ -104,7 +104,7 @@ Plist parse(std::string_view content) {
 }  // namespace
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
-  const Text content = service<FileManager>().contentsAtPath(path);
+  const Text content = service<FileManager>().contentsAtPath(path, FileManager::CONTENT_LIMIT).text;
   return content ? dictionaryWithContents(*content) : std::nullopt;
 }
 

@@ -124,10 +124,12 @@ Text desktopFromLine(std::string_view line, const std::string& home) {
 
 Text configuredDesktop(const std::string& home) {
   const Text configuration = baseFolder("XDG_CONFIG_HOME", ".config");
-  const Text content =
-      configuration
-          ? service<FileManager>().contentsAtPath(appended(*configuration, "user-dirs.dirs"))
-          : std::nullopt;
+  const Text content = configuration
+                           ? service<FileManager>()
+                                 .contentsAtPath(appended(*configuration, "user-dirs.dirs"),
+                                                 FileManager::CONTENT_LIMIT)
+                                 .text
+                           : std::nullopt;
   std::string_view rest = content ? std::string_view(*content) : std::string_view();
   Text desktop;
   while (!rest.empty()) {

@@ -12,8 +12,8 @@
 #include "base/Visible.h"
 #include "platform/linux/JournalSocket.h"
 #include "platform/linux/LogFacility.h"
+#include "platform/linux/StandardError.h"
 #include "platform/linux/SystemLogSocket.h"
-#include "platform/posix/StandardError.h"
 
 namespace ravelin::platform {
 namespace {
@@ -28,6 +28,7 @@ std::string journalStream() {
   return stream == nullptr ? "" : stream;
 }
 
+/// The journal, or syslog's service where there is no journal. Neither of them is ever waited for.
 class NativeSystemLog final : public SystemLog {
  public:
   NativeSystemLog(std::string ident, std::string_view facility, bool copyToStandardError)

@@ -20,7 +20,7 @@ inline bool mountMemory(const std::string& folder) {
   return ::mount("none", folder.c_str(), "tmpfs", 0, nullptr) == 0;
 }
 
-/// Mounts at the folder a file system whose server never answers: whoever asks it anything hangs.
+/// Mounts at the folder a file system whose server never replies: every access hangs.
 /// The server is this process.
 inline bool mountHung(const std::string& folder) {
   const int server = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);

@@ -24,8 +24,8 @@ struct SystemCall {
   std::vector<Argument> arguments;
 };
 
-/// From now on this thread, and what it starts, has the system act so on the call. There is no way
-/// back: for processes of death tests. -1 when the system refuses.
+/// From now on the system acts like this on the call in this thread, and in what it starts. There
+/// is no way back: for processes of death tests. -1 when the system refuses.
 inline long install(const SystemCall& call, std::uint32_t action, unsigned flags = 0) {
   std::vector<sock_filter> filter;
   const auto add = [&](unsigned code, std::size_t value) {
@@ -43,7 +43,7 @@ inline long install(const SystemCall& call, std::uint32_t action, unsigned flags
     addComparison(offsetof(seccomp_data, args) + sizeof(std::uint64_t) * place, value);
   }
   add(BPF_RET | BPF_K, action);
-  // Whatever is not equal goes to the end.
+  // If something is not equal, on to the end.
   for (std::size_t at = 1; at + 1 < filter.size(); at += 2) {
     filter[at].jf = static_cast<std::uint8_t>(filter.size() - at - 1);
   }

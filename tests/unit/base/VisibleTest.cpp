@@ -39,6 +39,15 @@ TEST(VisibleLinesTest, ShowsBytesThatAreNoCharacter) {
   EXPECT_EQ(visibleLines("\xC0\x8A"), "\\xc0\\x8a");
 }
 
+TEST(VisibleLineTest, IsOneLineOfReadableText) {
+  EXPECT_EQ(visibleLine(""), "");
+  EXPECT_EQ(visibleLine("a\\b gr\xC3\xBC\xC3\x9F\x65 \xF0\x9F\x92\xBE"),
+            "a\\b gr\xC3\xBC\xC3\x9F\x65 \xF0\x9F\x92\xBE");
+  EXPECT_EQ(visibleLine("one\ntwo\r\n\t\x1B[m\xC2\x85\0"s),
+            "one\\ntwo\\r\\n\\t\\x1b[m\\xc2\\x85\\x00");
+  EXPECT_EQ(visibleLine("\xE2\x82 \xED\xA0\x80"), "\\xe2\\x82 \\xed\\xa0\\x80");
+}
+
 TEST(VisibleTest, DifferentTextsLookDifferent) {
   std::set<std::string> seen;
   std::size_t count = 0;

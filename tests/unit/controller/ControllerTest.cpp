@@ -34,6 +34,7 @@
 #include "platform/scripts/ScriptRunner.h"
 #include "support/Announcements.h"
 #include "support/ManualClock.h"
+#include "support/OpenController.h"
 #include "support/RecordingLog.h"
 #include "support/Shortcuts.h"
 #include "support/TemporaryHome.h"
@@ -57,6 +58,7 @@ using test::labels;
 using test::LogLine;
 using test::makeDisk;
 using test::ManualClock;
+using test::OpenController;
 using test::PlainModel;
 using test::receivedLine;
 using test::RecordingLog;
@@ -77,23 +79,6 @@ const LogLine NOT_THERE =
 const LogLine NOT_OURS =
     error("Error when deleting alias file. Reason: It is not a shortcut of Ravelin Disk");
 const LogLine IS_A_FOLDER = error("Error when deleting alias file. Reason: Is a directory");
-
-class OpenController final : public Controller {
- public:
-  using Controller::_checkUpdateTimesAndUnmountDisksIfNecessary;
-  using Controller::_deleteAliasAtPath;
-  using Controller::_encodeURLString;
-  using Controller::_findMountedInternalDisk;
-  using Controller::_getAliasPathForDisk;
-  using Controller::_isDiskMounted;
-  using Controller::_isDiskValid;
-  using Controller::_isUniqueEvent;
-  using Controller::_process;
-  using Controller::_processNextDiskEvent;
-  using Controller::_shouldDiskRemounted;
-  using Controller::_updateDiskUpdateTime;
-  using Controller::SnowLeopardAndAbove;
-};
 
 /// A system of a version that the test chooses.
 class ChosenVersion final : public platform::SystemVersion {
@@ -189,9 +174,14 @@ class ControllerTest : public testing::Test {
     return waitUntil([&] { return controller->waitingEvents() == 0; });
   }
 
-  [[nodiscard]] bool isMounted(const std::string& uuid) const {
-    return controller->_isDiskMounted(*makeDisk({.uuid = uuid}));
+  /// The mounted record with the uuid, or null.
+  [[nodiscard]] DiskPtr recordOf(const std::string& uuid) const {
+    const std::vector<DiskPtr> disks = controller->mountedDisks();
+    const auto found = std::ranges::find(disks, Text(uuid), &Disk::uuid);
+    return found == disks.end() ? nullptr : *found;
   }
+
+  [[nodiscard]] bool isMounted(const std::string& uuid) const { return recordOf(uuid) != nullptr; }
 
   [[nodiscard]] std::vector<Texts> mountedTexts() const {
     std::vector<Texts> all;
@@ -216,6 +206,19 @@ class ControllerTest : public testing::Test {
 
   [[nodiscard]] fs::path onDesktop(const std::string& name) const {
     return fs::path(home.desktop()) / name;
+  }
+
+  /// Has the file at the path removed as one that the record file lists, and returns what the log
+  /// says about the removal itself.
+  [[nodiscard]] std::vector<LogLine> removeRecorded(const std::string& path) {
+    fs::create_directories(home.userSupport());
+    writeFile(home.userSupport() + "/" + std::string(DISK_RECORD_FILE), "start\n" + path + "\nend");
+    log.take();
+    Controller::deleteRecordedDisks();
+    std::vector<LogLine> lines = log.take();
+    const auto found = info("Disk record " + path + " has been found. Delete the shortcut.");
+    EXPECT_EQ(std::erase(lines, found), 1U);
+    return lines;
   }
 
   /// The lines since the last time; lines of `settle` are left out.
@@ -268,7 +271,8 @@ using ControllerDeathTest = ControllerTest;
 
 // Which announcements are taken.
 
-TEST_F(ControllerTest, AnAnnouncementIsValidWhenItHasWhatItsEventNeeds) {
+TEST_F(ControllerTest, AnAnnouncementIsTakenWhenItHasWhatItsEventNeeds) {
+  ASSERT_TRUE(holdHandler());
   const std::vector<Text> events{"disk_mounted",
                                  "disk_status",
                                  "disk_unmounted",
@@ -293,11 +297,12 @@ TEST_F(ControllerTest, AnAnnouncementIsValidWhenItHasWhatItsEventNeeds) {
       } else if (event == "no_disk") {
         expected = (present & 1U) == 1;
       }
-      EXPECT_EQ(OpenController::_isDiskValid(makeDisk(texts).get()), expected)
+      receive(texts);
+      EXPECT_EQ(controller->waitingEvents(), expected ? 1U : 0U)
           << textOrNull(event) << " with " << present;
+      controller->setDiskEventQueue({});
     }
   }
-  EXPECT_FALSE(OpenController::_isDiskValid(nullptr));
 }
 
 TEST_F(ControllerTest, InvalidAnnouncementsLeaveNoTrace) {
@@ -343,7 +348,7 @@ TEST_F(ControllerTest, ARepeatedAnnouncementIsDroppedWhileTheFirstWaits) {
   receive(status);
   EXPECT_EQ(controller->waitingEvents(), 1U);
   ASSERT_TRUE(settle());
-  const auto mounted = controller->_findMountedInternalDisk(*makeDisk(status));
+  const DiskPtr mounted = recordOf(*USB.uuid);
   ASSERT_NE(mounted, nullptr);
   const auto before = mounted->lastUpdateTime();
   clock.advance(10s);
@@ -369,11 +374,10 @@ TEST_F(ControllerTest, DifferentEventsOfOneDiskAllWait) {
   receive(withEvent("disk_unmounted", USB));
   receive(withEvent("no_disk", USB));
   EXPECT_EQ(controller->waitingEvents(), 4U);
-  const auto waits = [&](const Texts& texts) {
-    return !controller->_isUniqueEvent(*makeDisk(texts));
-  };
-  EXPECT_TRUE(waits(USB));
-  EXPECT_FALSE(waits(CARD));
+  receive(USB);
+  EXPECT_EQ(controller->waitingEvents(), 4U);
+  receive(CARD);
+  EXPECT_EQ(controller->waitingEvents(), 5U);
 }
 
 // How much is taken from whom.
@@ -384,9 +388,10 @@ TEST_F(ControllerTest, ASenderIsItsAddressWhateverThePort) {
     receiveFrom("192.0.2.99", static_cast<std::uint16_t>(1000 + number),
                 "event:no_disk;mac:" + std::to_string(number));
   }
-  EXPECT_EQ(controller->waitingEvents(), 1024U);
-  EXPECT_FALSE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "1023"})));
-  EXPECT_TRUE(controller->_isUniqueEvent(*makeDisk({.event = "no_disk", .mac = "1024"})));
+  const std::vector<DiskPtr> waiting = controller->diskEventQueue();
+  ASSERT_EQ(waiting.size(), 1024U);
+  EXPECT_EQ(waiting.front()->macAddress(), "0");
+  EXPECT_EQ(waiting.back()->macAddress(), "1023");
   receiveFrom("192.0.2.5", 1000, "event:no_disk;mac:other");
   EXPECT_EQ(controller->waitingEvents(), 1025U);
 }
@@ -427,7 +432,7 @@ TEST_F(ControllerTest, AFloodOfDisksLeavesRoomForThoseOfOthers) {
   EXPECT_TRUE(isMounted("1023"));
   EXPECT_FALSE(isMounted("1024"));
   EXPECT_TRUE(isMounted(*USB.uuid));
-  // Those that are known are heard all the same.
+  // Announcements of known disks are still taken.
   clock.advance(100s);
   receiveFrom("192.0.2.99", 1000, "event:disk_status;mac:m;ip:i;uuid:7;label:7");
   ASSERT_TRUE(settle());
@@ -478,7 +483,7 @@ TEST_F(ControllerTest, TheMountedRecordsAreThoseThatWereSet) {
   EXPECT_EQ(controller->mountedDisks(), records);
   EXPECT_FALSE(isMounted(*USB.uuid));
   EXPECT_TRUE(isMounted(*CARD.uuid));
-  // What is on the desktop is another matter.
+  // The desktop stays as it is.
   EXPECT_THAT(shortcuts(),
               ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
   process({.event = "no_disk", .mac = CARD.mac});
@@ -498,10 +503,12 @@ TEST_F(ControllerTest, TheWaitingEventsAreThoseThatWereSet) {
   events = {makeDisk(ELSEWHERE), events[1]};
   controller->setDiskEventQueue(events);
   EXPECT_EQ(controller->diskEventQueue(), events);
-  EXPECT_TRUE(controller->_isUniqueEvent(*makeDisk(USB)));
-  EXPECT_FALSE(controller->_isUniqueEvent(*makeDisk(ELSEWHERE)));
+  receive(ELSEWHERE);
+  EXPECT_EQ(controller->waitingEvents(), 2U);
+  receive(USB);
+  EXPECT_EQ(controller->waitingEvents(), 3U);
   ASSERT_TRUE(settle());
-  EXPECT_THAT(mountedTexts(), ElementsAre(BLOCKER, ELSEWHERE, CARD));
+  EXPECT_THAT(mountedTexts(), ElementsAre(BLOCKER, ELSEWHERE, CARD, USB));
 }
 
 TEST_F(ControllerTest, ADiskThatIsJustBeingMountedJoinsTheListThatWasSet) {
@@ -524,7 +531,7 @@ TEST_F(ControllerTest, ThePropertiesMayBeSetWhileTheHandlerWorks) {
     receive({.event = "disk_mounted", .mac = "m", .ip = "i", .uuid = name, .label = name});
     receive({.event = "disk_unmounted", .mac = "m", .uuid = name});
   }
-  // What is set back may have been taken meanwhile, and the other way round.
+  // Meanwhile the handler thread may have taken what is set again, so nothing else is certain.
   EXPECT_TRUE(runUntil([&] { return controller->waitingEvents() == 0; }));
   isDone = true;
 }
@@ -559,7 +566,7 @@ TEST_F(ControllerTest, WhatWaitsIsLookedAtEveryHalfSecond) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
 }
 
-/// A desktop on which nothing happens but that it is written down, with the thread.
+/// A desktop on which nothing happens; what was asked for is recorded, and on which thread.
 class RecordingDesktop final : public platform::ScriptRunner,
                                public platform::ImageReader,
                                public platform::Workspace {
@@ -576,6 +583,7 @@ class RecordingDesktop final : public platform::ScriptRunner,
   }
 
   std::vector<std::string> calls;
+  std::vector<platform::Script> scripts;
   bool everythingWasOnTheMainThread = true;
 
  private:
@@ -588,8 +596,9 @@ class RecordingDesktop final : public platform::ScriptRunner,
     std::string _path;
   };
 
-  bool _execute(const platform::Script& /*script*/) override {
+  bool _execute(const platform::Script& script) override {
     take("script");
+    scripts.push_back(script);
     return true;
   }
 
@@ -604,7 +613,7 @@ class RecordingDesktop final : public platform::ScriptRunner,
 };
 
 TEST_F(ControllerTest, TheMainThreadMakesTheShortcutAndThenGivesItItsIcon) {
-  const RecordingDesktop desktop;
+  RecordingDesktop desktop;
   receive(USB);
   ASSERT_TRUE(runUntil([&] { return isMounted("1234-ABCD"); }));
   EXPECT_THAT(desktop.calls,
@@ -718,14 +727,13 @@ TEST_F(ControllerTest, AnyOtherEventDoesNothing) {
 
 TEST_F(ControllerTest, ARecordIsFoundByItsUuidAlone) {
   process(USB);
-  const DiskPtr record = controller->mountedDisks()[0];
-  EXPECT_EQ(controller->_findMountedInternalDisk(*makeDisk({.uuid = "1234-ABCD"})), record);
-  EXPECT_EQ(controller->_findMountedInternalDisk(*makeDisk({.uuid = "1234-abcd"})), nullptr);
-  Texts without = USB;
+  process({.event = "disk_unmounted", .uuid = "1234-abcd"});
+  Texts without = withEvent("disk_unmounted", USB);
   without.uuid = std::nullopt;
-  EXPECT_EQ(controller->_findMountedInternalDisk(*makeDisk(without)), nullptr);
-  EXPECT_TRUE(controller->_isDiskMounted(*makeDisk({.uuid = "1234-ABCD"})));
-  EXPECT_FALSE(controller->_isDiskMounted(*makeDisk(without)));
+  process(without);
+  EXPECT_THAT(mountedTexts(), ElementsAre(USB));
+  process({.event = "disk_unmounted", .uuid = "1234-ABCD"});
+  EXPECT_THAT(mountedTexts(), IsEmpty());
 }
 
 TEST_F(ControllerTest, OnlyADiskWithoutRecordWouldBeMountedAnew) {
@@ -925,32 +933,43 @@ TEST_F(ControllerTest, NothingOutsideTheDesktopFolderIsTouched) {
 }
 
 TEST_F(ControllerTest, TheShortcutsPathIsTheDesktopAndTheLabelAsItIs) {
-  EXPECT_EQ(OpenController::_getAliasPathForDisk(*makeDisk({.label = "USB Disk"})),
-            home.desktop() + "/USB Disk");
-  EXPECT_EQ(OpenController::_getAliasPathForDisk(*makeDisk({.label = "a/../b%"})),
-            home.desktop() + "/a/../b%");
+  RecordingDesktop desktop;
+  for (const std::string label : {"USB Disk", "a/../b%d"}) {
+    process({.event = "disk_mounted", .mac = "m", .ip = "i", .uuid = label, .label = label});
+    EXPECT_EQ(desktop.calls.back(), "icon icon.ico for " + home.desktop() + "/" + label + ".app");
+  }
+}
+
+/// The name of the share in the URL of the shortcut of a disk with this label.
+Text escapedInShortcut(const std::string& label) {
+  RecordingDesktop desktop;
+  OpenController()._process(
+      makeDisk({.event = "disk_mounted", .mac = "m", .ip = "i", .uuid = "u", .label = label}));
+  return desktop.scripts.size() == 1
+             ? std::get<platform::ShortcutScript>(desktop.scripts[0]).encodedLabel
+             : Text("not one script");
 }
 
 TEST_F(ControllerTest, WhatMayNotStandInAUrlIsEscaped) {
-  EXPECT_EQ(OpenController::_encodeURLString("USB Disk"), "USB%20Disk");
-  EXPECT_EQ(OpenController::_encodeURLString(""), "");
+  EXPECT_EQ(escapedInShortcut("USB Disk"), "USB%20Disk");
+  EXPECT_EQ(escapedInShortcut(""), "");
   const std::string legal =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.!~*'();/?:@&=+$,";
-  EXPECT_EQ(OpenController::_encodeURLString(legal), legal);
-  EXPECT_EQ(OpenController::_encodeURLString(" \"#%<>[\\]^`{|}\x7F"),
-            "%20%22%23%25%3C%3E%5B%5C%5D%5E%60%7B%7C%7D%7F");
+  EXPECT_EQ(escapedInShortcut(legal), legal);
+  // A double quote or a backslash would keep the script from running.
+  EXPECT_EQ(escapedInShortcut(" #%<>[]^`{|}\x7F"), "%20%23%25%3C%3E%5B%5D%5E%60%7B%7C%7D%7F");
   std::string control;
   for (char character = 0; character < 0x20; ++character) {
     control += character;
   }
-  EXPECT_EQ(OpenController::_encodeURLString(control),
+  EXPECT_EQ(escapedInShortcut(control),
             "%00%01%02%03%04%05%06%07%08%09%0A%0B%0C%0D%0E%0F"
             "%10%11%12%13%14%15%16%17%18%19%1A%1B%1C%1D%1E%1F");
 }
 
 TEST_F(ControllerTest, WhatIsNotAsciiCannotBeEscaped) {
-  EXPECT_EQ(OpenController::_encodeURLString("L\xC3\xADn"), std::nullopt);
-  EXPECT_EQ(OpenController::_encodeURLString("\x80"), std::nullopt);
+  EXPECT_EQ(escapedInShortcut("L\xC3\xADn"), std::nullopt);
+  EXPECT_EQ(escapedInShortcut("\x80"), std::nullopt);
   Texts foreign = USB;
   foreign.label = "L\xC3\xADn";
   process(foreign);
@@ -963,7 +982,8 @@ TEST_F(ControllerTest, SystemsFromSnowLeopardOnAreKnown) {
       {0x1061, true}, {0x10A0, true},   {-1, false}};
   for (const auto& [version, expected] : versions) {
     const ChosenVersion system(version);
-    EXPECT_EQ(OpenController::SnowLeopardAndAbove(), expected) << version;
+    // Only these say why a removal failed.
+    EXPECT_EQ(removeRecorded(onDesktop("none.app")).size(), expected ? 1U : 0U) << version;
   }
 }
 
@@ -986,25 +1006,23 @@ TEST_F(ControllerTest, BeforeSnowLeopardAShortcutIsRemovedByScriptAndFailuresAre
 TEST_F(ControllerTest, BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath) {
   const ChosenVersion system(LEOPARD);
   writeFile(onDesktop("USB.app"), shortcutWith("URL=old\n"));
-  OpenController::_deleteAliasAtPath("/nowhere/at/all/USB.app");
+  EXPECT_THAT(removeRecorded("/nowhere/at/all/USB.app"), IsEmpty());
   EXPECT_THAT(shortcuts(), IsEmpty());
   writeFile(onDesktop("USB.app"), shortcutWith("URL=old\n"));
-  OpenController::_deleteAliasAtPath("/nowhere/USB.app//");
+  EXPECT_THAT(removeRecorded("/nowhere/USB.app//"), IsEmpty());
   EXPECT_THAT(shortcuts(), IsEmpty());
-  EXPECT_THAT(log.lines(), IsEmpty());
   writeFile(onDesktop("USB.app"), "URL=the user's\n");
-  OpenController::_deleteAliasAtPath(onDesktop("USB.app"));
+  EXPECT_THAT(removeRecorded(onDesktop("USB.app")), IsEmpty());
   EXPECT_THAT(shortcuts(), ElementsAre(Pair("USB.app", "the user's")));
-  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(ControllerTest, FromSnowLeopardOnOnlyThePathItselfIsRemoved) {
   const ChosenVersion system(SNOW_LEOPARD);
   writeFile(onDesktop("USB.app"), "URL=kept\n");
-  OpenController::_deleteAliasAtPath("/nowhere/at/all/USB.app");
+  const std::vector<LogLine> lines = removeRecorded("/nowhere/at/all/USB.app");
   EXPECT_THAT(shortcuts(), ElementsAre(Pair("USB.app", "kept")));
-  ASSERT_EQ(log.lines().size(), 1U);
-  EXPECT_THAT(log.lines()[0].text, HasSubstr("Error when deleting alias file. Reason: "));
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_THAT(lines[0].text, HasSubstr("Error when deleting alias file. Reason: "));
 }
 
 // Liveness.

@@ -89,7 +89,7 @@ TEST(MountedDisksTest, ARecordIsLetGoOfWhenItIsRemoved) {
   EXPECT_THAT(disks.ofDevice("m"), ElementsAre(disks.find("v")));
 }
 
-/// Random records, with texts from the alphabet, come and go; and every answer is a plain list's.
+/// Random records, with texts from the alphabet, come and go; every result is that of a plain list.
 void compareWithPlainList(const std::vector<Text>& alphabet, std::size_t size, int rounds) {
   constexpr unsigned SEED = 4201;
   std::mt19937 random(SEED);

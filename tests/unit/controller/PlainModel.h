@@ -46,7 +46,8 @@ inline const Label& labelOf(const Text& text) {
   return *std::ranges::find_if(labels(), [&](const Label& label) { return label.text == text; });
 }
 
-/// The controller's conduct in its plainest form: lists, walked from their first entry to the last.
+/// What the controller does, in its plainest form: lists, walked from their first entry to the
+/// last.
 class PlainModel {
  public:
   struct Record {
@@ -137,7 +138,7 @@ class PlainModel {
   std::vector<Record> mounted;
   /// The shortcuts by their paths in the desktop folder, with their URLs.
   std::map<std::string, std::string> desktop;
-  /// What was logged; of the reasons why a file cannot be removed, nothing.
+  /// What was logged, without the reasons why a file cannot be removed.
   std::vector<LogLine> lines;
 
  private:

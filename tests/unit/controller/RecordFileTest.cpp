@@ -39,7 +39,7 @@ class RecordFile : public testing::Test {
   void mount(const std::string& uuid, const std::string& label) {
     const std::string text =
         "event:disk_mounted;mac:m;ip:192.0.2.10;uuid:" + uuid + ";label:" + label;
-    // It is the handler thread that mounts, and this one that makes the shortcut.
+    // The handler thread mounts the disk; this one, the main thread, makes the shortcut.
     Server server;
     controller.server(server, std::as_bytes(std::span(text)), {});
     ASSERT_TRUE(test::runUntil([this, before = controller.mountedDisks().size()] {

@@ -2,11 +2,12 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <string>
 
-#include "controller/Controller.h"
 #include "platform/Service.h"
 #include "platform/Workspace.h"
+#include "support/Announcements.h"
+#include "support/OpenController.h"
 #include "support/Pictures.h"
 #include "support/TemporaryHome.h"
 
@@ -15,24 +16,20 @@ namespace {
 
 using test::Pictures;
 
-class OpenController : public Controller {
- public:
-  using Controller::_getImage;
-  using Controller::runApplescript;
-  using Controller::setImageInMainThread;
-};
-
-/// A workspace that does what a platform's may: raise, or answer no.
+/// A workspace that does what a platform's may: raise, or return false.
 class RefusingWorkspace final : public platform::Workspace {
  public:
   bool setIcon(const platform::Image& /*image*/, const std::string& /*forFile*/,
                const Text& /*beneath*/) override {
+    ++timesAsked;
     if (raises) {
       throw platform::WorkspaceException("100% no");
     }
     return false;
   }
+
   bool raises = false;
+  int timesAsked = 0;
 };
 
 class ShortcutIcon : public testing::Test {
@@ -40,19 +37,26 @@ class ShortcutIcon : public testing::Test {
   ShortcutIcon() {
     std::filesystem::create_directories(home.userSupport());
     std::filesystem::create_directories(home.machineWideSupport());
-    disk.setIpAddress("192.0.2.10");
-    disk.setLabel("USB");
   }
 
-  static std::string chosen() {
-    const auto image = OpenController::_getImage();
-    return image ? image->path() : "none";
-  }
-
-  std::string setAndCaptureLog() {
+  /// Mounts a disk, and returns what that writes to the log.
+  std::string mountAndCaptureLog(const std::string& label = "USB") {
     testing::internal::CaptureStderr();
-    OpenController::setImageInMainThread(disk);
+    controller._mountDisk(test::makeDisk({.ip = "192.0.2.10", .label = label}));
     return testing::internal::GetCapturedStderr();
+  }
+
+  /// The icon that the shortcut of a disk gets now.
+  std::string chosen() {
+    EXPECT_EQ(mountAndCaptureLog(), "");
+    std::ifstream stream(home.desktop() + "/USB.app");
+    EXPECT_TRUE(stream.is_open());
+    for (std::string line; std::getline(stream, line);) {
+      if (line.starts_with("Icon=")) {
+        return line.substr(5);
+      }
+    }
+    return "";
   }
 
   test::TemporaryHome home;
@@ -60,11 +64,11 @@ class ShortcutIcon : public testing::Test {
   std::string userIco = home.userSupport() + "/icon.ico";
   std::string machineIcns = home.machineWideSupport() + "/icon.icns";
   std::string userIcns = home.userSupport() + "/icon.icns";
-  Disk disk;
+  test::OpenController controller;
 };
 
 TEST_F(ShortcutIcon, BothFoldersAreTriedForIcoBeforeIcns) {
-  EXPECT_EQ(chosen(), "none");
+  EXPECT_EQ(chosen(), "ravelin-disk");  // the icon of the file type
   Pictures::write(userIcns, Pictures::icns());
   EXPECT_EQ(chosen(), userIcns);
   Pictures::write(machineIcns, Pictures::icns());
@@ -82,25 +86,20 @@ TEST_F(ShortcutIcon, AFileThatIsNoReadableImageIsSkipped) {
   EXPECT_EQ(chosen(), userIcns);
 }
 
-TEST_F(ShortcutIcon, TheShortcutShowsTheIcon) {
+TEST_F(ShortcutIcon, WithoutIconFilesTheWorkspaceIsNotAsked) {
+  RefusingWorkspace workspace;
+  const platform::Substitute<platform::Workspace> substitute(workspace);
+  EXPECT_EQ(mountAndCaptureLog(), "");
+  EXPECT_EQ(workspace.timesAsked, 0);
   Pictures::write(userIco, Pictures::ico());
-  OpenController::runApplescript(platform::ShortcutScript{"192.0.2.10", "USB", "USB"});
-  EXPECT_EQ(setAndCaptureLog(), "");
-  std::ifstream stream(home.desktop() + "/USB.app");
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
-  EXPECT_NE(text.find("\nIcon=" + userIco + "\n"), std::string::npos) << text;
-}
-
-TEST_F(ShortcutIcon, WithoutIconFilesTheShortcutStaysAsItIsAndNothingIsWritten) {
-  OpenController::runApplescript(platform::ShortcutScript{"192.0.2.10", "USB", "USB"});
-  const auto before = std::filesystem::last_write_time(home.desktop() + "/USB.app");
-  EXPECT_EQ(setAndCaptureLog(), "");
-  EXPECT_EQ(std::filesystem::last_write_time(home.desktop() + "/USB.app"), before);
+  EXPECT_EQ(mountAndCaptureLog(), "");
+  EXPECT_EQ(workspace.timesAsked, 1);
 }
 
 TEST_F(ShortcutIcon, AMissingShortcutFailsQuietly) {
   Pictures::write(userIco, Pictures::ico());
-  EXPECT_EQ(setAndCaptureLog(), "");
+  // The script with this label does not run.
+  EXPECT_EQ(mountAndCaptureLog("\""), "");
   EXPECT_TRUE(std::filesystem::is_empty(home.desktop()));
 }
 
@@ -108,9 +107,9 @@ TEST_F(ShortcutIcon, AWorkspaceThatRaisesIsWrittenToTheConsoleLog) {
   Pictures::write(userIco, Pictures::ico());
   RefusingWorkspace workspace;
   const platform::Substitute<platform::Workspace> substitute(workspace);
-  EXPECT_EQ(setAndCaptureLog(), "");
+  EXPECT_EQ(mountAndCaptureLog(), "");
   workspace.raises = true;
-  const std::string log = setAndCaptureLog();
+  const std::string log = mountAndCaptureLog();
   EXPECT_NE(log.find("] Ooops could not set image with NSWorkspace! Reason: 100% no\n"),
             std::string::npos)
       << log;

@@ -52,7 +52,9 @@ class StandardErrorInFile {
   StandardErrorInFile& operator=(const StandardErrorInFile&) = delete;
 
   [[nodiscard]] Text content() const {
-    return platform::service<platform::FileManager>().contentsAtPath(_path);
+    return platform::service<platform::FileManager>()
+        .contentsAtPath(_path, platform::FileManager::CONTENT_LIMIT)
+        .text;
   }
 
  private:
@@ -162,7 +164,7 @@ std::size_t countOf(const std::string& text, const std::string& part) {
   return count;
 }
 
-/// How many lines the log says were suppressed, all its lines about that together.
+/// The sum of the suppressed lines that the log reports.
 std::size_t toldIn(const std::string& log) {
   std::size_t told = 0;
   const std::string head = SUPPRESSED;

@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "core/AgentState.h"
-#include "core/Warden.h"
 #include "platform/RunLoop.h"
+#include "support/OpenWarden.h"
 #include "support/TemporaryHome.h"
 #include "support/Waiting.h"
 #include "support/linux/PrivateSystemBus.h"
@@ -15,13 +15,8 @@ namespace ravelin {
 namespace {
 
 using platform::RunLoop;
+using test::OpenWarden;
 using test::PrivateSystemBus;
-
-class OpenWarden : public Warden {
- public:
-  using Warden::_registerWorkspaceNotifications;
-  using Warden::_unregisterWorkspaceNotifications;
-};
 
 class SessionActivity : public testing::Test {
  protected:
@@ -133,7 +128,7 @@ TEST_F(SessionActivity, ABusThatGoesAwayAndComesBackIsFollowedAgain) {
   runFor(std::chrono::milliseconds(200));
   EXPECT_FALSE(gSystemActive);
   bus.start();
-  // The session is active on the new bus, and nobody has told so.
+  // The session is active on the new bus, without a notice of it.
   EXPECT_TRUE(test::runUntil([] { return gSystemActive.load(); }, std::chrono::seconds(30)));
   ASSERT_TRUE(bus.setActive(false));
   EXPECT_TRUE(test::runUntil([] { return !gSystemActive; }));

@@ -24,6 +24,7 @@
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
 #include "support/Announcements.h"
+#include "support/OpenWarden.h"
 #include "support/RecordingLog.h"
 #include "support/TemporaryHome.h"
 #include "support/Udp.h"
@@ -40,6 +41,7 @@ using platform::RunLoop;
 using test::error;
 using test::info;
 using test::LogLine;
+using test::OpenWarden;
 using test::RecordingLog;
 using test::ReservedPort;
 using test::runUntil;
@@ -58,12 +60,6 @@ const LogLine STOPPED = info("Server has been stopped!");
 
 constexpr const char* GROUP = "239.77.0.1";
 constexpr const char* LOOPBACK = "127.0.0.1";
-
-class OpenWarden final : public Warden {
- public:
-  using Warden::_getConfigDictionary;
-  using Warden::_initializeServers;
-};
 
 std::string integer(int value) { return "<integer>" + std::to_string(value) + "</integer>"; }
 std::string text(const std::string& value) { return "<string>" + value + "</string>"; }
@@ -126,12 +122,12 @@ class WardenTest : public testing::Test {
   /// Waits for a number of turns of a quick timer.
   static void letTurnsPass(int count) {
     int passed = 0;
-    const auto timer = RunLoop::main().scheduleTimer(RunLoop::Seconds(0.1), [&] { ++passed; });
+    const auto timer = RunLoop::main().scheduleTimer(RunLoop::SMALLEST_INTERVAL, [&] { ++passed; });
     ASSERT_TRUE(runUntil([&] { return passed >= count; }));
   }
 
-  /// Runs the agent, and meanwhile one step after the other, each until it answers true; then the
-  /// agent is to end.
+  /// Runs the agent, and meanwhile one step after the other, each until it returns true; then it
+  /// ends the agent.
   static void runAgent(Warden& warden, const std::vector<std::function<bool()>>& steps) {
     std::size_t next = 0;
     int turnsLeft = 200;
@@ -689,7 +685,7 @@ TEST_F(WardenDeathTest, WhereTheSystemTellsOfNoChangesTheAddressesAreComparedAll
   configureJoining(entry(port) + entry(otherPort));
   EXPECT_EXIT(
       {
-        // As the watch wants it, and nobody else.
+        // A socket with the options of the watch's, which nothing else opens.
         EXPECT_TRUE(test::refuse(
             {__NR_socket, {{0, AF_NETLINK}, {1, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK}}}, EPERM));
         onLine(STARTED, {"", "ip address add 192.0.2.99/24 dev lo"});
@@ -720,7 +716,7 @@ TEST_F(WardenTest, TheServersEndBeforeTheShortcuts) {
   runAgent(warden, {[&] { return sender.send(test::datagram(usb), port); },
                     [&] { return warden.controller()->mountedDisks().size() == 1; },
                     [&] {
-                      // The removal is going to say that there is nothing to remove.
+                      // The removal will log that there is nothing to remove.
                       return fs::remove(home.desktop() + "/USB.app");
                     }});
   EXPECT_THAT(log.lines(),

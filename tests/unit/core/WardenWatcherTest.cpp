@@ -17,9 +17,9 @@
 #include <vector>
 
 #include "core/AgentState.h"
-#include "core/Warden.h"
 #include "intake/Server.h"
 #include "platform/RunLoop.h"
+#include "support/OpenWarden.h"
 #include "support/RecordingLog.h"
 #include "support/TemporaryHome.h"
 #include "support/Udp.h"
@@ -36,6 +36,7 @@ using test::FIRST_ADDRESS;
 using test::info;
 using test::inOwnNetwork;
 using test::LogLine;
+using test::OpenWarden;
 using test::SECOND_ADDRESS;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -44,16 +45,6 @@ using testing::UnorderedElementsAre;
 constexpr const char* GROUP = "239.77.0.1";
 const LogLine STARTED = info("Server has been started!");
 const LogLine STOPPED = info("Server has been stopped!");
-
-class OpenWarden final : public Warden {
- public:
-  using Warden::_getLocalIPAdresses;
-  using Warden::_initializeServers;
-  using Warden::_refreshIGMPMembership;
-  using Warden::_startNetworkInterfaceChangeNotifier;
-  using Warden::_stopNetworkInterfaceChangeNotifier;
-  using Warden::NetworkInterfaceNotificationCallback;
-};
 
 class WardenWatcherTest : public testing::Test {
  protected:
@@ -125,13 +116,15 @@ TEST_F(WardenWatcherTest, TheAddressesAreThoseOfAllInterfacesButTheUsualOneOfThe
   if (!inOwnNetwork()) {
     return;
   }
-  EXPECT_THAT(OpenWarden::_getLocalIPAdresses(),
-              UnorderedElementsAre(FIRST_ADDRESS, SECOND_ADDRESS));
+  configure(true);
+  warden->_initializeServers();
+  EXPECT_THAT(warden->localIpAddresses(), UnorderedElementsAre(FIRST_ADDRESS, SECOND_ADDRESS));
   ASSERT_EQ(std::system("ip address add 127.0.0.2/8 dev lo && ip link set first down && "
                         "ip address add 0.0.0.0/8 dev lo 2>/dev/null; "
                         "ip address add 192.0.2.20/32 dev second"),
             0);
-  EXPECT_THAT(OpenWarden::_getLocalIPAdresses(),
+  warden->_initializeServers();
+  EXPECT_THAT(warden->localIpAddresses(),
               UnorderedElementsAre(FIRST_ADDRESS, SECOND_ADDRESS, "127.0.0.2", FIRST_ADDRESS));
 }
 

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "disk/AliasData.h"
@@ -61,10 +63,25 @@ class DiskManagerTest : public testing::Test {
     return "mount [-t] [smbfs] [//guest:@192.0.2.10/USB%20Disk] [" + mountDirectory() + "]";
   }
 
-  /// What the look-up answers for a listing.
+  /// What the look-up returns for a listing.
   [[nodiscard]] Text lookUp(const std::string& listing) const {
     _programs.list(listing);
     return DiskManager::getMountedDiskMountDirectory(_disk);
+  }
+
+  /// The same where the case of these texts means nothing, wherever they are in the listing.
+  [[nodiscard]] Text lookUpWithoutCase(const std::vector<std::string>& sources,
+                                       const std::string& listing) {
+    std::vector<platform::MountListing::Stretch> caseless;
+    std::size_t end = 0;
+    for (const std::string& source : sources) {
+      const std::size_t begin = listing.find(source, end);
+      EXPECT_NE(begin, std::string::npos) << source;
+      end = begin + source.size();
+      caseless.push_back({.begin = begin, .size = source.size()});
+    }
+    _programs.setCaseless(std::move(caseless));
+    return lookUp(listing);
   }
 
   const test::TemporaryHome _home;
@@ -93,7 +110,6 @@ TEST_F(DiskManagerTest, TheLookUpFindsTheMountPointOfTheShare) {
   EXPECT_EQ(lookUp(LISTED), "/media/USB Disk");
   EXPECT_EQ(OpenDiskManager::_getMountPathForDiskIfAlreadyMounted(_disk), "/media/USB Disk");
   EXPECT_THAT(_programs.takeCalls(), ElementsAre("mount", "mount"));
-  EXPECT_EQ(_programs.sought(), "192.0.2.10/USB%20Disk");
   EXPECT_THAT(_log.lines(), IsEmpty());
 }
 
@@ -115,6 +131,63 @@ TEST_F(DiskManagerTest, TheLookUpTakesTheFirstOccurrence) {
   EXPECT_EQ(lookUp("//guest@192.0.2.10/USB%20Disk on /media/one (smbfs)\n"
                    "//guest@192.0.2.10/USB%20Disk on /media/two (smbfs)\n"),
             "/media/one");
+}
+
+TEST_F(DiskManagerTest, AShareWhoseCaseIsLostIsFoundInEveryCase) {
+  const std::string lost = "//guest@192.0.2.10/usb%20disk";
+  const std::string listing = lost + " on /media/x (smbfs)\n";
+  EXPECT_EQ(lookUp(listing), std::nullopt);
+  EXPECT_EQ(lookUpWithoutCase({lost}, listing), "/media/x");
+  _disk.setLabel("usb DISK");
+  EXPECT_EQ(lookUp(listing), "/media/x");
+  _disk.setLabel("usb disc");
+  EXPECT_EQ(lookUp(listing), std::nullopt);
+}
+
+TEST_F(DiskManagerTest, ALostCaseMakesTheLookUpNoLessLoose) {
+  const std::string longer = "//guest@1192.0.2.10/usb%20disk%202";
+  EXPECT_EQ(lookUpWithoutCase({longer}, longer + " on /media/x (smbfs)\n"), "/media/x");
+}
+
+TEST_F(DiskManagerTest, OnlyWhereTheCaseIsLostItMeansNothing) {
+  const std::string lost = "//guest@192.0.2.10/usb%20disk";
+  const std::string other = "//guest@192.0.2.11/x";
+  // Before the stretch, behind it, and partly in it.
+  EXPECT_EQ(lookUpWithoutCase({other}, lost + " on /a (smbfs)\n" + other + " on /b (smbfs)\n"),
+            std::nullopt);
+  EXPECT_EQ(lookUpWithoutCase({other}, other + " on /b (smbfs)\n" + lost + " on /a (smbfs)\n"),
+            std::nullopt);
+  EXPECT_EQ(lookUpWithoutCase({other}, other + " on /b/192.0.2.10/usb%20disk (smbfs)\n" + lost +
+                                           " on /a (smbfs)\n"),
+            std::nullopt);
+  EXPECT_EQ(lookUpWithoutCase({"//guest@192.0.2.10/usb%20dis"}, lost + " on /a (smbfs)\n"),
+            std::nullopt);
+  EXPECT_EQ(lookUpWithoutCase({"92.0.2.10/usb%20disk"}, lost + " on /a (smbfs)\n"), std::nullopt);
+}
+
+TEST_F(DiskManagerTest, TheFirstOccurrenceIsTakenWhetherItsCaseIsLostOrRight) {
+  const std::string lost = "//guest@192.0.2.10/usb%20disk";
+  const std::string right = "//guest@192.0.2.10/USB%20Disk";
+  const std::string lines = lost + " on /media/one (smbfs)\n" + right + " on /media/two (smbfs)\n";
+  EXPECT_EQ(lookUpWithoutCase({}, lines), "/media/two");
+  EXPECT_EQ(lookUpWithoutCase({lost}, lines), "/media/one");
+  EXPECT_EQ(lookUpWithoutCase({lost, right}, lines), "/media/one");
+  EXPECT_EQ(lookUpWithoutCase(
+                {lost}, right + " on /media/one (smbfs)\n" + lost + " on /media/two (smbfs)\n"),
+            "/media/one");
+  // One in a mount point comes first, too; what stands behind it is spelt as it is sought.
+  EXPECT_EQ(lookUpWithoutCase({lost}, "/dev/sda1 on /media/192.0.2.10/USB%20Disk/x (ext4)\n" +
+                                          lost + " on /media/two (smbfs)\n"),
+            "/x");
+}
+
+TEST_F(DiskManagerTest, AServerThatBeginsWithALetterIsFoundInEveryCase) {
+  _disk.setIpAddress("nas");
+  _disk.setLabel("usb");
+  EXPECT_EQ(lookUpWithoutCase({"//guest@NAS/USB"}, "//guest@NAS/USB on /media/x (smbfs)\n"),
+            "/media/x");
+  EXPECT_EQ(lookUpWithoutCase({"//guest@NAN/USB"}, "//guest@NAN/USB on /media/x (smbfs)\n"),
+            std::nullopt);
 }
 
 TEST_F(DiskManagerTest, MalformedListingsGiveNull) {
@@ -174,7 +247,8 @@ TEST_F(DiskManagerTest, AbsentTextsAreSoughtAsNull) {
   nothing.setIpAddress("192.0.2.10");
   nothing.setLabel("\xc3\xbc");
   EXPECT_EQ(DiskManager::getMountedDiskMountDirectory(nothing), std::nullopt);
-  EXPECT_EQ(_programs.sought(), "192.0.2.10/(null)");
+  _programs.list("//192.0.2.10/(null) on /media/y (smbfs)\n");
+  EXPECT_EQ(DiskManager::getMountedDiskMountDirectory(nothing), "/media/y");
 }
 
 // Mounting by the system
@@ -407,7 +481,7 @@ TEST_F(DiskManagerTest, AListedShareThatCannotBeUnmountedByCommandStays) {
 TEST_F(DiskManagerTest, AVolumeThatStaysAndIsNotListedIsAFailure) {
   _volumes.nextUnmount = -47;
   _volumes.paths[9] = "/media/USB Disk";
-  _volumes.volumes = {{.name = "USB Disk", .rootPath = "/media/USB Disk"}};
+  _volumes.mounted = {{.name = "USB Disk", .rootPath = "/media/USB Disk"}};
   _disk.setVolumeReference(9);
   EXPECT_FALSE(_manager.unmountDisk(_disk));
   EXPECT_THAT(_programs.takeCalls(), ElementsAre("mount"));
@@ -503,10 +577,10 @@ TEST_F(DiskManagerAliasTest, TheRootHasNoNameToMakeAnAliasUnder) {
   EXPECT_TRUE(fs::is_empty(_home.desktop()));
 }
 
-/// A script runner that says what it is told and does what it is told, on the main thread.
+/// A script runner that returns what the test chooses, and can make a file.
 class StandInScriptRunner final : public platform::ScriptRunner {
  public:
-  explicit StandInScriptRunner(bool answer) : _answer(answer) {}
+  explicit StandInScriptRunner(bool result) : _result(result) {}
 
   std::string makes;  ///< the path of a file that running a script makes
   std::vector<std::string> sources;
@@ -519,10 +593,10 @@ class StandInScriptRunner final : public platform::ScriptRunner {
     if (!makes.empty()) {
       std::ofstream(makes) << "made";
     }
-    return _answer;
+    return _result;
   }
 
-  const bool _answer;
+  const bool _result;
   const platform::Substitute<platform::ScriptRunner> _inForce{*this};
 };
 

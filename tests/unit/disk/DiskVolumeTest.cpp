@@ -39,7 +39,7 @@ TEST_F(DiskVolumeTest, WithoutAReferenceTheMountTableIsAsked) {
 TEST_F(DiskVolumeTest, TheVolumeWhoseNameIsInThePathIsFound) {
   _disk.setVolumeReference(3);
   _volumes.paths[3] = "/Volumes/X";
-  _volumes.volumes = {{.name = "Macintosh HD", .rootPath = "/"},
+  _volumes.mounted = {{.name = "Macintosh HD", .rootPath = "/"},
                       {.name = "X", .rootPath = "/root/of/X"},
                       {.name = "Y", .rootPath = "/Volumes/Y"}};
   list("/elsewhere");
@@ -54,16 +54,16 @@ TEST_F(DiskVolumeTest, TheLastVolumeWhoseNameIsInThePathWins) {
   _volumes.paths[3] = "/Volumes/X-1";
   const platform::Volume one{.name = "X", .rootPath = "/Volumes/X"};
   const platform::Volume other{.name = "X-1", .rootPath = "/Volumes/X-1"};
-  _volumes.volumes = {one, other};
+  _volumes.mounted = {one, other};
   EXPECT_EQ(_disk._getVolumePath(), "/Volumes/X-1");
-  _volumes.volumes = {other, one};
+  _volumes.mounted = {other, one};
   EXPECT_EQ(_disk._getVolumePath(), "/Volumes/X");
 }
 
 TEST_F(DiskVolumeTest, ANamelessVolumeIsInNoPath) {
   _disk.setVolumeReference(3);
   _volumes.paths[3] = "/Volumes/X";
-  _volumes.volumes = {{.name = "", .rootPath = "/"}};
+  _volumes.mounted = {{.name = "", .rootPath = "/"}};
   EXPECT_EQ(_disk._getVolumePath(), std::nullopt);
 }
 
@@ -76,7 +76,7 @@ TEST_F(DiskVolumeTest, AReferenceWithoutAVolumeFallsBackToTheMountTable) {
 TEST_F(DiskVolumeTest, AVolumeThatIsNotEnumeratedFallsBackToTheMountTable) {
   _disk.setVolumeReference(3);
   _volumes.paths[3] = "/Volumes/X";
-  _volumes.volumes = {{.name = "Y", .rootPath = "/Volumes/Y"}};
+  _volumes.mounted = {{.name = "Y", .rootPath = "/Volumes/Y"}};
   EXPECT_EQ(_disk._getVolumePath(), std::nullopt);
   list("/media/X");
   EXPECT_EQ(_disk._getVolumePath(), "/media/X");
@@ -100,7 +100,7 @@ TEST_F(DiskVolumeTest, AMissingPathIsLookedUpAgain) {
 }
 
 TEST_F(DiskVolumeTest, AnEmptyPathIsKeptButIsNoVolume) {
-  // The look-up answers so when the mount point is the root and no blank stands behind it.
+  // The look-up finds an empty path when the mount point is the root and no blank follows it.
   _programs.list("//guest@192.0.2.10/X on /(smbfs)\n");
   EXPECT_EQ(_disk.getVolumePath(), "");
   EXPECT_FALSE(_disk.doesVolumeExist());

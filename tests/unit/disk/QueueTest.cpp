@@ -113,7 +113,7 @@ TEST(QueueTest, TheSizeOfTheWaitingTextsIsKnown) {
   EXPECT_EQ(queue.tally().all().text, 0U);
 }
 
-/// Random disks, with texts from the alphabet, come and go; and every answer is a walk's.
+/// Random disks, with texts from the alphabet, come and go; every result is that of a walk.
 void compareWithWalk(const std::vector<Text>& alphabet, int rounds) {
   constexpr unsigned SEED = 7710;
   std::mt19937 random(SEED);
@@ -149,7 +149,7 @@ void compareWithWalk(const std::vector<Text>& alphabet, int rounds) {
     ASSERT_EQ(queue.count(), plain.size());
     ASSERT_EQ(queue.elements(), plain);
   }
-  // The questions must have had both answers often.
+  // Both results must have been frequent.
   EXPECT_GT(found, rounds / 6);
   EXPECT_LT(found, rounds - rounds / 6);
 }

@@ -30,7 +30,7 @@ class LoudSendersTest : public testing::Test {
     }
   }
 
-  /// Reads so many datagrams as a server does; false when there are fewer.
+  /// Reads that many datagrams as a server does; false when there are fewer.
   bool read(std::uint32_t count) {
     for (std::uint32_t number = 0; number < count; ++number) {
       char byte = 0;

@@ -1,10 +1,7 @@
 #include "platform/FileManager.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <thread>
 #include <vector>
@@ -19,6 +17,7 @@
 #include <sys/resource.h>
 
 #include "platform/Service.h"
+#include "support/NoFreeDescriptors.h"
 #include "support/Shortcuts.h"
 #include "support/TemporaryDirectory.h"
 
@@ -77,6 +76,19 @@ class FileManagerTest : public testing::Test {
     return error ? error->localizedDescription : "";
   }
 
+  /// The whole content of the file, or null when there is none to be had.
+  Text contentsAt(const std::string& path, std::size_t limit = FileManager::CONTENT_LIMIT) {
+    return _files.contentsAtPath(path, limit).text;
+  }
+
+  /// What reading came to: the content, that there is nothing, or why that is not known.
+  static std::string told(const FileContents& contents) {
+    if (contents.text) {
+      return "content: " + *contents.text;
+    }
+    return contents.isAbsent() ? "nothing" : "error: " + reason(contents.error);
+  }
+
   /// A path as a stranger may have named it.
   [[nodiscard]] std::string onDesktop(const std::string& name) const {
     return _desktop + "/" + name;
@@ -84,8 +96,8 @@ class FileManagerTest : public testing::Test {
 
   /// That nothing can be done at the path, and nothing was.
   void expectRefused(const std::string& path, const Text& beneath) {
-    EXPECT_FALSE(_files.fileExistsAtPath(path, beneath)) << path;
-    EXPECT_EQ(_files.contentsAtPath(path, beneath), std::nullopt) << path;
+    EXPECT_FALSE(_files.itemExistsAtPath(path, beneath)) << path;
+    EXPECT_EQ(_files.contentsOfItemAtPath(path, beneath).text, std::nullopt) << path;
     EXPECT_NE(reason(_files.removeShortcutAtPath(path, beneath)), "") << path;
     EXPECT_NE(reason(_files.makeWayAtPath(path, beneath)), "") << path;
     EXPECT_NE(reason(_files.writeShortcutAtPath(path, beneath, shortcutWith("hostile"))), "")
@@ -172,56 +184,90 @@ TEST_F(FileManagerTest, ThereIsNothingAtAPathThatNamesNothing) {
 TEST_F(FileManagerTest, ReadsAFileWhollyAndByteForByte) {
   std::string content = std::string("a\0b\n\xFF", 5);
   put(onDesktop("small"), content);
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("small")), content);
+  EXPECT_EQ(contentsAt(onDesktop("small")), content);
   content.assign(3'000'001, 'x');
   put(onDesktop("large"), content);
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("large")), content);
+  EXPECT_EQ(contentsAt(onDesktop("large")), content);
 }
 
 TEST_F(FileManagerTest, AnEmptyFileIsNotAMissingOne) {
   put(onDesktop("empty"), "");
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("empty")), Text(""));
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("missing")), std::nullopt);
-}
-
-TEST_F(FileManagerTest, ReadsAFileThatAnnouncesNoSize) {
-  const Text content = _files.contentsAtPath("/proc/self/status");
-  ASSERT_TRUE(content);
-  EXPECT_NE(content->find("Pid:"), std::string::npos);
+  EXPECT_EQ(contentsAt(onDesktop("empty")), Text(""));
+  EXPECT_EQ(contentsAt(onDesktop("missing")), std::nullopt);
 }
 
 TEST_F(FileManagerTest, ReadsAFileThroughALink) {
   put(onDesktop("file"), "x");
   fs::create_symlink(onDesktop("file"), onDesktop("link"));
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("link")), Text("x"));
+  EXPECT_EQ(contentsAt(onDesktop("link")), Text("x"));
 }
 
 TEST_F(FileManagerTest, ReadsUpToSixteenMebibytes) {
   constexpr std::uintmax_t LIMIT = 16UL * 1024 * 1024;
   put(onDesktop("most"), "");
   fs::resize_file(onDesktop("most"), LIMIT);
-  const Text most = _files.contentsAtPath(onDesktop("most"));
+  const Text most = contentsAt(onDesktop("most"));
   ASSERT_TRUE(most);
   EXPECT_EQ(most->size(), LIMIT);
   fs::resize_file(onDesktop("most"), LIMIT + 1);
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("most")), std::nullopt);
+  EXPECT_EQ(contentsAt(onDesktop("most")), std::nullopt);
 }
 
 TEST_F(FileManagerTest, ReadsAsMuchAsItsCallerWants) {
   put(onDesktop("file"), "12345");
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("file"), 5), Text("12345"));
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("file"), 4), std::nullopt);
+  EXPECT_EQ(contentsAt(onDesktop("file"), 5), Text("12345"));
+  EXPECT_EQ(contentsAt(onDesktop("file"), 4), std::nullopt);
   fs::resize_file(onDesktop("file"), 17UL * 1024 * 1024);
-  EXPECT_NE(_files.contentsAtPath(onDesktop("file"), 17UL * 1024 * 1024), std::nullopt);
+  EXPECT_NE(contentsAt(onDesktop("file"), 17UL * 1024 * 1024), std::nullopt);
 }
 
 TEST_F(FileManagerTest, WhatIsNoFileHasNoContentAndIsNotWaitedFor) {
   ASSERT_EQ(::mkfifo(onDesktop("pipe").c_str(), 0600), 0);
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("pipe")), std::nullopt);
-  EXPECT_EQ(_files.contentsAtPath(_desktop), std::nullopt);
-  EXPECT_EQ(_files.contentsAtPath("/dev/zero"), std::nullopt);
-  EXPECT_EQ(_files.contentsAtPath("Desktop"), std::nullopt);
-  EXPECT_EQ(_files.contentsAtPath(_desktop + std::string(1, '\0')), std::nullopt);
+  EXPECT_EQ(contentsAt(onDesktop("pipe")), std::nullopt);
+  EXPECT_EQ(contentsAt(_desktop), std::nullopt);
+  EXPECT_EQ(contentsAt("/dev/zero"), std::nullopt);
+  EXPECT_EQ(contentsAt("Desktop"), std::nullopt);
+  EXPECT_EQ(contentsAt(_desktop + std::string(1, '\0')), std::nullopt);
+}
+
+TEST_F(FileManagerTest, WhatIsNotThereAndWhatCannotBeReadAreToldApart) {
+  put(onDesktop("file"), "x");
+  put(onDesktop("large"), "");
+  fs::resize_file(onDesktop("large"), FileManager::CONTENT_LIMIT + 1);
+  fs::create_symlink("file", onDesktop("link"));
+  fs::create_symlink("nothing", onDesktop("dead"));
+  fs::create_symlink("loop", onDesktop("loop"));
+  ASSERT_EQ(::mkfifo(onDesktop("pipe").c_str(), 0600), 0);
+  const std::string tooLong(300, 'n');
+  const std::string cut = std::string("a\0b", 3);
+  const auto at = [this](const std::string& name) {
+    return told(_files.contentsAtPath(onDesktop(name), FileManager::CONTENT_LIMIT));
+  };
+  const auto beneath = [this](const std::string& name) {
+    return told(_files.contentsOfItemAtPath(onDesktop(name), _desktop));
+  };
+  for (const char* const name : {"missing", "missing/x", "file/x"}) {
+    EXPECT_EQ(at(name), "nothing") << name;
+    EXPECT_EQ(beneath(name), "nothing") << name;
+  }
+  EXPECT_EQ(at("file"), "content: x");
+  EXPECT_EQ(at("link"), "content: x");
+  EXPECT_EQ(at("dead"), "nothing");
+  EXPECT_EQ(at("loop"), "error: Too many levels of symbolic links");
+  EXPECT_EQ(at(""), "error: Is a directory");
+  EXPECT_EQ(beneath("file"), "content: x");
+  EXPECT_EQ(beneath(""), "error: Operation not permitted");
+  for (const char* const name : {"link", "dead", "loop"}) {
+    EXPECT_EQ(beneath(name), "error: It is not a file") << name;
+  }
+  for (const auto& look : {std::function(at), std::function(beneath)}) {
+    EXPECT_EQ(look("pipe"), "error: It is not a file");
+    EXPECT_EQ(look("large"), "error: File too large");
+    EXPECT_EQ(look(tooLong), "error: File name too long");
+    EXPECT_EQ(look(cut), "error: Invalid argument");
+    const test::NoFreeDescriptors none;
+    EXPECT_EQ(look("file"), "error: Too many open files");
+  }
 }
 
 // --- writeAtomically
@@ -325,7 +371,7 @@ TEST_F(FileManagerTest, AReaderSeesTheOldFileOrTheNewNeverAPart) {
     isDone = true;
   });
   while (!isDone) {
-    const Text seen = _files.contentsAtPath(onDesktop("x"));
+    const Text seen = contentsAt(onDesktop("x"));
     EXPECT_TRUE(seen == first || seen == second);
   }
   writer.join();
@@ -341,8 +387,8 @@ TEST_F(FileManagerTest, ManyThreadsWriteBesideEachOther) {
       for (int round = 0; round < 50; ++round) {
         const std::string path = onDesktop(std::to_string(thread) + "-" + std::to_string(round));
         EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith(path))), "");
-        EXPECT_EQ(_files.contentsAtPath(path), shortcutWith(path));
-        EXPECT_TRUE(_files.fileExistsAtPath(path, _desktop));
+        EXPECT_EQ(contentsAt(path), shortcutWith(path));
+        EXPECT_TRUE(_files.itemExistsAtPath(path, _desktop));
         EXPECT_EQ(reason(_files.removeShortcutAtPath(path, _desktop)), "");
       }
     });
@@ -358,9 +404,9 @@ TEST_F(FileManagerTest, ManyThreadsWriteBesideEachOther) {
 TEST_F(FileManagerTest, AShortcutIsMadeSeenReplacedAndRemoved) {
   const Umask umask(077);
   const std::string path = onDesktop("USB \xC3\xA4 1.app");
-  EXPECT_FALSE(_files.fileExistsAtPath(path, _desktop));
+  EXPECT_FALSE(_files.itemExistsAtPath(path, _desktop));
   EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith("one"))), "");
-  EXPECT_TRUE(_files.fileExistsAtPath(path, _desktop));
+  EXPECT_TRUE(_files.itemExistsAtPath(path, _desktop));
   EXPECT_EQ(contentOf(path), shortcutWith("one"));
   EXPECT_EQ(modeOf(path), mode_t{0644});
   EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith("two"))), "");
@@ -375,9 +421,10 @@ TEST_F(FileManagerTest, ReadsAFileBeneathButNothingElse) {
   put(onDesktop("inner/USB.app"), "content");
   fs::create_symlink("inner/USB.app", onDesktop("link.app"));
   ASSERT_EQ(::mkfifo(onDesktop("pipe.app").c_str(), 0600), 0);
-  EXPECT_EQ(_files.contentsAtPath(onDesktop("inner/USB.app"), _desktop), Text("content"));
+  EXPECT_EQ(_files.contentsOfItemAtPath(onDesktop("inner/USB.app"), _desktop).text,
+            Text("content"));
   for (const char* const name : {"link.app", "pipe.app", "inner", "missing.app"}) {
-    EXPECT_EQ(_files.contentsAtPath(onDesktop(name), _desktop), std::nullopt) << name;
+    EXPECT_EQ(_files.contentsOfItemAtPath(onDesktop(name), _desktop).text, std::nullopt) << name;
   }
 }
 
@@ -392,7 +439,7 @@ TEST_F(FileManagerTest, NeverRemovesOrReplacesAFolder) {
             "Is a directory");
   EXPECT_EQ(reason(_files.writeShortcutAtPath(onDesktop("folder.app"), _desktop, "x")),
             "Is a directory");
-  EXPECT_TRUE(_files.fileExistsAtPath(onDesktop("folder.app"), _desktop));
+  EXPECT_TRUE(_files.itemExistsAtPath(onDesktop("folder.app"), _desktop));
   EXPECT_TRUE(fs::is_directory(onDesktop("folder.app")));
   EXPECT_EQ(namesIn(_desktop), Names{"folder.app"});
 }
@@ -402,7 +449,7 @@ TEST_F(FileManagerTest, ALinkAtThePathIsMeantItselfAndIsNoShortcut) {
   fs::create_symlink(_outside + "/victim", onDesktop("link.app"));
   fs::create_symlink(_outside + "/nothing", onDesktop("dead.app"));
   for (const char* const name : {"link.app", "dead.app"}) {
-    EXPECT_TRUE(_files.fileExistsAtPath(onDesktop(name), _desktop));
+    EXPECT_TRUE(_files.itemExistsAtPath(onDesktop(name), _desktop));
     EXPECT_NE(reason(_files.writeShortcutAtPath(onDesktop(name), _desktop, shortcutWith("x"))), "");
     EXPECT_NE(reason(_files.removeShortcutAtPath(onDesktop(name), _desktop)), "");
     EXPECT_TRUE(fs::is_symlink(onDesktop(name)));
@@ -416,7 +463,7 @@ TEST_F(FileManagerTest, ALabelWithASlashLeadsIntoAFolderThatExists) {
   fs::create_directory(onDesktop("inner"));
   const std::string path = onDesktop("inner/USB.app");
   EXPECT_EQ(reason(_files.writeShortcutAtPath(path, _desktop, shortcutWith("x"))), "");
-  EXPECT_TRUE(_files.fileExistsAtPath(path, _desktop));
+  EXPECT_TRUE(_files.itemExistsAtPath(path, _desktop));
   EXPECT_EQ(namesIn(onDesktop("inner")), Names{"USB.app"});
   EXPECT_EQ(reason(_files.removeShortcutAtPath(path, _desktop)), "");
   EXPECT_EQ(namesIn(onDesktop("inner")), Names{});
@@ -494,33 +541,6 @@ TEST_F(FileManagerTest, SaysWhyAPathBeneathIsRefused) {
             "No such file or directory");
   EXPECT_EQ(reason(_files.removeShortcutAtPath(onDesktop(std::string(300, 'n')), _desktop)),
             "File name too long");
-}
-
-// Somebody exchanges a folder for a link that leads out, over and over, while files are being
-// written through it.
-TEST_F(FileManagerTest, AFolderThatBecomesALinkMeanwhileLeadsNowhere) {
-  fs::create_directory(onDesktop("inner"));
-  fs::create_directory_symlink(_outside, onDesktop("link"));
-  std::atomic<bool> isDone = false;
-  std::thread exchanger([&] {
-    while (!isDone) {
-      ::renameat2(AT_FDCWD, onDesktop("inner").c_str(), AT_FDCWD, onDesktop("link").c_str(),
-                  RENAME_EXCHANGE);
-    }
-  });
-  int failures = 0;
-  int successes = 0;
-  for (int round = 0; round < 200'000 && (failures < 100 || successes < 100); ++round) {
-    const bool failed =
-        _files.writeShortcutAtPath(onDesktop("inner/USB.app"), _desktop, shortcutWith("x"))
-            .has_value();
-    (failed ? failures : successes) += 1;
-  }
-  isDone = true;
-  exchanger.join();
-  EXPECT_GT(failures, 0);
-  EXPECT_GT(successes, 0);
-  EXPECT_EQ(namesIn(_outside), Names{});
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 #include "base/LogLine.h"
 #include "base/LogTemplate.h"
-#include "support/linux/StandardErrorReplacement.h"
+#include "support/StandardErrorReplacement.h"
 
 namespace ravelin::platform {
 namespace {

@@ -35,18 +35,21 @@ std::string withoutOctalEscapes(std::string_view text) {
   constexpr std::size_t DIGIT_COUNT = 3;
   constexpr unsigned DIGIT_BITS = 3;
   std::string plain;
-  for (std::size_t at = 0; at < text.size(); ++at) {
+  std::size_t at = 0;
+  while ((at = text.find('\\')) != std::string_view::npos) {
     const std::string_view digits = text.substr(at + 1, DIGIT_COUNT);
     const bool isEscape =
-        text[at] == '\\' && digits.size() == DIGIT_COUNT && digits.front() <= '3' &&
+        digits.size() == DIGIT_COUNT && digits.front() <= '3' &&
         std::ranges::all_of(digits, [](char digit) { return digit >= '0' && digit <= '7'; });
     unsigned value = 0;
     for (const char digit : isEscape ? digits : std::string_view()) {
       value = (value << DIGIT_BITS) + static_cast<unsigned>(digit - '0');
     }
+    plain.append(text.substr(0, at));
     plain += isEscape ? static_cast<char>(value) : text[at];
-    at += isEscape ? DIGIT_COUNT : 0;
+    text.remove_prefix(at + 1 + (isEscape ? DIGIT_COUNT : 0));
   }
+  plain.append(text);
   return plain;
 }
 
@@ -119,33 +122,16 @@ bool isShare(const Mount& mount) {
   return mount.source.starts_with("//") && std::ranges::find(TYPES, mount.type) != TYPES.end();
 }
 
-char lowered(char character) {
-  constexpr char DISTANCE = 'a' - 'A';
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character + DISTANCE) : character;
-}
-
-std::string inLowerCase(std::string_view text) {
-  std::string result(text);
-  std::ranges::transform(result, result.begin(), lowered);
-  return result;
-}
-
-/// The source of a share as it stands in a listing.
-std::string shownSource(const Mount& share, std::string_view sought) {
-  std::string source = addingPercentEscapes(share.source).value_or(share.source);
-  const std::size_t found = inLowerCase(source).find(inLowerCase(sought));
-  if (found != std::string::npos) {
-    source.replace(found, sought.size(), sought);
-  }
-  return source;
-}
-
-std::string spacedOut(std::string_view options) {
-  std::string spaced;
+/// What stands behind the source of a mount in a listing.
+std::string restOfLine(const Mount& mount) {
+  std::string line = " on ";
+  line.append(mount.point).append(" (").append(mount.type);
+  std::string_view options = mount.options;
   while (!options.empty()) {
-    spaced.append(", ").append(take(options, ','));
+    line.append(", ").append(take(options, ','));
   }
-  return spaced;
+  line.append(")\n");
+  return line;
 }
 
 }  // namespace
@@ -215,18 +201,18 @@ bool MountTable::isGvfsMount(std::string_view path) const {
   });
 }
 
-std::string MountTable::listing(std::string_view sought) const {
-  std::string lines;
+MountListing MountTable::listing() const {
+  MountListing listing;
   for (const Mount& mount : _mounts) {
-    lines.append(isShare(mount) ? shownSource(mount, sought) : mount.source)
-        .append(" on ")
-        .append(mount.point)
-        .append(" (")
-        .append(mount.type)
-        .append(spacedOut(mount.options))
-        .append(")\n");
+    const bool isCaseless = isShare(mount);
+    const Text escaped = isCaseless ? addingPercentEscapes(mount.source) : std::nullopt;
+    const std::string source = inUtf8(escaped.value_or(mount.source));
+    if (isCaseless) {
+      listing.caseless.push_back({.begin = listing.text.size(), .size = source.size()});
+    }
+    listing.text.append(source).append(inUtf8(restOfLine(mount)));
   }
-  return inUtf8(std::move(lines));
+  return listing;
 }
 
 std::string MountTable::pointListedAs(const std::string& path) const {

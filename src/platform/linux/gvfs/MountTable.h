@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/SystemPrograms.h"
 #include "platform/Volumes.h"
 
 namespace ravelin::platform {
@@ -45,10 +46,10 @@ class MountTable {
   /// Whether GVfs has mounted something at the path.
   [[nodiscard]] bool isGvfsMount(std::string_view path) const;
 
-  /// The table as lines, the sources of shares with percent escapes. Where the source of a share
-  /// is the sought text but for the case of letters, it is written as it is sought.
+  /// The table as lines, the sources of shares with percent escapes and without regard to case:
+  /// GVfs loses it, and to the kernel's SMB file system it is as somebody has typed it.
   /// It is UTF-8: bytes that are not have the kernel's escapes, a backslash and three octal digits.
-  [[nodiscard]] std::string listing(std::string_view sought) const;
+  [[nodiscard]] MountListing listing() const;
 
   /// The mount point that is written so in the listing; the path itself where there is none.
   [[nodiscard]] std::string pointListedAs(const std::string& path) const;

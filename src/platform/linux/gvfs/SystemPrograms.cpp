@@ -4,14 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "base/PercentEscaping.h"
 #include "platform/Service.h"
+#include "platform/linux/StandardError.h"
 #include "platform/linux/gvfs/MountTable.h"
 #include "platform/linux/gvfs/VolumeSituation.h"
 #include "platform/linux/gvfs/VolumesHelper.h"
-#include "platform/posix/StandardError.h"
 
 namespace ravelin::platform {
 
@@ -32,34 +33,22 @@ ChildResult run(const std::string& name, const std::vector<std::string>& argumen
   return service<ChildProcesses>().run(located(name), arguments, output);
 }
 
-/// The described arguments for the kernel's SMB file system, whose mounting program takes the name
-/// of the share as it is; others stay.
-std::vector<std::string> translated(const std::vector<std::string>& arguments) {
-  static constexpr std::string_view GUEST = "//guest:@";
-  const bool isGuestMount = arguments.size() == 4 && arguments[0] == "-t" &&
-                            arguments[1] == "smbfs" && arguments[2].starts_with(GUEST);
-  if (!isGuestMount) {
-    return arguments;
-  }
-  const std::string source =
-      "//" + removingPercentEscapes(std::string_view(arguments[2]).substr(GUEST.size()));
-  return {"-t", "cifs", "-o", "guest", source, arguments[3]};
-}
-
 class LinuxSystemPrograms final : public SystemPrograms {
  public:
-  ChildResult mountTable(const std::string& sought) override {
+  MountListing mountTable() override {
     const auto table = MountTable::read();
     if (!table) {
       throw LaunchException("cannot read the mount table");
     }
-    ChildResult result;
-    result.output = table->listing(sought);
-    return result;
+    return table->listing();
   }
 
-  ChildResult mount(const std::vector<std::string>& arguments) override {
-    return run("mount", translated(arguments), Output::collected);
+  // The kernel's SMB file system, whose mounting program takes the name of the share as it is.
+  ChildResult mountGuestShare(const std::string& server, const std::string& share,
+                              const std::string& folder) override {
+    const std::string source =
+        std::string("//").append(server).append("/").append(removingPercentEscapes(share));
+    return run("mount", {"-t", "cifs", "-o", "guest", source, folder}, Output::collected);
   }
 
   ChildResult umount(const std::string& path) override {

@@ -5,7 +5,7 @@
 namespace ravelin::platform {
 
 std::int16_t VolumeReferences::give(const std::string& path, const IsMounted& isMounted) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   // What had this place before is not mounted any more.
   if (const auto earlier = _numbers.find(path); earlier != _numbers.end()) {
     _paths.erase(earlier->second);
@@ -15,7 +15,7 @@ std::int16_t VolumeReferences::give(const std::string& path, const IsMounted& is
 }
 
 std::int16_t VolumeReferences::numberOf(const std::string& path, const IsMounted& isMounted) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   const auto known = _numbers.find(path);
   return known == _numbers.end() ? _giveNext(path, isMounted) : known->second;
 }
@@ -39,7 +39,7 @@ std::int16_t VolumeReferences::_giveNext(const std::string& path, const IsMounte
 }
 
 Text VolumeReferences::pathOf(std::int16_t reference) const {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   const auto known = _paths.find(reference);
   return known == _paths.end() ? std::nullopt : Text(known->second);
 }

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "base/Text.h"
+#include "base/ThreadSafety.h"
 
 namespace ravelin::platform {
 
@@ -28,12 +28,12 @@ class VolumeReferences {
   [[nodiscard]] Text pathOf(std::int16_t reference) const;
 
  private:
-  std::int16_t _giveNext(const std::string& path, const IsMounted& isMounted);
+  std::int16_t _giveNext(const std::string& path, const IsMounted& isMounted) REQUIRES(_mutex);
 
-  mutable std::mutex _mutex;
-  std::map<std::int16_t, std::string> _paths;
-  std::map<std::string, std::int16_t> _numbers;
-  std::int16_t _last = 0;
+  mutable Mutex _mutex;
+  std::map<std::int16_t, std::string> _paths GUARDED_BY(_mutex);
+  std::map<std::string, std::int16_t> _numbers GUARDED_BY(_mutex);
+  std::int16_t _last GUARDED_BY(_mutex) = 0;
 };
 
 }  // namespace ravelin::platform

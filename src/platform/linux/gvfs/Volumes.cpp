@@ -78,19 +78,15 @@ class LinuxVolumes final : public Volumes {
     return path && isMounted(*path) ? path : std::nullopt;
   }
 
-  std::optional<Volume> volumeAtIndex(std::size_t index) override {
-    thread_local std::vector<Mount> volumes;
-    if (index <= 1) {
-      const auto table = MountTable::read();
-      volumes = table ? table->volumes() : std::vector<Mount>();
+  std::vector<Volume> volumes() override {
+    const auto table = MountTable::read();
+    std::vector<Volume> found;
+    for (const Mount& mount : table ? table->volumes() : std::vector<Mount>()) {
+      // The root of all has the name that separates names.
+      found.push_back({.name = mount.point == "/" ? "" : lastPathComponent(mount.point),
+                       .rootPath = mount.point});
     }
-    if (index == 0 || index > volumes.size()) {
-      volumes.clear();
-      return std::nullopt;
-    }
-    const std::string& root = volumes[index - 1].point;
-    // The root of all has the name that separates names.
-    return Volume{.name = root == "/" ? "" : lastPathComponent(root), .rootPath = root};
+    return found;
   }
 
   std::vector<MountedShare> mountedShares() override {

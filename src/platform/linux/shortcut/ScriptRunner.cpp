@@ -11,8 +11,9 @@
 #include "platform/FileManager.h"
 #include "platform/SearchPaths.h"
 #include "platform/Service.h"
-#include "platform/linux/BeneathResolver.h"
+#include "platform/linux/LinuxFolderAccess.h"
 #include "platform/linux/shortcut/DesktopEntry.h"
+#include "platform/posix/BeneathResolver.h"
 
 namespace ravelin::platform {
 
@@ -43,7 +44,7 @@ class LinuxScriptRunner final : public ScriptRunner {
     auto& files = service<FileManager>();
     const std::string path = desktop + "/" + script.fileName;
     // In this order an item that somebody else removes meanwhile is no failure.
-    return !files.removeShortcutAtPath(path, desktop) || !files.fileExistsAtPath(path, desktop);
+    return !files.removeShortcutAtPath(path, desktop) || !files.itemExistsAtPath(path, desktop);
   }
 
   static bool _perform(const AliasScript& script, const std::string& desktop) {
@@ -59,7 +60,8 @@ class LinuxScriptRunner final : public ScriptRunner {
     const std::string name = textOrNull(script.aliasName);
     const std::string path = textOrNull(script.volumePath);
     const std::string item = desktop + "/" + name;
-    const auto place = BeneathResolver().resolve(item, desktop);
+    const LinuxFolderAccess access;
+    const auto place = BeneathResolver(access).resolve(item, desktop);
     return place.error == 0 && !service<FileManager>().makeWayAtPath(item, desktop) &&
            _leadsToA(target, path) &&
            ::symlinkat(path.c_str(), place.folder.number(), place.name.c_str()) == 0;

@@ -11,8 +11,9 @@ namespace ravelin::platform {
 
 /// The short-lived helper program that decodes pictures and keeps the metadata of the desktop's
 /// files, so that the libraries for it, and whatever a broken picture does to them, stay out of
-/// this process. Whoever wants it asks for service<ShortcutHelper>(). Main thread. (Trash
-/// runs the same program.)
+/// this process. The image reader and the workspace work through it: while it is let alone, no
+/// picture that is not known yet is read, and no file manager told of an icon. Whoever wants it
+/// asks for service<ShortcutHelper>(). Main thread. (Trash runs the same program.)
 class ShortcutHelper {
  public:
   /// The program, beside this one.

@@ -49,24 +49,22 @@ Outcome runHelper(const std::string& path, const struct stat& item) {
   }
 }
 
-bool isStillThere(const BeneathResolver& resolver, const BeneathResolver::Place& place,
+bool isStillThere(const FolderAccess& access, const BeneathResolver::Place& place,
                   const struct stat& item) {
-  const Descriptor found = resolver.open(place.folder.number(), place.name);
-  struct stat status{};
-  return found.isOpen() && ::fstat(found.number(), &status) == 0 && status.st_dev == item.st_dev &&
-         status.st_ino == item.st_ino;
+  const FoundItem found = access.find(place.folder.number(), place.name);
+  return found.error == 0 && found.status.st_dev == item.st_dev &&
+         found.status.st_ino == item.st_ino;
 }
 
 }  // namespace
 
-std::optional<FileError> Trash::take(const BeneathResolver& resolver,
-                                     const BeneathResolver::Place& place, const Descriptor& item) {
+std::optional<FileError> Trash::take(const BeneathResolver::Place& place, const FoundItem& item) {
   struct stat status{};
   std::error_code error;
   // The folder's own path, without links.
   const std::filesystem::path folder = std::filesystem::read_symlink(
       "/proc/self/fd/" + std::to_string(place.folder.number()), error);
-  if (error || ::fstat(item.number(), &status) != 0) {
+  if (error || ::fstat(item.descriptor.number(), &status) != 0) {
     return FileError{"The file is no longer there"};
   }
   const Identity identity{status.st_dev, status.st_ino, status.st_ctim.tv_sec,
@@ -75,7 +73,7 @@ std::optional<FileError> Trash::take(const BeneathResolver& resolver,
     return refusal;
   }
   Outcome outcome = runHelper((folder / place.name).string(), status);
-  if (!outcome.failure && isStillThere(resolver, place, status)) {
+  if (!outcome.failure && isStillThere(_access, place, status)) {
     outcome.failure = "It is still there";
   }
   if (!outcome.failure) {
@@ -84,7 +82,7 @@ std::optional<FileError> Trash::take(const BeneathResolver& resolver,
   const Refusal refusal{.identity = identity,
                         .end = Clock::now() + REFUSAL_PERIOD,
                         .error = FileError{"Not moved to the trash: " + *outcome.failure}};
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   if (outcome.hasHung) {
     _refusalOfAll = refusal;
   } else if (_refusals.size() < REFUSALS_LIMIT) {
@@ -94,7 +92,7 @@ std::optional<FileError> Trash::take(const BeneathResolver& resolver,
 }
 
 std::optional<FileError> Trash::_refusalOf(const Identity& identity) {
-  const std::lock_guard lock(_mutex);
+  const LockGuard lock(_mutex);
   const auto now = Clock::now();
   std::erase_if(_refusals, [now](const Refusal& refusal) { return refusal.end <= now; });
   if (_refusalOfAll && _refusalOfAll->end > now) {

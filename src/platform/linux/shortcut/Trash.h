@@ -4,13 +4,13 @@
 
 #include <chrono>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <tuple>
 
+#include "base/ThreadSafety.h"
 #include "platform/FileManager.h"
-#include "platform/linux/BeneathResolver.h"
+#include "platform/posix/BeneathResolver.h"
 
 namespace ravelin::platform {
 
@@ -19,12 +19,14 @@ namespace ravelin::platform {
 /// seconds.
 class Trash {
  public:
-  /// Moves the item of this descriptor, which has been found at the place, to the trash; nothing
-  /// else, also where folders or links are moved about meanwhile. Null when it has left its place.
+  /// The access must outlive this object.
+  explicit Trash(const FolderAccess& access) : _access(access) {}
+
+  /// Moves the item, which was found at the place, to the trash; nothing else, also where folders
+  /// or links are moved about meanwhile. Null when it has left its place.
   /// What the trash did not take, and everything after a helper that hung, is refused for a minute
   /// without another attempt: who may name an item may not keep this process busy with it.
-  std::optional<FileError> take(const BeneathResolver& resolver,
-                                const BeneathResolver::Place& place, const Descriptor& item);
+  std::optional<FileError> take(const BeneathResolver::Place& place, const FoundItem& item);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -38,9 +40,10 @@ class Trash {
 
   std::optional<FileError> _refusalOf(const Identity& identity);
 
-  std::mutex _mutex;  ///< guards the two below
-  std::deque<Refusal> _refusals;
-  std::optional<Refusal> _refusalOfAll;
+  const FolderAccess& _access;
+  Mutex _mutex;
+  std::deque<Refusal> _refusals GUARDED_BY(_mutex);
+  std::optional<Refusal> _refusalOfAll GUARDED_BY(_mutex);
 };
 
 }  // namespace ravelin::platform

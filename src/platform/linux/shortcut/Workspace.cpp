@@ -16,7 +16,7 @@ class LinuxWorkspace final : public Workspace {
  public:
   bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) override {
     auto& files = service<FileManager>();
-    const Text text = files.contentsAtPath(forFile, beneath);
+    const Text text = files.contentsOfItemAtPath(forFile, beneath).text;
     const Text changed = text ? DesktopEntry::withIcon(*text, image.path()) : std::nullopt;
     return changed && !files.writeShortcutAtPath(forFile, beneath, *changed) &&
            service<ShortcutHelper>().run({"set", forFile, image.path()}).value_or(false);

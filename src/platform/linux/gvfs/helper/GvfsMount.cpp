@@ -15,6 +15,8 @@
 
 namespace ravelin::volumes {
 
+using gvfs::GioOperation;
+
 namespace {
 
 using Situation = GvfsMount::Situation;
@@ -94,34 +96,20 @@ bool isUsable(const std::string& path) {
 }  // namespace
 
 GvfsMount::GvfsMount(const char* place) : _file(g_file_new_for_commandline_arg(place)) {
-  g_signal_connect(_operation.get(), "ask-password", G_CALLBACK(_onAskPassword), this);
-  g_signal_connect(_operation.get(), "show-processes", G_CALLBACK(_onShowProcesses), this);
-  _allow(LIMIT);
+  g_signal_connect(_mount.answers(), "show-processes", G_CALLBACK(_onShowProcesses), this);
 }
 
-GvfsMount::~GvfsMount() {
-  _allow({});
-  g_signal_handlers_disconnect_by_data(_operation.get(), this);
-}
-
-void GvfsMount::_allow(std::chrono::milliseconds limit) {
-  if (_timer != 0) {
-    g_source_remove(_timer);
-  }
-  _timer =
-      limit.count() == 0 ? 0 : g_timeout_add(static_cast<guint>(limit.count()), _onTimeUp, this);
-}
+GvfsMount::~GvfsMount() { g_signal_handlers_disconnect_by_data(_mount.answers(), this); }
 
 Situation GvfsMount::mount() {
-  _isPending = true;
-  // To cancel it would only be not to hear of its end.
-  g_file_mount_enclosing_volume(_file.get(), G_MOUNT_MOUNT_NONE, _operation.get(), nullptr, _onDone,
-                                this);
-  _await();
+  // Its end is to be heard of, also when it has been given up.
+  _mount.start(nullptr);
+  const auto result = _operation.awaitUntilGivenUp();
+  _isPending = result == nullptr;
   if (_isPending) {
     return Situation::timedOut;
   }
-  if (Error error = _finishMount()) {
+  if (Error error = _finishMount(result.get())) {
     return _judge(std::move(error));
   }
   if (const Situation situation = _find(); situation != Situation::done) {
@@ -134,24 +122,15 @@ Situation GvfsMount::mount() {
   return situation;
 }
 
-void GvfsMount::giveUp() {
-  _timeIsUp = true;
-  g_cancellable_cancel(_cancellable.get());
-  if (_isPending) {
-    g_main_loop_quit(_loop.get());
-  }
-}
-
 void GvfsMount::undo() {
   if (_isPending) {
-    _allow(LATE_LIMIT);
-    _await();
-    if (_isPending || _finishMount()) {
+    _operation.allow(LATE_LIMIT);
+    const auto result = _operation.awaitUntilGivenUp();
+    if (result == nullptr || _finishMount(result.get())) {
       return;
     }
   }
-  _allow(LIMIT);
-  _cancellable.reset(g_cancellable_new());
+  _operation.allow(LIMIT);
   if (_isMounted && _find() == Situation::done) {
     _isMounted = _unmountWhenIdle([this] { return _unmountFound(); }) != Situation::done;
   }
@@ -167,11 +146,10 @@ Situation GvfsMount::_unmountWhenIdle(const std::function<Situation()>& unmount)
   return situation;
 }
 
-Error GvfsMount::_finishMount() {
-  GError* error = nullptr;
-  g_file_mount_enclosing_volume_finish(_file.get(), _result.get(), &error);
+Error GvfsMount::_finishMount(GAsyncResult* result) {
+  Error error = _mount.finish(result);
   _isMounted = error == nullptr;
-  return Error(error);
+  return error;
 }
 
 Situation GvfsMount::unmount() {
@@ -186,11 +164,10 @@ Situation GvfsMount::unmount() {
 }
 
 Situation GvfsMount::_find() {
-  g_file_find_enclosing_mount_async(_file.get(), G_PRIORITY_DEFAULT, _cancellable.get(), _onDone,
-                                    this);
-  _await();
+  g_file_find_enclosing_mount_async(_file.get(), G_PRIORITY_DEFAULT, _operation.cancellable(),
+                                    GioOperation::onDone, &_operation);
   GError* error = nullptr;
-  _found.reset(g_file_find_enclosing_mount_finish(_file.get(), _result.get(), &error));
+  _found.reset(g_file_find_enclosing_mount_finish(_file.get(), _operation.await().get(), &error));
   return error == nullptr ? Situation::done : _judge(Error(error));
 }
 
@@ -214,11 +191,10 @@ Situation GvfsMount::_unmountUnused() {
 Situation GvfsMount::_unmountFound() {
   const Owned<GFile> root(g_mount_get_root(_found.get()));
   const String path(g_file_get_path(root.get()));
-  g_mount_unmount_with_operation(_found.get(), G_MOUNT_UNMOUNT_NONE, _operation.get(),
-                                 _cancellable.get(), _onDone, this);
-  _await();
+  g_mount_unmount_with_operation(_found.get(), G_MOUNT_UNMOUNT_NONE, _mount.answers(),
+                                 _operation.cancellable(), GioOperation::onDone, &_operation);
   GError* error = nullptr;
-  g_mount_unmount_with_operation_finish(_found.get(), _result.get(), &error);
+  g_mount_unmount_with_operation_finish(_found.get(), _operation.await().get(), &error);
   if (error != nullptr) {
     return _judge(Error(error));
   }
@@ -249,17 +225,15 @@ void GvfsMount::_waitUntil(const std::function<bool()>& holds) {
   }
 }
 
-void GvfsMount::_await() { g_main_loop_run(_loop.get()); }
-
 Situation GvfsMount::_judge(Error error) {
   _message = error->message;
-  if (_timeIsUp) {
+  if (_operation.wasGivenUp()) {
     return Situation::timedOut;
   }
   if (_inUse) {
     return Situation::inUse;
   }
-  if (_timesAsked > 1) {
+  if (_mount.isGuestRefused()) {
     return Situation::notPermitted;
   }
   if (error->domain != G_IO_ERROR) {
@@ -283,36 +257,10 @@ Situation GvfsMount::_judge(Error error) {
   }
 }
 
-void GvfsMount::_onAskPassword(GMountOperation* operation, const char* /*message*/,
-                               const char* /*user*/, const char* /*domain*/,
-                               GAskPasswordFlags /*flags*/, gpointer self) {
-  auto& mount = *static_cast<GvfsMount*>(self);
-  // Asked again, the same answer would only be refused again.
-  ++mount._timesAsked;
-  g_mount_operation_set_anonymous(operation, TRUE);
-  const bool isWanted = mount._timesAsked == 1 && !mount._timeIsUp;
-  g_mount_operation_reply(operation,
-                          isWanted ? G_MOUNT_OPERATION_HANDLED : G_MOUNT_OPERATION_ABORTED);
-}
-
-void GvfsMount::_onShowProcesses(GMountOperation* operation, const char* /*message*/,
+void GvfsMount::_onShowProcesses(GMountOperation* answers, const char* /*message*/,
                                  GArray* /*processes*/, const char** /*choices*/, gpointer self) {
   static_cast<GvfsMount*>(self)->_inUse = true;
-  g_mount_operation_reply(operation, G_MOUNT_OPERATION_ABORTED);
-}
-
-void GvfsMount::_onDone(GObject* /*source*/, GAsyncResult* result, gpointer self) {
-  auto& mount = *static_cast<GvfsMount*>(self);
-  mount._result.reset(static_cast<GAsyncResult*>(g_object_ref(result)));
-  mount._isPending = false;
-  g_main_loop_quit(mount._loop.get());
-}
-
-gboolean GvfsMount::_onTimeUp(gpointer self) {
-  auto& mount = *static_cast<GvfsMount*>(self);
-  mount._timer = 0;
-  mount.giveUp();
-  return G_SOURCE_REMOVE;
+  g_mount_operation_reply(answers, G_MOUNT_OPERATION_ABORTED);
 }
 
 }  // namespace ravelin::volumes

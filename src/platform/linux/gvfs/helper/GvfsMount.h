@@ -6,6 +6,8 @@
 
 #include "platform/linux/GioTypes.h"
 #include "platform/linux/gvfs/VolumeSituation.h"
+#include "platform/linux/gvfs/gio/GioOperation.h"
+#include "platform/linux/gvfs/gio/GuestMount.h"
 
 namespace ravelin::volumes {
 
@@ -23,13 +25,12 @@ class GvfsMount {
   GvfsMount(const GvfsMount&) = delete;
   GvfsMount& operator=(const GvfsMount&) = delete;
 
-  /// Mounts the place, and waits until its files can be reached by path. Whoever asks for a
-  /// password is told that this is an anonymous user, once. What is given up may still be mounted
-  /// later by GVfs, which cannot be stopped.
+  /// Mounts the place as guest, and waits until its files can be reached by path. What is given up
+  /// may still be mounted later by GVfs, which cannot be stopped.
   Situation mount();
 
   /// Has the operation end as when the time is up. From the loop.
-  void giveUp();
+  void giveUp() { _operation.giveUp(); }
 
   /// Unmounts again what mount() has mounted, also what arrives after it has been given up: waits
   /// until GVfs has done with it, half an hour at most.
@@ -46,8 +47,7 @@ class GvfsMount {
   [[nodiscard]] const std::string& message() const { return _message; }
 
  private:
-  void _allow(std::chrono::milliseconds limit);
-  Error _finishMount();
+  Error _finishMount(GAsyncResult* result);
   Situation _find();
   Situation _unmountUnused();
   /// Tries for some seconds as long as GVfs itself is busy with the place.
@@ -55,29 +55,17 @@ class GvfsMount {
   Situation _unmountFound();
   Situation _waitForPath();
   void _waitUntil(const std::function<bool()>& holds);
-
-  /// Runs the loop until the operation that has been started calls back.
-  void _await();
   Situation _judge(Error error);
 
-  static void _onAskPassword(GMountOperation* operation, const char* message, const char* user,
-                             const char* domain, GAskPasswordFlags flags, gpointer self);
-  static void _onShowProcesses(GMountOperation* operation, const char* message, GArray* processes,
+  static void _onShowProcesses(GMountOperation* answers, const char* message, GArray* processes,
                                const char** choices, gpointer self);
-  static void _onDone(GObject* source, GAsyncResult* result, gpointer self);
-  static gboolean _onTimeUp(gpointer self);
 
   Owned<GFile> _file;
-  Loop _loop{g_main_loop_new(nullptr, FALSE)};
-  Owned<GCancellable> _cancellable{g_cancellable_new()};
-  Owned<GMountOperation> _operation{g_mount_operation_new()};
+  gvfs::GioOperation _operation{LIMIT};
+  gvfs::GuestMount _mount{_file.get(), _operation};
   Owned<GMount> _found;
-  Owned<GAsyncResult> _result;
-  guint _timer = 0;
-  bool _isPending = false;
+  bool _isPending = false;  ///< GVfs has been asked to mount and has not called back
   bool _isMounted = false;
-  int _timesAsked = 0;
-  bool _timeIsUp = false;
   bool _inUse = false;  ///< by what GVfs does there itself
   std::string _mountPoint;
   std::string _message;

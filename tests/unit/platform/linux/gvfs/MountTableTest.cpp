@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "support/TemporaryDirectory.h"
 
@@ -61,7 +64,7 @@ TEST_F(MountTableTest, TheListingHasALineForEachMount) {
       "//192.0.2.10/USB\\040Disk /mnt/My\\040Disk cifs rw,guest 0 0\n"
       "//192.0.2.10/\303\274 /mnt/u smb3 rw 0 0\n"
       "//is/no\\040share /mnt/n tmpfs rw 0 0\n");
-  EXPECT_EQ(table.listing("x"),
+  EXPECT_EQ(table.listing().text,
             "/dev/sda1 on / (ext4, rw, relatime)\n"
             "//192.0.2.10/USB%20Disk on /mnt/My Disk (cifs, rw, guest)\n"
             "//192.0.2.10/\303\274 on /mnt/u (smb3, rw)\n"
@@ -74,7 +77,7 @@ TEST_F(MountTableTest, GvfsMountsAreListedUnderTheirServersAndShares) {
   mountByGvfs("smb-share:domain=W,port=1445,server=192.0.2.12,share=odd%2C%20%28a%3Db%29");
   mountByGvfs("sftp:host=192.0.2.13");
   const std::string all = " (gvfs, rw, user_id=0)\n";
-  EXPECT_EQ(table("/dev/sda1 / ext4 rw 0 0\n").listing("x"),
+  EXPECT_EQ(table("/dev/sda1 / ext4 rw 0 0\n").listing().text,
             "gvfsd-fuse on " + _gvfs +
                 " (fuse.gvfsd-fuse, rw, user_id=0)\n"
                 "/dev/sda1 on / (ext4, rw)\n"
@@ -87,16 +90,24 @@ TEST_F(MountTableTest, GvfsMountsAreListedUnderTheirServersAndShares) {
                 "//192.0.2.11/x on " + _gvfs + "/smb-share:server=192.0.2.11,share=x" + all);
 }
 
-TEST_F(MountTableTest, ASoughtShareIsListedAsItIsSought) {
+TEST_F(MountTableTest, TheCaseOfTheSourcesOfSharesMeansNothing) {
   mountByGvfs("smb-share:server=192.0.2.10,share=usb%20disk,user=guest");
-  const std::string point = _gvfs + "/smb-share:server=192.0.2.10,share=usb%20disk,user=guest";
-  EXPECT_THAT(table().listing("192.0.2.10/USB%20Disk"),
-              testing::HasSubstr("\n//guest@192.0.2.10/USB%20Disk on " + point + " (gvfs"));
-  EXPECT_THAT(table().listing("192.0.2.10/usb%20disk"),
-              testing::HasSubstr("\n//guest@192.0.2.10/usb%20disk on " + point + " (gvfs"));
-  // Nothing but shares is written otherwise than it is.
-  EXPECT_EQ(MountTable("/DEV/SDA1 /MNT ext4 rw 0 0\n").listing("dev/sda1"),
-            "/DEV/SDA1 on /MNT (ext4, rw)\n");
+  mountByGvfs("sftp:host=192.0.2.13");
+  const MountListing listing = table(
+                                   "/dev/sda1 / ext4 rw 0 0\n"
+                                   "//192.0.2.11/X\200 /mnt/\377 cifs rw 0 0\n"
+                                   "//192.0.2.12/\303\274 /mnt smb3 rw 0 0\n"
+                                   "//is/none /mnt tmpfs rw 0 0\n")
+                                   .listing();
+  std::vector<std::string> sources;
+  std::ranges::transform(listing.caseless, std::back_inserter(sources), [&](const auto& stretch) {
+    return listing.text.substr(stretch.begin, stretch.size);
+  });
+  ASSERT_THAT(sources, ElementsAre("//192.0.2.11/X\\200", "//192.0.2.12/\303\274",
+                                   "//guest@192.0.2.10/usb%20disk"));
+  // Not something of the same text elsewhere.
+  EXPECT_EQ(listing.caseless.front().begin, listing.text.find("//192.0.2.11"));
+  EXPECT_THAT(MountTable("/DEV/SDA1 /MNT ext4 rw 0 0\n").listing().caseless, IsEmpty());
 }
 
 TEST_F(MountTableTest, BrokenNamesOfGvfsMountsAreListedAsFarAsTheyGo) {
@@ -104,7 +115,7 @@ TEST_F(MountTableTest, BrokenNamesOfGvfsMountsAreListedAsFarAsTheyGo) {
   mountByGvfs("smb-share:server");
   mountByGvfs("smb-share:=,,=x");
   EXPECT_EQ(table().mounts().size(), 4U);
-  EXPECT_THAT(table().listing("x"), testing::HasSubstr("\n/// on "));
+  EXPECT_THAT(table().listing().text, testing::HasSubstr("\n/// on "));
 }
 
 TEST_F(MountTableTest, AGvfsThatCannotBeReadHasNoMounts) {
@@ -138,7 +149,7 @@ TEST_F(MountTableTest, AListingIsUtf8WhateverIsMounted) {
       "/dev/sda1 /mnt/\303\274\377\303 ext4 rw 0 0\n"
       "//192.0.2.10/X\200 /mnt/\360\237\222\276\355\240\200 cifs rw 0 0\n"
       "//192.0.2.11/X /mnt/x cifs rw 0 0\n");
-  EXPECT_EQ(table.listing("192.0.2.11/X"),
+  EXPECT_EQ(table.listing().text,
             "/dev/sda1 on /mnt/\303\274\\377\\303 (ext4, rw)\n"
             "//192.0.2.10/X\\200 on /mnt/\360\237\222\276\\355\\240\\200 (cifs, rw)\n"
             "//192.0.2.11/X on /mnt/x (cifs, rw)\n");

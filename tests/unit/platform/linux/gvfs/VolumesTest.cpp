@@ -3,10 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <set>
 #include <string>
+#include <vector>
 
+#include "platform/linux/gvfs/MountTable.h"
 #include "platform/linux/gvfs/VolumeSituation.h"
 #include "support/StandInChildProcesses.h"
 
@@ -132,16 +136,18 @@ TEST_F(VolumesTest, OnlyWhatGvfsHasMountedHasAReference) {
   EXPECT_EQ(_volumes.referenceOfVolume("/nowhere"), 0);
 }
 
-TEST_F(VolumesTest, VolumesAreEnumeratedFromOne) {
-  std::size_t count = 0;
-  while (const auto volume = _volumes.volumeAtIndex(count + 1)) {
-    EXPECT_TRUE(volume->rootPath.starts_with('/'));
-    EXPECT_TRUE(volume->name.empty() || volume->rootPath.ends_with("/" + volume->name));
-    ++count;
+TEST_F(VolumesTest, VolumesAreNamedByTheEndsOfTheirPathsInTheOrderOfTheTable) {
+  std::vector<std::string> roots;
+  for (const Volume& volume : _volumes.volumes()) {
+    EXPECT_TRUE(volume.rootPath.starts_with('/'));
+    EXPECT_EQ(volume.name, volume.rootPath.substr(volume.rootPath.rfind('/') + 1));
+    roots.push_back(volume.rootPath);
   }
-  EXPECT_EQ(_volumes.volumeAtIndex(count + 1), std::nullopt);
-  EXPECT_EQ(_volumes.volumeAtIndex(0), std::nullopt);
-  EXPECT_EQ(_volumes.volumeAtIndex(static_cast<std::size_t>(-1)), std::nullopt);
+  const auto table = MountTable::read();
+  ASSERT_TRUE(table);
+  std::vector<std::string> expected;
+  std::ranges::transform(table->volumes(), std::back_inserter(expected), &Mount::point);
+  EXPECT_EQ(roots, expected);
 }
 
 }  // namespace

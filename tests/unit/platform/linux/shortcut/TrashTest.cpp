@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/linux/LinuxFolderAccess.h"
 #include "support/StandInChildProcesses.h"
 #include "support/TemporaryHome.h"
 
@@ -23,24 +24,23 @@ class TrashTest : public testing::Test {
   /// Why the thing at the path was not moved, or "" when it was.
   std::string take(const std::string& path) {
     const auto place = _resolver.resolve(path, _home.desktop());
-    const Descriptor item = _resolver.open(place.folder.number(), place.name);
-    const auto error = _trash.take(_resolver, place, item);
+    const auto error = _trash.take(place, _access.find(place.folder.number(), place.name));
     return error ? error->localizedDescription : "";
   }
 
   const test::TemporaryHome _home;
   const std::string _path = _home.desktop() + "/x.app";
-  const BeneathResolver _resolver;
+  const LinuxFolderAccess _access;
+  const BeneathResolver _resolver{_access};
   test::StandInChildProcesses _helper;
-  Trash _trash;
+  Trash _trash{_access};
 };
 
 TEST_F(TrashTest, TheHelperIsToldWhichFileItIs) {
   // Through a link, which could lead elsewhere by then.
   fs::create_directory_symlink(_home.desktop(), _home.path() + "/link");
   const auto place = _resolver.resolve(_home.path() + "/link/x.app", _home.path() + "/link");
-  const Descriptor item = _resolver.open(place.folder.number(), place.name);
-  static_cast<void>(_trash.take(_resolver, place, item));
+  static_cast<void>(_trash.take(place, _access.find(place.folder.number(), place.name)));
   const auto calls = _helper.takeCalls();
   ASSERT_EQ(calls.size(), 1U);
   struct stat status{};

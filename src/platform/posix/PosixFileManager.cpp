@@ -1,0 +1,174 @@
+#include "platform/posix/PosixFileManager.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/posix/Descriptor.h"
+#include "platform/posix/FileErrors.h"
+#include "platform/posix/TemporaryFile.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+using Place = BeneathResolver::Place;
+
+bool namesNothing(const std::string& path) {
+  return !path.starts_with('/') || path.find('\0') != std::string::npos;
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat status{};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// The place of a path that may lead anywhere.
+Place placeOf(const FolderAccess& access, const std::string& path) {
+  Place place;
+  const std::size_t slash = path.rfind('/');
+  place.name = path.substr(slash + 1);
+  if (place.name.empty() || place.name == "." || place.name == "..") {
+    place.error = EISDIR;
+    return place;
+  }
+  place.folder = access.openFolder(path.substr(0, slash + 1));
+  place.error = place.folder.isOpen() ? 0 : errno;
+  return place;
+}
+
+/// No content, for the reason with this number.
+FileContents noContents(int error) {
+  const bool isAbsent = error == ENOENT || error == ENOTDIR;
+  return {.text = std::nullopt, .error = isAbsent ? std::nullopt : std::optional(fileError(error))};
+}
+
+FileContents noFile(const struct stat& status) {
+  return {.text = std::nullopt,
+          .error = S_ISDIR(status.st_mode) ? fileError(EISDIR) : FileError{"It is not a file"}};
+}
+
+/// Reads to the end of the file.
+FileContents readWholly(int file, std::size_t expected, std::size_t limit) {
+  constexpr std::size_t MARGIN = 512;
+  std::string content;
+  std::size_t length = 0;
+  while (length <= limit) {
+    // Some more than there should be, so that the end shows without another read.
+    content.resize(std::max(expected, length * 2) + MARGIN);
+    const std::size_t wanted = content.size() - length;
+    const ssize_t count = ::read(file, content.data() + length, wanted);
+    if (count < 0 && errno != EINTR) {
+      return {.text = std::nullopt, .error = fileError(errno)};
+    }
+    length += count < 0 ? 0 : static_cast<std::size_t>(count);
+    // Some file systems announce an empty file and have content nevertheless.
+    const bool asExpected = expected > 0 && length == expected;
+    if (count == 0 || asExpected) {
+      content.resize(length);
+      return {.text = std::move(content), .error = std::nullopt};
+    }
+  }
+  return {.text = std::nullopt, .error = fileError(EFBIG)};
+}
+
+/// The content of the file, which has just been opened if it could be.
+FileContents contentsOf(const Descriptor& file, std::size_t limit) {
+  struct stat status{};
+  if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
+    return noContents(errno);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return noFile(status);
+  }
+  const auto size = static_cast<std::size_t>(status.st_size);
+  return size > limit ? noContents(EFBIG) : readWholly(file.number(), size, limit);
+}
+
+}  // namespace
+
+bool PosixFileManager::createDirectoryAtPath(const std::string& path) {
+  if (namesNothing(path)) {
+    return false;
+  }
+  if (isDirectory(path)) {
+    return true;
+  }
+  constexpr mode_t FOLDER_MODE = S_IRWXU | S_IRWXG | S_IRWXO;
+  // Which of them failed and why does not matter: what counts is what is there in the end.
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1)) {
+    ::mkdir(path.substr(0, slash).c_str(), FOLDER_MODE);
+  }
+  return ::mkdir(path.c_str(), FOLDER_MODE) == 0 || isDirectory(path);
+}
+
+bool PosixFileManager::fileExistsAtPath(const std::string& path) {
+  struct stat status{};
+  return !namesNothing(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+FileContents PosixFileManager::contentsAtPath(const std::string& path, std::size_t limit) {
+  return namesNothing(path) ? noContents(EINVAL)
+                            : contentsOf(Descriptor(::open(path.c_str(), READING)), limit);
+}
+
+std::optional<FileError> PosixFileManager::writeAtomically(const std::string& path,
+                                                           std::string_view content) {
+  if (namesNothing(path)) {
+    return fileError(EINVAL);
+  }
+  const Place place = placeOf(_access, path);
+  if (place.error != 0) {
+    return fileError(place.error);
+  }
+  TemporaryFile file(place.folder.number(), content, TemporaryFile::Mode::lessUmask);
+  const int error = file.error() != 0 ? file.error() : file.replace(place.name);
+  return error != 0 ? std::optional(fileError(error)) : std::nullopt;
+}
+
+bool PosixFileManager::itemExistsAtPath(const std::string& path, const Text& beneath) {
+  const Place place = _resolver.resolve(path, beneath);
+  return place.error == 0 && _shortcuts.exists(place);
+}
+
+FileContents PosixFileManager::contentsOfItemAtPath(const std::string& path, const Text& beneath) {
+  const Place place = _resolver.resolve(path, beneath);
+  if (place.error != 0) {
+    return noContents(place.error);
+  }
+  const int folder = place.folder.number();
+  const FoundItem item = _access.find(folder, place.name);
+  if (item.error != 0) {
+    return noContents(item.error);
+  }
+  // What is no file is not even opened: that may have effects of its own.
+  return S_ISREG(item.status.st_mode)
+             ? contentsOf(_access.openFound(folder, place.name, item), CONTENT_LIMIT)
+             : noFile(item.status);
+}
+
+std::optional<FileError> PosixFileManager::makeWayAtPath(const std::string& path,
+                                                         const Text& beneath) {
+  const Place place = _resolver.resolve(path, beneath);
+  return place.error != 0 ? fileError(place.error) : _shortcuts.makeWay(place);
+}
+
+std::optional<FileError> PosixFileManager::removeShortcutAtPath(const std::string& path,
+                                                                const Text& beneath) {
+  const Place place = _resolver.resolve(path, beneath);
+  return place.error != 0 ? fileError(place.error) : _shortcuts.remove(place);
+}
+
+std::optional<FileError> PosixFileManager::writeShortcutAtPath(const std::string& path,
+                                                               const Text& beneath,
+                                                               std::string_view content) {
+  const Place place = _resolver.resolve(path, beneath);
+  return place.error != 0 ? fileError(place.error) : _shortcuts.store(place, content);
+}
+
+}  // namespace ravelin::platform

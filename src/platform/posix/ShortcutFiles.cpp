@@ -1,0 +1,169 @@
+#include "platform/posix/ShortcutFiles.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "platform/posix/FileErrors.h"
+#include "platform/posix/TemporaryFile.h"
+
+namespace ravelin::platform {
+
+namespace {
+
+bool isFull(int error) { return error == ENOSPC || error == EDQUOT; }
+
+}  // namespace
+
+bool ShortcutFiles::exists(const Place& place) const {
+  const int error = _access.find(place.folder.number(), place.name).error;
+  return error == 0 || error == EXDEV;
+}
+
+std::optional<FileError> ShortcutFiles::remove(const Place& place) {
+  // Before the look: what another thread has just taken aside would not be seen.
+  const LockGuard lock(_removal);
+  const Item item = _lookAt(place.folder.number(), place.name);
+  return item.kind == Kind::shortcut ? _removeShortcutLocked(place) : item.error;
+}
+
+std::optional<FileError> ShortcutFiles::makeWay(const Place& place) {
+  const Item item = _lookAt(place.folder.number(), place.name);
+  switch (item.kind) {
+    case Kind::nothing:
+      return std::nullopt;
+    case Kind::shortcut:
+      return _removeShortcut(place);
+    case Kind::foreign:
+      break;
+  }
+  return item.found.error == 0 ? _native.moveToTrash(place, item.found) : item.error;
+}
+
+std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_view content) {
+  const int folder = place.folder.number();
+  TemporaryFile file(folder, content, TemporaryFile::Mode::exact);
+  const int failure = file.error() != 0 ? file.error() : _native.mark(folder, file.name());
+  if (failure != 0) {
+    return fileError(failure);
+  }
+  constexpr int ATTEMPTS = 10;
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    const int error = _moveIfFree(folder, file.name(), place.name);
+    if (error == 0) {
+      file.release();
+      return std::nullopt;
+    }
+    if (error != EEXIST) {
+      return fileError(error);
+    }
+    const Item item = _lookAt(folder, place.name);
+    if (item.kind == Kind::foreign) {
+      return item.error;
+    }
+    if (item.kind == Kind::nothing) {
+      continue;
+    }
+    // In one step, so that whoever looks sees the one shortcut or the other.
+    const int refusal = _native.exchange(folder, file.name(), place.name);
+    if (refusal == 0) {
+      const Item replaced = _lookAt(folder, file.name());
+      if (replaced.kind == Kind::foreign) {
+        // It came in this very moment.
+        _removeShortcut(place);
+        _putBack(folder, file.name(), place.name);
+        file.release();
+        return replaced.error;
+      }
+      if (_native.remove(folder, file.name()) == 0) {
+        file.release();
+      }
+      return std::nullopt;
+    }
+    if (refusal != ENOSYS) {
+      return fileError(refusal);
+    }
+    if (auto obstacle = _removeShortcut(place)) {
+      return obstacle;
+    }
+  }
+  return fileError(EBUSY);
+}
+
+ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name) const {
+  FoundItem found = _access.find(folder, name);
+  if (found.error != 0) {
+    const int error = found.error;
+    return {.kind = error == ENOENT ? Kind::nothing : Kind::foreign,
+            .found = std::move(found),
+            .error = fileError(error)};
+  }
+  if (_native.isShortcut(folder, name, found)) {
+    return {.kind = Kind::shortcut, .found = std::move(found), .error = {}};
+  }
+  const bool isFolder = S_ISDIR(found.status.st_mode);
+  return {
+      .kind = Kind::foreign,
+      .found = std::move(found),
+      .error = isFolder ? fileError(EISDIR) : FileError{"It is not a shortcut of Ravelin Disk"}};
+}
+
+/// Moves something that nobody else knows to a place where nothing is; 0 or the error number.
+int ShortcutFiles::_moveIfFree(int folder, const std::string& from, const std::string& to) const {
+  const int error = _native.renameIfFree(folder, from, to);
+  if (error != ENOSYS) {
+    return error;
+  }
+  if (::linkat(folder, from.c_str(), folder, to.c_str(), 0) == 0) {
+    ::unlinkat(folder, from.c_str(), 0);
+    return 0;
+  }
+  // Folders cannot have a second link, and some file systems have none at all.
+  if (errno == EEXIST || _access.find(folder, to).error != ENOENT) {
+    return EEXIST;
+  }
+  return ::renameat(folder, from.c_str(), folder, to.c_str()) == 0 ? 0 : errno;
+}
+
+/// Gives the user's thing its name back, or the next best one where that is taken.
+void ShortcutFiles::_putBack(int folder, const std::string& from, const std::string& to) const {
+  constexpr int ATTEMPTS = 100;
+  int error = _moveIfFree(folder, from, to);
+  for (int number = 1; error == EEXIST && number < ATTEMPTS; ++number) {
+    error = _moveIfFree(folder, from, to + " (" + std::to_string(number) + ")");
+  }
+}
+
+std::optional<FileError> ShortcutFiles::_removeShortcut(const Place& place) {
+  const LockGuard lock(_removal);
+  return _removeShortcutLocked(place);
+}
+
+/// Nothing tells the system to remove a file only if it is a certain one. So the file is taken
+/// aside, where nobody else finds it, looked at, and only then removed. Should the process be
+/// killed in between, a hidden file is left.
+std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place) {
+  const int folder = place.folder.number();
+  std::string taken;
+  do {
+    taken = TemporaryFile::freshName();
+  } while (_access.find(folder, taken).error == 0);
+  if (::renameat(folder, place.name.c_str(), folder, taken.c_str()) != 0) {
+    const int refusal = errno;
+    const int error = isFull(refusal) ? _native.remove(folder, place.name) : refusal;
+    return error == 0 ? std::nullopt : std::optional(fileError(error));
+  }
+  const Item item = _lookAt(folder, taken);
+  const int failure = item.kind == Kind::shortcut ? _native.remove(folder, taken) : 0;
+  if (item.kind == Kind::shortcut && failure == 0) {
+    return std::nullopt;
+  }
+  FileError error = item.kind == Kind::shortcut ? fileError(failure) : item.error;
+  _putBack(folder, taken, place.name);
+  return error;
+}
+
+}  // namespace ravelin::platform

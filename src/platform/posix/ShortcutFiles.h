@@ -1,0 +1,59 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/ThreadSafety.h"
+#include "platform/FileManager.h"
+#include "platform/posix/BeneathResolver.h"
+#include "platform/posix/NativeShortcuts.h"
+
+namespace ravelin::platform {
+
+/// The shortcuts among the files of a desktop, which are told from the rest by the system's mark.
+/// Whatever else there is belongs to the user: it is never removed or replaced here, even where it
+/// comes into a shortcut's place in the very moment of a removal. Any thread.
+class ShortcutFiles {
+ public:
+  using Place = BeneathResolver::Place;
+
+  /// Both must outlive this object.
+  ShortcutFiles(const FolderAccess& access, NativeShortcuts& native)
+      : _access(access), _native(native) {}
+
+  /// Whether there is something at the place, also something mounted.
+  [[nodiscard]] bool exists(const Place& place) const;
+
+  /// Removes the shortcut at the place. Null on success.
+  std::optional<FileError> remove(const Place& place);
+
+  /// Removes what is at the place: a shortcut for good, anything else to the user's trash. Null
+  /// when the place is free.
+  std::optional<FileError> makeWay(const Place& place);
+
+  /// Puts a shortcut that is a file with this content into the place, which is free or has a
+  /// shortcut. Null on success.
+  std::optional<FileError> store(const Place& place, std::string_view content);
+
+ private:
+  enum class Kind { nothing, shortcut, foreign };
+  struct Item {
+    Kind kind = Kind::nothing;
+    FoundItem found;
+    FileError error;  ///< why it cannot be removed, where it is no shortcut
+  };
+
+  [[nodiscard]] Item _lookAt(int folder, const std::string& name) const;
+  [[nodiscard]] int _moveIfFree(int folder, const std::string& from, const std::string& to) const;
+  void _putBack(int folder, const std::string& from, const std::string& to) const;
+  std::optional<FileError> _removeShortcut(const Place& place) EXCLUDES(_removal);
+  std::optional<FileError> _removeShortcutLocked(const Place& place) REQUIRES(_removal);
+
+  const FolderAccess& _access;
+  NativeShortcuts& _native;
+  /// So that nobody ends the process while another thread is half done.
+  Mutex _removal;
+};
+
+}  // namespace ravelin::platform

@@ -1,0 +1,73 @@
+"""What is installed: the programs that people run, and that they find their private ones from there,
+wherever that is."""
+
+import os
+import subprocess
+
+import pytest
+
+from agent import BIN, HELPER, icon, wait_until
+
+PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-open",
+            "ravelin-disk-volume"]
+HELPERS = [HELPER, "ravelin-disk-volumes-helper"]
+
+
+@pytest.fixture(name="prefix", scope="module")
+def _prefix(tmp_path_factory):
+    """Where the build has been installed."""
+    prefix = tmp_path_factory.mktemp("installed") / "first"
+    subprocess.run(["cmake", "--install", BIN.parent, "--prefix", prefix], check=True,
+                   stdout=subprocess.DEVNULL)
+    return prefix
+
+
+@pytest.fixture(name="programs", params=["installed", "moved", "linked folder", "linked programs"])
+def _programs(request, prefix, tmp_path):
+    """The folder by which the programs are reached."""
+    if request.param == "moved":
+        moved = prefix.with_name("second")
+        prefix.rename(moved)
+        request.addfinalizer(lambda: moved.rename(prefix))
+        return moved / "bin"
+    links = tmp_path / "links"
+    if request.param == "linked folder":
+        links.symlink_to(prefix / "bin")
+        return links
+    if request.param == "linked programs":
+        links.mkdir()
+        for name in PROGRAMS:
+            (links / name).symlink_to(prefix / "bin" / name)
+        return links
+    return prefix / "bin"
+
+
+def test_people_see_only_what_they_run(prefix):
+    assert sorted(os.listdir(prefix / "bin")) == PROGRAMS
+    assert sorted(os.listdir(prefix / "libexec/ravelin-disk")) == HELPERS
+
+
+def test_the_agent_has_its_helper(home, programs):
+    port = home.free_port()
+    home.configure(port)
+    picture = home.user_config.parent / "icon.ico"
+    picture.write_bytes(icon())
+    shortcut = home.desktop / "USB Disk.app"
+    shortcut.write_text("the user's")
+    agent = home.start_as_configured(port, command=[programs / "ravelin-disk-agent"])
+    agent.announce("disk_mounted")
+    wait_until(lambda: shortcut.exists() and f"\nIcon={picture}\n" in shortcut.read_text(),
+               "shortcut with the icon")
+    assert (home.trash / shortcut.name).read_text() == "the user's"
+    assert agent.terminate() == 0
+
+
+def test_the_command_for_volumes_has_its_helper(home, programs):
+    result = subprocess.run(
+        [programs / "ravelin-disk-volume", "mount", "127.0.0.77", "x"],
+        env=os.environ | {"HOME": str(home.path), "GIO_USE_VFS": "local"},
+        stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+    assert (result.returncode, result.stdout, result.stderr) == (
+        1, "", "Ravelin Disk: FSMountServerVolumeSync (x) result:-14="
+        "this session has no GVfs that can mount SMB shares\n"
+        "ravelin-disk-volume: the share cannot be mounted\n")
