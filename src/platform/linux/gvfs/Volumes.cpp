@@ -7,7 +7,7 @@
 #include "base/PathComponents.h"
 #include "platform/Service.h"
 #include "platform/linux/gvfs/MountTable.h"
-#include "platform/linux/gvfs/VolumeReferences.h"
+#include "platform/posix/VolumeReferences.h"
 #include "platform/linux/gvfs/VolumeSituation.h"
 #include "platform/linux/gvfs/VolumesHelper.h"
 

@@ -1,4 +1,4 @@
-#include "platform/linux/gvfs/VolumeReferences.h"
+#include "platform/posix/VolumeReferences.h"
 
 #include <limits>
 
