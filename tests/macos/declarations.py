@@ -116,13 +116,13 @@ class Declarations:
         return json.loads(ran.stdout, object_hook=with_file)
 
     def _framework(self, node):
-        """The framework whose stand-in holds the node, "" for none."""
+        """The framework whose stand-in holds the node, or "Runtime"; "" for none."""
         place = node.get("loc", {})
         file = place.get("expansionLoc", place).get("file")
         if file is None or not pathlib.Path(file).is_relative_to(self._folder):
             return ""
         header = pathlib.Path(file).relative_to(self._folder)
-        return header.parts[0] if len(header.parts) > 1 else "Runtime"
+        return header.stem if header.stem == header.parts[0] else "Runtime"
 
     def _outer(self, node):
         for inner in node.get("inner", []):

@@ -13,6 +13,7 @@ BUILT_IN = {
     "uint16": kinds.integer(16, False), "unichar": kinds.integer(16, False),
     "longint": kinds.integer(32, True), "cint": kinds.integer(32, True),
     "pid_t": kinds.integer(32, True),
+    "ssize_t": kinds.integer(64, True), "size_t": kinds.integer(64, False),
     "longword": kinds.integer(32, False), "cuint": kinds.integer(32, False),
     "uint32": kinds.integer(32, False),
     "int64": kinds.integer(64, True), "signedlong": kinds.integer(64, True),
