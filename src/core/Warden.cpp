@@ -79,40 +79,41 @@ int Warden::run() {
   return 0;
 }
 
+std::unique_ptr<platform::AddressChangeWatch> Warden::_watchAddresses(std::string& reason) {
+  return platform::AddressChangeWatch::start(
+      RunLoop::current(), [this] { _lookAtInterfaces(); }, reason);
+}
+
+void Warden::_lookAtInterfaces() {
+  const auto& watch = _notificationCFRunLoopSourceRef;
+  NetworkInterfaceNotificationCallback(*this, watch != nullptr && watch->membershipsMayBeLost());
+}
+
 /// Servers that join must not miss what changes after their addresses have been taken and before
-/// the notifier is there to tell of it, even if it has changed back by then.
+/// the notifier is there to tell of it, even if it has changed back by then: so their notifier
+/// watches from the start.
 void Warden::_initializeServersAndStartNotifier() {
-  bool hasChanged = false;
-  bool anAddressWentAway = false;
   std::string ignored;  // the notifier itself will be refused likewise, and that is logged
-  const auto watch = platform::AddressChangeWatch::start(
-      RunLoop::current(),
-      [&](bool wentAway) {
-        hasChanged = true;
-        anAddressWentAway |= wentAway;
-      },
-      ignored);
+  auto watch = _watchAddresses(ignored);
   _initializeServers();
-  _startNetworkInterfaceChangeNotifier();
-  if (watch) {
-    watch->tellNow();
+  if (!_serversJoin) {
+    watch.reset();
   }
-  if (_serversJoin && (hasChanged || !watch)) {
-    NetworkInterfaceNotificationCallback(*this, anAddressWentAway);
+  _startNetworkInterfaceChangeNotifier(std::move(watch));
+  if (_serversJoin) {
+    _lookAtInterfaces();
   }
 }
 
-bool Warden::_startNetworkInterfaceChangeNotifier() {
-  std::string reason;
-  auto watch = platform::AddressChangeWatch::start(
-      RunLoop::current(),
-      [this](bool anAddressWentAway) {
-        NetworkInterfaceNotificationCallback(*this, anAddressWentAway);
-      },
-      reason);
+bool Warden::_startNetworkInterfaceChangeNotifier(
+    std::unique_ptr<platform::AddressChangeWatch> watch) {
   if (!watch) {
-    Logger::logMessage("SCDynamicStoreSetNotificationKeys() failed: " + reason, LogTypeError);
-    return false;
+    std::string reason;
+    watch = _watchAddresses(reason);
+    if (!watch) {
+      Logger::logMessage("SCDynamicStoreSetNotificationKeys() failed: " + reason, LogTypeError);
+      return false;
+    }
   }
   _notificationCFRunLoopSourceRef = std::move(watch);
   return true;
@@ -120,16 +121,17 @@ bool Warden::_startNetworkInterfaceChangeNotifier() {
 
 void Warden::_stopNetworkInterfaceChangeNotifier() { _notificationCFRunLoopSourceRef.reset(); }
 
-void Warden::NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway) {
+void Warden::NetworkInterfaceNotificationCallback(Warden& mounter, bool membershipsMayBeLost) {
   const bool isBuilt = mounter._serversAreBuiltFor(_getLocalIPAdresses());
   if (gSystemWillTerminate) {
     return;
   }
   if (!isBuilt) {
     mounter._initializeServers();
-  } else if (anAddressWentAway) {
-    // It is back already, but on an interface that may be another one, even if it has the same
-    // name: the memberships have gone with the old one. Dropping them fails then, and is logged.
+  } else if (membershipsMayBeLost) {
+    // An address has been away and is back, but on an interface that may be another one, even if it
+    // has the same name: the memberships have gone with the old one. Dropping them fails then, and
+    // is logged.
     mounter._renewMemberships();
   }
 }

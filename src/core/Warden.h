@@ -62,12 +62,15 @@ class Warden {
 
  protected:
   /// Has the servers rebuilt after changes of the machine's IPv4 addresses; false, with a line in
-  /// the log, when the system refuses to tell of them.
-  bool _startNetworkInterfaceChangeNotifier();
+  /// the log, when the system refuses to tell of them. A watch from _watchAddresses() is gone on
+  /// with.
+  bool _startNetworkInterfaceChangeNotifier(
+      std::unique_ptr<platform::AddressChangeWatch> watch = nullptr);
   /// Ends that; nothing the second time.
   void _stopNetworkInterfaceChangeNotifier();
-  /// After a change: builds the servers anew unless they were built for the addresses of now.
-  static void NetworkInterfaceNotificationCallback(Warden& mounter, bool anAddressWentAway);
+  /// After a change: builds the servers anew unless they were built for the addresses of now, and
+  /// else renews their memberships if they may be lost.
+  static void NetworkInterfaceNotificationCallback(Warden& mounter, bool membershipsMayBeLost);
 
   /// Keeps gSystemActive true while this login session is the active one, until the second is
   /// called.
@@ -88,6 +91,8 @@ class Warden {
     std::string address;
   };
 
+  std::unique_ptr<platform::AddressChangeWatch> _watchAddresses(std::string& reason);
+  void _lookAtInterfaces();
   void _initializeServersAndStartNotifier();
   void _startServer(const platform::PropertyListArray& entry, bool joinIGMP);
   void _join(const std::shared_ptr<Server>& server, const std::string& group,

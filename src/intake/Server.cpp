@@ -12,6 +12,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "base/InternetAddress.h"
 #include "base/Precondition.h"
 #include "core/Logger.h"
 #include "intake/SenderAddress.h"
@@ -43,10 +44,8 @@ int makeNonBlocking(int descriptor) {
 }
 
 int bindTo(int descriptor, const Text& address, unsigned long port) {
-  sockaddr_in local{};
-  local.sin_family = AF_INET;
-  local.sin_port = htons(static_cast<std::uint16_t>(port));
-  local.sin_addr.s_addr = addressOf(address);
+  const sockaddr_in local =
+      internetAddress(addressOf(address), htons(static_cast<std::uint16_t>(port)));
   // A limited broadcast address can be bound on some systems; here it only ever means a text that
   // is no address.
   if (local.sin_addr.s_addr == INADDR_NONE) {
@@ -67,11 +66,9 @@ std::optional<sockaddr_in> unwrapped(std::span<const std::byte> address) {
       !(IN6_IS_ADDR_V4MAPPED(&wide.sin6_addr) || IN6_IS_ADDR_V4COMPAT(&wide.sin6_addr))) {
     return std::nullopt;
   }
-  sockaddr_in narrow{};
-  narrow.sin_family = AF_INET;
-  narrow.sin_port = wide.sin6_port;
-  std::memcpy(&narrow.sin_addr, &wide.sin6_addr.s6_addr[12], sizeof narrow.sin_addr);
-  return narrow;
+  in_addr_t wrapped = 0;
+  std::memcpy(&wrapped, &wide.sin6_addr.s6_addr[12], sizeof wrapped);
+  return internetAddress(wrapped, wide.sin6_port);
 }
 
 }  // namespace
@@ -122,9 +119,9 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
   }
   if (failure == 0) {
     platform::hearOnlyJoinedGroups(descriptor);
-    setCfSocket(new RunLoopSocket(descriptor, &SocketReadCallback, this));
-    precondition((cfSocket()->flags() & RunLoopSocket::CLOSE_ON_INVALIDATE) != 0, OPERATION,
-                 "flags(cfSocket) & CLOSE_ON_INVALIDATE");
+    setCfSocket(new RunLoopSocket(descriptor, [this](const RunLoopSocket& socket) {
+      return SocketReadCallback(socket, *this);
+    }));
     const bool added = cfSocket()->addTo(RunLoop::current());
     precondition(added, OPERATION, "source != null");
     return true;
@@ -155,17 +152,10 @@ void Server::stop() {
   Logger::logMessage("Server has been stopped!", LogTypeInfo);
 }
 
-bool Server::SocketReadCallback(RunLoopSocket& socket, RunLoopSocket::CallbackType type,
-                                const void* address, const void* data, void* info) {
-  static constexpr const char* OPERATION =
-      "Server::SocketReadCallback(socket, type, address, data, info)";
-  auto* server = static_cast<Server*>(info);
-  precondition(server != nullptr, OPERATION, "info is a Server");
-  precondition(&socket == server->cfSocket(), OPERATION, "socket == server.cfSocket");
-  precondition(type == RunLoopSocket::CallbackType::read, OPERATION, "type == read");
-  precondition(address == nullptr, OPERATION, "address == null");
-  precondition(data == nullptr, OPERATION, "data == null");
-  return server->_readData();
+bool Server::SocketReadCallback(const RunLoopSocket& socket, Server& server) {
+  precondition(&socket == server.cfSocket(), "Server::SocketReadCallback(socket, server)",
+               "socket == server.cfSocket");
+  return server._readData();
 }
 
 bool Server::_readData() {

@@ -82,11 +82,9 @@ class Server {
                  std::optional<std::span<const std::byte>> toAddress) const;
 
  protected:
-  /// What the run loop's socket calls. The other arguments must be the server's socket, `read` and
-  /// two nulls, and `info` the server (preconditions). Returns what `_readData` returns.
-  static bool SocketReadCallback(platform::RunLoopSocket& socket,
-                                 platform::RunLoopSocket::CallbackType type, const void* address,
-                                 const void* data, void* info);
+  /// What the run loop's socket calls, which must be the server's (a precondition). Returns what
+  /// `_readData` returns.
+  static bool SocketReadCallback(const platform::RunLoopSocket& socket, Server& server);
 
  private:
   /// On failure `error`, where given, holds the system's number of the reason.

@@ -12,20 +12,21 @@ class RunLoop;
 /// Changes that come together may be told once. The run loop's thread only.
 class AddressChangeWatch {
  public:
-  /// What is called after a change. `anAddressWentAway` says that an address may have left its
-  /// interface, though it may be back by now, there or elsewhere: what was bound to it there is
-  /// gone, even where the machine's addresses are the same as before.
-  using Changed = std::function<void(bool anAddressWentAway)>;
+  using Changed = std::function<void()>;
 
-  /// Calls `changed` on the loop's thread after every change; it may destroy the watch. Null when
-  /// the system refuses, and `reason` then says why in its words.
+  /// Has the loop call `changed` after every change from now on, those included that come before
+  /// the loop runs; it may destroy the watch. Null when the system refuses, and `reason` then says
+  /// why in its words.
   static std::unique_ptr<AddressChangeWatch> start(RunLoop& loop, Changed changed,
                                                    std::string& reason);
 
   virtual ~AddressChangeWatch() = default;
 
-  /// Calls `changed` now, if something has changed of which it has not been told yet.
-  virtual void tellNow() = 0;
+  /// Whether sockets may have lost memberships of multicast groups since this was last asked, or
+  /// since the start, even if the machine's addresses are as they were: on some systems an address
+  /// that leaves its interface takes them along, though it may be back at once. What has not been
+  /// told yet counts. Always false where the system does not let it be known.
+  [[nodiscard]] virtual bool membershipsMayBeLost() = 0;
 
   AddressChangeWatch(const AddressChangeWatch&) = delete;
   AddressChangeWatch& operator=(const AddressChangeWatch&) = delete;

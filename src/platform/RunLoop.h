@@ -6,36 +6,33 @@
 
 namespace ravelin::platform {
 
-/// The run loop of one thread: repeating timers, descriptors that become readable, and work that
-/// other threads hand over. Everything it calls, it calls on its own thread, one thing at a time.
+/// The run loop of one thread: repeating timers, descriptors that become readable, and work that is
+/// handed over. Everything it calls, it calls on its own thread and from runOnce(), one thing at a
+/// time; nothing is called when something else, such as a script, waits on that thread.
 ///
-/// Where several things are ready, termination comes first, then work handed over, then timers,
-/// then sockets, and one thing is done before the next look: a socket that is always readable
-/// keeps nothing else waiting.
+/// Where several things are ready, termination comes first. There is no other order, but nothing
+/// starves: a descriptor that is always readable, timers that are always due and an endless stream
+/// of work handed over keep neither each other nor anything else waiting for ever.
 class RunLoop {
  public:
   using Action = std::function<void()>;
   using Seconds = std::chrono::duration<double>;
 
-  /// A timer that repeats until it is destroyed. Create and destroy it on the loop's thread; its
-  /// own action may destroy it.
-  class Timer {
+  /// Something for the loop to call, until this is destroyed: after that it is called no more, even
+  /// if it was due. Create and destroy it on the loop's thread; its own action may destroy it.
+  class Registration {
    public:
-    Timer() = default;
-    virtual ~Timer() = default;
-    Timer(const Timer&) = delete;
-    Timer& operator=(const Timer&) = delete;
+    Registration() = default;
+    virtual ~Registration() = default;
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
   };
 
-  /// A descriptor being watched until this is destroyed. Create and destroy it on the loop's
-  /// thread; its own action may destroy it. It never closes the descriptor.
-  class Watch {
-   public:
-    Watch() = default;
-    virtual ~Watch() = default;
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
-  };
+  /// A timer, which repeats.
+  using Timer = Registration;
+
+  /// A descriptor being watched. The descriptor stays open, and must, until this is destroyed.
+  using Watch = Registration;
 
   enum class Urgency { termination, socket };
 
@@ -53,9 +50,12 @@ class RunLoop {
   /// Whether the calling thread is the loop's own. Any thread.
   [[nodiscard]] virtual bool isCurrent() const = 0;
 
+  /// The smallest interval of a timer, which each system has for itself. No more than 0.1 s.
+  static const Seconds SMALLEST_INTERVAL;
+
   /// Calls the action once per interval, the first time one interval from now. An interval below
-  /// the system's smallest (0.1 s on Linux), 0 and negative ones included, becomes that smallest.
-  /// A loop that was kept busy skips what it missed and stays in step. The loop's thread only.
+  /// the smallest, 0, negative ones and NaN included, becomes that smallest. A loop that was kept
+  /// busy skips what it missed and stays in step. The loop's thread only.
   [[nodiscard]] virtual std::unique_ptr<Timer> scheduleTimer(Seconds interval, Action action) = 0;
 
   /// Calls the action whenever the descriptor has something to read, or an error to report, until
@@ -64,20 +64,21 @@ class RunLoop {
                                                              Action action) = 0;
 
   /// Waits until there is something to do, but no longer than the limit, and does one thing.
-  /// The loop's thread only.
+  /// The loop's thread only, and not from one of the loop's own actions.
   virtual void runOnce(Seconds limit) = 0;
 
-  /// The limit that never comes.
+  /// Never expires.
   static constexpr Seconds DISTANT_FUTURE{1e9};
 
-  /// Has the loop's thread call the action at its next turn, and returns at once. Actions of one
-  /// caller are called in order. Any thread, and always later, even on the loop's own thread.
+  /// Has the loop's thread call the action at one of its next turns, and returns at once. Actions
+  /// of one caller are called in order. Any thread, and always later, even on the loop's own
+  /// thread.
   virtual void perform(Action action) = 0;
 
   /// Has the loop's thread call the action, and returns when it has finished; on the loop's own
   /// thread it is called directly. Any thread. The loop must be running, or the caller waits for it
   /// to run.
-  virtual void performAndWait(const Action& action) = 0;
+  void performAndWait(const Action& action);
 
  protected:
   RunLoop() = default;

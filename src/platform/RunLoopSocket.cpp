@@ -14,14 +14,13 @@ struct RunLoopSocket::State {
   RunLoopSocket& socket;  // valid while the descriptor is not -1
   int descriptor;
   Callback callback;
-  void* info;
   bool isFurtherRead = false;
   std::unique_ptr<RunLoop::Watch> watch = nullptr;
 
   void serve() {
     for (int reads = 0; reads < READS_PER_WAKE && descriptor >= 0; ++reads) {
       isFurtherRead = reads > 0;
-      if (!callback(socket, CallbackType::read, nullptr, nullptr, info)) {
+      if (!callback(socket)) {
         break;
       }
     }
@@ -29,10 +28,10 @@ struct RunLoopSocket::State {
   }
 };
 
-RunLoopSocket::RunLoopSocket(int descriptor, Callback callback, void* info)
-    : _state(std::make_shared<State>(State{*this, descriptor, callback, info})) {
+RunLoopSocket::RunLoopSocket(int descriptor, Callback callback)
+    : _state(std::make_shared<State>(State{*this, descriptor, std::move(callback)})) {
   precondition(descriptor >= 0, "RunLoopSocket", "descriptor >= 0");
-  precondition(callback != nullptr, "RunLoopSocket", "callback != nullptr");
+  precondition(_state->callback != nullptr, "RunLoopSocket", "callback != nullptr");
 }
 
 RunLoopSocket::~RunLoopSocket() { invalidate(); }

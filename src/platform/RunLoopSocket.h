@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 namespace ravelin::platform {
@@ -11,29 +12,21 @@ class RunLoop;
 /// Everything happens on the thread of the run loop to which it was added.
 class RunLoopSocket {
  public:
-  enum class CallbackType : unsigned { none = 0, read = 1 };
-
-  /// Flag: invalidating the socket closes its descriptor. Always set.
-  static constexpr unsigned CLOSE_ON_INVALIDATE = 128;
-
   /// How often the callback is called at the most for one wake-up of the run loop.
   static constexpr int READS_PER_WAKE = 16;
 
-  /// Reads once and answers whether it got something, so that a further read may find more. The
-  /// address and data arguments are always null. It may invalidate or destroy the socket.
-  using Callback = bool (*)(RunLoopSocket& socket, CallbackType type, const void* address,
-                            const void* data, void* info);
+  /// Reads once from the socket and returns whether it got something, so that a further read may
+  /// find more. It may invalidate or destroy the socket.
+  using Callback = std::function<bool(RunLoopSocket& socket)>;
 
-  /// Takes over the descriptor, which must be open; `info` is handed to every callback.
-  RunLoopSocket(int descriptor, Callback callback, void* info);
+  /// Takes over the descriptor, which must be open.
+  RunLoopSocket(int descriptor, Callback callback);
   ~RunLoopSocket();
   RunLoopSocket(const RunLoopSocket&) = delete;
   RunLoopSocket& operator=(const RunLoopSocket&) = delete;
 
   /// The descriptor, or -1 once the socket has been invalidated.
   [[nodiscard]] int native() const;
-
-  [[nodiscard]] unsigned flags() const { return CLOSE_ON_INVALIDATE; }
 
   /// Whether the read that the callback is being called for follows another one that got
   /// something in the same wake-up: then finding nothing is no failure.

@@ -10,11 +10,12 @@ class RunLoop;
 enum class SessionNotification { didBecomeActive, didResignActive };
 
 /// Tells when the login session of this process comes to the front or leaves it, until it is
-/// destroyed. Where the system knows of no sessions, nothing is ever told. The run loop's thread
-/// only; starting it never waits.
+/// destroyed. Where the system knows of no sessions, nothing is ever told. The main thread's run
+/// loop only; starting it never waits.
 class SessionActivityWatch {
  public:
-  /// Calls `notify` on the loop's thread at every change; the state at the start is not told.
+  /// Has the loop call `notify` at every change; it may destroy the watch. The state at the start
+  /// is not told.
   static std::unique_ptr<SessionActivityWatch> start(
       RunLoop& loop, std::function<void(SessionNotification)> notify);
 

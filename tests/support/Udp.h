@@ -13,16 +13,14 @@
 #include <string>
 #include <string_view>
 
+#include "base/InternetAddress.h"
 #include "base/Text.h"
 
 namespace ravelin::test {
 
 inline sockaddr_in internetAddress(const std::string& host, std::int32_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = ::inet_addr(host.c_str());
-  return address;
+  return ravelin::internetAddress(::inet_addr(host.c_str()),
+                                  htons(static_cast<std::uint16_t>(port)));
 }
 
 template <class Address>

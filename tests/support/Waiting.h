@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <thread>
 
@@ -21,6 +23,13 @@ template <class Condition>
     platform::RunLoop::main().runOnce(platform::RunLoop::Seconds(0.005));
   }
   return true;
+}
+
+/// Lets the main thread's run loop do all that has been handed over so far.
+inline void settle() {
+  bool isSettled = false;
+  platform::RunLoop::main().perform([&] { isSettled = true; });
+  EXPECT_TRUE(runUntil([&] { return isSettled; }));
 }
 
 /// Waits, with the run loop standing still, until the condition holds; false when it never does.

@@ -15,6 +15,7 @@
 #include <tuple>
 #include <utility>
 
+#include "base/InternetAddress.h"
 #include "base/Visible.h"
 
 namespace ravelin::announce {
@@ -125,7 +126,7 @@ std::variant<std::string, Failure> Sender::localAddress() const {
   // absent listener as a failure to send.
   sockaddr_in local{};
   socklen_t size = sizeof local;
-  sockaddr_in nobody{};
+  sockaddr_in nobody = internetAddress(INADDR_ANY, 0);
   nobody.sin_family = AF_UNSPEC;
   if (::connect(_socket, generic(_destination), sizeof _destination) != 0 ||
       ::getsockname(_socket, reinterpret_cast<sockaddr*>(&local), &size) != 0) {

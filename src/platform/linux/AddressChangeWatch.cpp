@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/Notices.h"
 #include "platform/RunLoop.h"
 #include "platform/posix/Descriptor.h"
 
@@ -100,42 +101,31 @@ Change drained(int descriptor) {
 /// so the notices about links would tell nothing more, and they come far more often.
 class NetlinkWatch final : public AddressChangeWatch {
  public:
-  static std::unique_ptr<AddressChangeWatch> start(RunLoop& loop, Changed changed,
-                                                   std::string& reason) {
-    Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
-    sockaddr_nl local{};
-    local.nl_family = AF_NETLINK;
-    local.nl_groups = RTMGRP_IPV4_IFADDR;
-    const auto* const address = reinterpret_cast<const sockaddr*>(&local);
-    if (!socket.isOpen() || ::bind(socket.number(), address, sizeof local) != 0) {
-      reason = std::generic_category().message(errno);
-      return nullptr;
-    }
-    // The action owns all that it uses, because what it calls may destroy the watch.
-    RunLoop::Action tell = [descriptor = socket.number(), told = std::move(changed)] {
-      if (const Change change = drained(descriptor); change.anyAtAll) {
-        told(change.anAddressWentAway);
-      }
-    };
-    auto watch = loop.watchReadable(socket.number(), RunLoop::Urgency::socket, tell);
-    if (!watch) {
-      reason = std::generic_category().message(errno);
-      return nullptr;
-    }
-    return std::make_unique<NetlinkWatch>(std::move(socket), std::move(tell), std::move(watch));
-  }
+  NetlinkWatch(RunLoop& loop, Changed changed, Descriptor socket)
+      : _notices(loop, std::move(changed)),
+        _socket(std::move(socket)),
+        _watch(
+            loop.watchReadable(_socket.number(), RunLoop::Urgency::socket, [this] { _read(); })) {}
 
-  NetlinkWatch(Descriptor socket, RunLoop::Action tell, std::unique_ptr<RunLoop::Watch> watch)
-      : _socket(std::move(socket)), _tell(std::move(tell)), _watch(std::move(watch)) {}
+  [[nodiscard]] bool isWatching() const { return _watch != nullptr; }
 
-  void tellNow() override {
-    const RunLoop::Action tell = _tell;
-    tell();
+  [[nodiscard]] bool membershipsMayBeLost() override {
+    _read();
+    return std::exchange(_anAddressWentAway, false);
   }
 
  private:
+  void _read() {
+    const Change change = drained(_socket.number());
+    _anAddressWentAway |= change.anAddressWentAway;
+    if (change.anyAtAll) {
+      _notices.tell();
+    }
+  }
+
+  Notices<> _notices;
+  bool _anAddressWentAway = false;
   Descriptor _socket;
-  RunLoop::Action _tell;
   std::unique_ptr<RunLoop::Watch> _watch;  // goes before the descriptor
 };
 
@@ -143,7 +133,21 @@ class NetlinkWatch final : public AddressChangeWatch {
 
 std::unique_ptr<AddressChangeWatch> AddressChangeWatch::start(RunLoop& loop, Changed changed,
                                                               std::string& reason) {
-  return NetlinkWatch::start(loop, std::move(changed), reason);
+  Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+  sockaddr_nl local{};
+  local.nl_family = AF_NETLINK;
+  local.nl_groups = RTMGRP_IPV4_IFADDR;
+  const auto* const address = reinterpret_cast<const sockaddr*>(&local);
+  if (!socket.isOpen() || ::bind(socket.number(), address, sizeof local) != 0) {
+    reason = std::generic_category().message(errno);
+    return nullptr;
+  }
+  auto watch = std::make_unique<NetlinkWatch>(loop, std::move(changed), std::move(socket));
+  if (!watch->isWatching()) {
+    reason = std::generic_category().message(errno);
+    return nullptr;
+  }
+  return watch;
 }
 
 }  // namespace ravelin::platform

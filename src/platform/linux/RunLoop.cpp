@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <deque>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -22,14 +21,19 @@ namespace ravelin::platform {
 
 namespace {
 
-constexpr RunLoop::Seconds SMALLEST_INTERVAL{0.1};
 constexpr std::uint64_t NEVER = UINT64_MAX;
 
 // In microseconds. To sd-event 0 would mean a quarter of a second.
 constexpr std::uint64_t TIMER_ACCURACY = 1000;
 
-/// The order in which sd-event takes what is ready at the same time.
-enum Priority : std::int64_t { TERMINATION, HANDOVER, TIMER = NATIVE_EVENT_PRIORITY, SOCKET };
+/// The order in which sd-event takes what is ready at the same time; of what has the same priority,
+/// it takes first what has been ready longest.
+enum Priority : std::int64_t { TERMINATION, HANDOVER, TIMER, SOCKET = NATIVE_EVENT_PRIORITY };
+
+/// How many turns in a row what is before the sockets may take. From then on, each source that
+/// takes a turn waits for its next one in line with the sockets, until one of these has had its
+/// turn.
+constexpr int TURNS_BEFORE_SOCKETS = 16;
 
 struct Release {
   void operator()(sd_event* event) const { sd_event_unref(event); }
@@ -58,22 +62,53 @@ std::uint64_t now() {
   return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(time).count());
 }
 
+/// Keeps account of a loop's turns.
+class Turns {
+ public:
+  void begin() { _isTaken = false; }
+
+  /// Whether something has been called since then.
+  [[nodiscard]] bool isTaken() const { return _isTaken; }
+
+  /// Notes that the source, which has this priority, is going to call something.
+  void take(sd_event_source* source, Priority priority) {
+    _isTaken = true;
+    if (priority == TERMINATION) {
+      return;
+    }
+    _beforeSockets = priority == SOCKET ? 0 : std::min(_beforeSockets, TURNS_BEFORE_SOCKETS) + 1;
+    const bool mustWait = _beforeSockets > TURNS_BEFORE_SOCKETS;
+    mustSucceed(sd_event_source_set_priority(source, mustWait ? SOCKET : priority),
+                "RunLoop priority");
+  }
+
+ private:
+  bool _isTaken = false;
+  int _beforeSockets = 0;  // turns in a row
+};
+
 /// What a source calls. It is shared between the object that the user holds and the call that is
 /// under way, because the call may destroy that object.
 struct Subscription : std::enable_shared_from_this<Subscription> {
-  Subscription(RunLoop::Action calledAction, bool& loopHasWorked)
-      : action(std::move(calledAction)), hasWorked(loopHasWorked) {}
+  Subscription(RunLoop::Action calledAction, Priority ownPriority, Turns& turnsOfLoop)
+      : action(std::move(calledAction)), priority(ownPriority), turns(turnsOfLoop) {}
+
+  /// From now on the source, which is new and has this as its user data, is this one's.
+  void own(sd_event_source* made) {
+    source.reset(made);
+    mustSucceed(sd_event_source_set_priority(made, priority), "RunLoop priority");
+  }
 
   RunLoop::Action action;
-  bool& hasWorked;
+  const Priority priority;
+  Turns& turns;
   Source source;  // null once the user's object is destroyed
   std::uint64_t interval = 0;
   std::uint64_t due = 0;
 };
 
 /// A timer or a watch, as the user holds it.
-template <class Interface>
-class Handle final : public Interface {
+class Handle final : public RunLoop::Registration {
  public:
   explicit Handle(std::shared_ptr<Subscription> subscription)
       : _subscription(std::move(subscription)) {}
@@ -87,7 +122,7 @@ class Handle final : public Interface {
 
 std::shared_ptr<Subscription> call(void* userdata) {
   auto subscription = static_cast<Subscription*>(userdata)->weak_from_this().lock();
-  subscription->hasWorked = true;
+  subscription->turns.take(subscription->source.get(), subscription->priority);
   subscription->action();
   return subscription;
 }
@@ -148,33 +183,30 @@ class EventLoop final : public RunLoop {
 
   [[nodiscard]] std::unique_ptr<Timer> scheduleTimer(Seconds interval, Action action) override {
     precondition(isCurrent(), "RunLoop::scheduleTimer", "the thread is the loop's own");
-    auto subscription = std::make_shared<Subscription>(std::move(action), _hasWorked);
+    auto subscription = std::make_shared<Subscription>(std::move(action), TIMER, _turns);
     subscription->interval = std::max(microseconds(interval), microseconds(SMALLEST_INTERVAL));
     subscription->due = now() + subscription->interval;
     sd_event_source* source = nullptr;
     mustSucceed(sd_event_add_time(_event.get(), &source, CLOCK_MONOTONIC, subscription->due,
                                   TIMER_ACCURACY, onTime, subscription.get()),
                 "RunLoop::scheduleTimer");
-    subscription->source.reset(source);
-    mustSucceed(sd_event_source_set_priority(source, TIMER), "RunLoop priority");
+    subscription->own(source);
     mustSucceed(sd_event_source_set_enabled(source, SD_EVENT_ON), "RunLoop timer");
-    return std::make_unique<Handle<Timer>>(std::move(subscription));
+    return std::make_unique<Handle>(std::move(subscription));
   }
 
   [[nodiscard]] std::unique_ptr<Watch> watchReadable(int descriptor, Urgency urgency,
                                                      Action action) override {
     precondition(isCurrent(), "RunLoop::watchReadable", "the thread is the loop's own");
-    auto subscription = std::make_shared<Subscription>(std::move(action), _hasWorked);
+    const Priority priority = urgency == Urgency::termination ? TERMINATION : SOCKET;
+    auto subscription = std::make_shared<Subscription>(std::move(action), priority, _turns);
     sd_event_source* source = nullptr;
     if (sd_event_add_io(_event.get(), &source, descriptor, EPOLLIN, onReadable,
                         subscription.get()) < 0) {
       return nullptr;
     }
-    subscription->source.reset(source);
-    mustSucceed(sd_event_source_set_priority(
-                    source, urgency == Urgency::termination ? TERMINATION : SOCKET),
-                "RunLoop priority");
-    return std::make_unique<Handle<Watch>>(std::move(subscription));
+    subscription->own(source);
+    return std::make_unique<Handle>(std::move(subscription));
   }
 
   void runOnce(Seconds limit) override {
@@ -182,12 +214,12 @@ class EventLoop final : public RunLoop {
     const bool forever = limit >= DISTANT_FUTURE;
     const std::uint64_t end = forever ? NEVER : now() + microseconds(limit);
     std::uint64_t remaining = forever ? NEVER : microseconds(limit);
-    _hasWorked = false;
+    _turns.begin();
     for (;;) {
       const int result = sd_event_run(_event.get(), remaining);
       precondition(result != -EBUSY, "RunLoop::runOnce", "no action of the loop is under way");
       mustSucceed(result, "RunLoop::runOnce");
-      if (_hasWorked) {
+      if (_turns.isTaken()) {
         return;
       }
       // Nothing was done: the time is up, or a signal has interrupted the wait.
@@ -209,25 +241,10 @@ class EventLoop final : public RunLoop {
     mustSucceed(eventfd_write(_handoverDescriptor, 1), "RunLoop::perform");
   }
 
-  void performAndWait(const Action& action) override {
-    if (isCurrent()) {
-      action();
-      return;
-    }
-    // Shared, because the loop's thread is still inside set_value() when this one goes on.
-    const auto completion = std::make_shared<std::promise<void>>();
-    const auto completed = completion->get_future();
-    perform([&action, completion] {
-      action();
-      completion->set_value();
-    });
-    completed.wait();
-  }
-
  private:
   // The eventfd counts the actions that wait, and one is called per turn: termination may come in
   // between.
-  static int _onHandover(sd_event_source* /*source*/, int descriptor, std::uint32_t /*events*/,
+  static int _onHandover(sd_event_source* source, int descriptor, std::uint32_t /*events*/,
                          void* userdata) noexcept {
     auto& self = *static_cast<EventLoop*>(userdata);
     eventfd_t taken = 0;
@@ -244,7 +261,7 @@ class EventLoop final : public RunLoop {
       action = std::move(self._actions.front());
       self._actions.pop_front();
     }
-    self._hasWorked = true;
+    self._turns.take(source, HANDOVER);
     action();
     return 0;
   }
@@ -253,12 +270,14 @@ class EventLoop final : public RunLoop {
   const int _handoverDescriptor;
   Event _event;
   Source _handover;
-  bool _hasWorked = false;  // whether the turn under way has called something
+  Turns _turns;
   std::mutex _mutex;
   std::deque<Action> _actions;  // guarded by _mutex
 };
 
 }  // namespace
+
+constinit const RunLoop::Seconds RunLoop::SMALLEST_INTERVAL{0.1};
 
 sd_event* nativeEventOf(RunLoop& loop) {
   precondition(loop.isCurrent(), "nativeEventOf", "the thread is the loop's own");

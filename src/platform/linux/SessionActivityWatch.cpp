@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Notices.h"
 #include "platform/RunLoop.h"
 #include "platform/linux/NativeEvent.h"
 
@@ -38,7 +39,7 @@ enum class Search { byProcess, byEnvironment, automatic, exhausted };
 class LoginSessionWatch final : public SessionActivityWatch {
  public:
   LoginSessionWatch(RunLoop& loop, std::function<void(SessionNotification)> notify)
-      : _loop(loop), _notify(std::move(notify)) {
+      : _loop(loop), _notices(loop, std::move(notify)) {
     // Where there is no bus now there is no session to follow either.
     _connect();
   }
@@ -213,11 +214,12 @@ class LoginSessionWatch final : public SessionActivityWatch {
   }
 
   void _tell(bool active) {
-    _notify(active ? SessionNotification::didBecomeActive : SessionNotification::didResignActive);
+    _notices.tell(active ? SessionNotification::didBecomeActive
+                         : SessionNotification::didResignActive);
   }
 
   RunLoop& _loop;
-  std::function<void(SessionNotification)> _notify;
+  Notices<SessionNotification> _notices;
   Bus _bus;
   Slot _disconnected;
   Slot _ownerChanged;

@@ -126,7 +126,7 @@ class WardenTest : public testing::Test {
   /// Waits for a number of turns of a quick timer.
   static void letTurnsPass(int count) {
     int passed = 0;
-    const auto timer = RunLoop::main().scheduleTimer(RunLoop::Seconds(0.1), [&] { ++passed; });
+    const auto timer = RunLoop::main().scheduleTimer(RunLoop::SMALLEST_INTERVAL, [&] { ++passed; });
     ASSERT_TRUE(runUntil([&] { return passed >= count; }));
   }
 

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/Announcements.h"
+#include "support/Pipe.h"
 #include "support/RecordingLog.h"
 #include "support/Udp.h"
 #include "support/Waiting.h"
@@ -440,12 +441,17 @@ TEST_F(ServerTest, AFirstReadThatFindsNothingIsAFailedRead) {
   server.setDelegate(collector);
   server.startOnPort(port);
   log.take();
-  // The hand-over and the datagram wake the loop together, and the hand-over is served first.
+  // Termination and the datagram wake the loop together, and termination is served first.
   ASSERT_TRUE(sender.send("taken away", port));
   std::array<char, 64> taken{};
   ssize_t size = 0;
-  platform::RunLoop::main().perform(
-      [&] { size = ::recv(server.cfSocket()->native(), taken.data(), taken.size(), 0); });
+  const test::Pipe pipe;
+  pipe.write();
+  const auto urgent = platform::RunLoop::main().watchReadable(
+      pipe.reader(), platform::RunLoop::Urgency::termination, [&] {
+        pipe.read();
+        size = ::recv(server.cfSocket()->native(), taken.data(), taken.size(), 0);
+      });
   EXPECT_TRUE(runUntil([&] { return !log.lines().empty(); }));
   EXPECT_EQ(size, 10);
   ASSERT_TRUE(sender.send("next", port));
@@ -461,30 +467,18 @@ TEST_F(ServerDeathTest, ACallbackThatIsNotTheServersOwnEndsTheProcess) {
   server.startOnPort(port);
   other.startOnPort(port);
   platform::RunLoopSocket& socket = *server.cfSocket();
-  using Type = platform::RunLoopSocket::CallbackType;
-  const int something = 0;
-  const auto message = [](const std::string& condition) {
-    return AllOf(HasSubstr("Server::SocketReadCallback"), HasSubstr(condition + "\n"));
-  };
-  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, nullptr),
-               message("info is a Server"));
-  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &other),
-               message("socket == server.cfSocket"));
-  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::none, nullptr, nullptr, &server),
-               message("type == read"));
-  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, &something, nullptr, &server),
-               message("address == null"));
-  EXPECT_DEATH(OpenServer::SocketReadCallback(socket, Type::read, nullptr, &something, &server),
-               message("data == null"));
+  EXPECT_DEATH(
+      OpenServer::SocketReadCallback(socket, other),
+      AllOf(HasSubstr("Server::SocketReadCallback"), HasSubstr("socket == server.cfSocket\n")));
   EXPECT_DEATH(
       {
         socket.invalidate();
-        OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &server);
+        OpenServer::SocketReadCallback(socket, server);
       },
       AllOf(HasSubstr("Server::_readData"), HasSubstr("native(cfSocket) >= 0\n")));
   // Where everything is right, it reads: here, that there is nothing.
   log.take();
-  EXPECT_FALSE(OpenServer::SocketReadCallback(socket, Type::read, nullptr, nullptr, &server));
+  EXPECT_FALSE(OpenServer::SocketReadCallback(socket, server));
   EXPECT_THAT(log.lines(), ElementsAre(UNREADABLE));
 }
 

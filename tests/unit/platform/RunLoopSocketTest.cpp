@@ -19,12 +19,14 @@
 #include <vector>
 
 #include "platform/RunLoop.h"
+#include "support/Pipe.h"
 
 namespace ravelin::platform {
 namespace {
 
 using std::chrono::steady_clock;
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 using Seconds = RunLoop::Seconds;
 
 /// A non-blocking UDP socket bound to a free port of the loopback address; the caller closes it.
@@ -85,26 +87,25 @@ struct Reader {
   int failedFirstReads = 0;
   std::function<void()> afterRead;
 
-  explicit Reader(int descriptor = receivingDescriptor())
-      : socket(std::make_unique<RunLoopSocket>(descriptor, read, this)) {}
+  explicit Reader(int descriptor = receivingDescriptor()) : socket(makeSocket(descriptor)) {}
 
-  static bool read(RunLoopSocket& socket, RunLoopSocket::CallbackType type, const void* address,
-                   const void* data, void* info) {
-    auto& self = *static_cast<Reader*>(info);
-    EXPECT_EQ(&socket, self.socket.get());
-    EXPECT_EQ(type, RunLoopSocket::CallbackType::read);
-    EXPECT_EQ(address, nullptr);
-    EXPECT_EQ(data, nullptr);
-    self.furtherReads.push_back(socket.isFurtherRead());
+  std::unique_ptr<RunLoopSocket> makeSocket(int descriptor) {
+    return std::make_unique<RunLoopSocket>(
+        descriptor, [this](RunLoopSocket& readable) { return read(readable); });
+  }
+
+  bool read(RunLoopSocket& readable) {
+    EXPECT_EQ(&readable, socket.get());
+    furtherReads.push_back(readable.isFurtherRead());
     std::array<char, 16> buffer = {};
-    const ssize_t size = recv(socket.native(), buffer.data(), buffer.size(), 0);
+    const ssize_t size = recv(readable.native(), buffer.data(), buffer.size(), 0);
     if (size < 0) {
-      self.failedFirstReads += socket.isFurtherRead() ? 0 : 1;
+      failedFirstReads += readable.isFurtherRead() ? 0 : 1;
       return false;
     }
-    self.texts.emplace_back(buffer.data(), static_cast<std::size_t>(size));
-    if (self.afterRead) {
-      self.afterRead();
+    texts.emplace_back(buffer.data(), static_cast<std::size_t>(size));
+    if (afterRead) {
+      afterRead();
     }
     return true;
   }
@@ -141,14 +142,10 @@ TEST(RunLoopSocketTest, ReadsABoundedNumberPerWakeUp) {
 TEST(RunLoopSocketTest, StopsReadingWhenTheCallbackFoundNothing) {
   auto& loop = RunLoop::current();
   int calls = 0;
-  RunLoopSocket socket(
-      receivingDescriptor(),
-      [](RunLoopSocket& /*socket*/, RunLoopSocket::CallbackType /*type*/, const void* /*address*/,
-         const void* /*data*/, void* info) {
-        ++*static_cast<int*>(info);
-        return false;
-      },
-      &calls);
+  RunLoopSocket socket(receivingDescriptor(), [&](RunLoopSocket& /*socket*/) {
+    ++calls;
+    return false;
+  });
   ASSERT_TRUE(socket.addTo(loop));
   Sender().send(socket.native(), 3);
   loop.runOnce(Seconds(10));
@@ -204,11 +201,9 @@ TEST(RunLoopSocketTest, ASocketThatIsAlwaysReadableDelaysNothingElse) {
   ASSERT_TRUE(reader.socket->addTo(loop));
   std::vector<std::string> calls;
   const auto timer = loop.scheduleTimer(Seconds(0.1), [&] { calls.emplace_back("timer"); });
-  std::array<int, 2> pipeEnds = {-1, -1};
-  ASSERT_EQ(pipe(pipeEnds.data()), 0);
-  const auto termination = loop.watchReadable(pipeEnds[0], RunLoop::Urgency::termination, [&] {
-    char byte = 0;
-    EXPECT_EQ(::read(pipeEnds[0], &byte, 1), 1);
+  const test::Pipe pipe;
+  const auto termination = loop.watchReadable(pipe.reader(), RunLoop::Urgency::termination, [&] {
+    pipe.read();
     calls.emplace_back("termination");
   });
   loop.runOnce(Seconds(10));
@@ -216,16 +211,14 @@ TEST(RunLoopSocketTest, ASocketThatIsAlwaysReadableDelaysNothingElse) {
 
   std::this_thread::sleep_for(std::chrono::milliseconds(150));
   loop.perform([&] { calls.emplace_back("action"); });
-  ASSERT_EQ(write(pipeEnds[1], "x", 1), 1);
-  for (int i = 0; i < 3; ++i) {
+  pipe.write();
+  loop.runOnce(Seconds(10));
+  EXPECT_THAT(calls, ElementsAre("termination"));
+  for (int turn = 0; turn < 4; ++turn) {
     loop.runOnce(Seconds(10));
   }
-  EXPECT_THAT(calls, ElementsAre("termination", "action", "timer"));
-  EXPECT_EQ(reader.texts.size(), 16U);
-  loop.runOnce(Seconds(10));
-  EXPECT_EQ(reader.texts.size(), 32U);
-  close(pipeEnds[0]);
-  close(pipeEnds[1]);
+  EXPECT_THAT(calls, UnorderedElementsAre("termination", "action", "timer"));
+  EXPECT_EQ(reader.texts.size(), 48U);
 }
 
 TEST(RunLoopSocketTest, TimersAndActionsGoOnThroughAFlood) {
@@ -261,11 +254,10 @@ TEST(RunLoopSocketTest, TimersAndActionsGoOnThroughAFlood) {
   other.join();
 }
 
-TEST(RunLoopSocketTest, TakesItsFlagsAndDescriptorFromTheStart) {
+TEST(RunLoopSocketTest, HasItsDescriptorFromTheStart) {
   const int descriptor = receivingDescriptor();
   const Reader reader(descriptor);
   EXPECT_EQ(reader.socket->native(), descriptor);
-  EXPECT_EQ(reader.socket->flags() & RunLoopSocket::CLOSE_ON_INVALIDATE, 128U);
   EXPECT_FALSE(reader.socket->isFurtherRead());
 }
 
@@ -365,7 +357,7 @@ TEST(RunLoopSocketTest, TheCallbackMayDestroyItInALaterReadAndMakeANewOne) {
   reader.afterRead = [&] {
     if (reader.texts.size() == 3) {
       reader.socket.reset();
-      reader.socket = std::make_unique<RunLoopSocket>(receivingDescriptor(), Reader::read, &reader);
+      reader.socket = reader.makeSocket(receivingDescriptor());
       EXPECT_TRUE(reader.socket->addTo(loop));
     }
   };
@@ -402,9 +394,11 @@ TEST(RunLoopSocketTest, IsServedByTheLoopOfTheThreadThatAddedIt) {
   EXPECT_THAT(texts, ElementsAre("0", "1"));
 }
 
-TEST(RunLoopSocketDeathTest, NeedsADescriptor) {
+TEST(RunLoopSocketDeathTest, NeedsADescriptorAndACallback) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(RunLoopSocket(-1, Reader::read, nullptr), "RunLoopSocket");
+  EXPECT_DEATH(RunLoopSocket(-1, [](RunLoopSocket& /*socket*/) { return false; }),
+               "RunLoopSocket.*descriptor >= 0");
+  EXPECT_DEATH(RunLoopSocket(receivingDescriptor(), nullptr), "RunLoopSocket.*callback != nullptr");
 }
 
 }  // namespace

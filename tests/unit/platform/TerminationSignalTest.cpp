@@ -6,35 +6,45 @@
 #include <semaphore.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <functional>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "platform/RunLoop.h"
+#include "platform/posix/TerminationHandling.h"
 
 namespace ravelin::platform {
 namespace {
 
 using Seconds = RunLoop::Seconds;
 
-/// The handler can be installed once per process: every test installs it in a process of its own,
-/// which tells by its status how it went.
-class TerminationSignalTest : public testing::Test {
+using Installation = void (*)(std::function<void()> handler);
+
+/// The system's own way and the one that every system has. The handler can be installed once per
+/// process: every test installs it in a process of its own, which tells by its status how it went.
+class TerminationSignalTest : public testing::TestWithParam<std::pair<const char*, Installation>> {
  protected:
   static constexpr int PASSED = 42;
+
+  static void install(std::function<void()> handler) { GetParam().second(std::move(handler)); }
 
   TerminationSignalTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
   [[noreturn]] static void finish(bool passed) { _exit(passed ? PASSED : 1); }
 };
 
-TEST_F(TerminationSignalTest, TheHandlerRunsOnTheMainLoopAndNotInTheSignal) {
+TEST_P(TerminationSignalTest, TheHandlerRunsOnTheMainLoopAndNotInTheSignal) {
   EXPECT_EXIT(
       {
         int calls = 0;
-        installTerminationHandler([&] { calls += RunLoop::main().isCurrent() ? 1 : 100; });
+        install([&] { calls += RunLoop::main().isCurrent() ? 1 : 100; });
         RunLoop::main().runOnce(Seconds(0.1));
         const bool silentBefore = calls == 0;
         raise(SIGTERM);
@@ -47,10 +57,10 @@ TEST_F(TerminationSignalTest, TheHandlerRunsOnTheMainLoopAndNotInTheSignal) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, TheHandlerMayEndTheProcess) {
+TEST_P(TerminationSignalTest, TheHandlerMayEndTheProcess) {
   EXPECT_EXIT(
       {
-        installTerminationHandler([] { exit(PASSED); });
+        install([] { exit(PASSED); });
         raise(SIGTERM);
         RunLoop::main().runOnce(Seconds(10));
         finish(false);
@@ -58,11 +68,11 @@ TEST_F(TerminationSignalTest, TheHandlerMayEndTheProcess) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, WakesTheSleepingLoopWhicheverThreadRuns) {
+TEST_P(TerminationSignalTest, WakesTheSleepingLoopWhicheverThreadRuns) {
   EXPECT_EXIT(
       {
         int calls = 0;
-        installTerminationHandler([&] { ++calls; });
+        install([&] { ++calls; });
         for (int expected = 1; expected <= 2; ++expected) {
           std::thread other([] {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -78,17 +88,19 @@ TEST_F(TerminationSignalTest, WakesTheSleepingLoopWhicheverThreadRuns) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, ComesBeforeEverythingElseThatWaits) {
+TEST_P(TerminationSignalTest, ComesBeforeEverythingElseThatWaits) {
   std::array<int, 2> ends = {-1, -1};
   EXPECT_EXIT(
       {
         auto& loop = RunLoop::main();
         std::string order;
         const bool readable = pipe(ends.data()) == 0 && write(ends[1], "x", 1) == 1;
-        const auto watch =
-            loop.watchReadable(ends[0], RunLoop::Urgency::socket, [&] { order += 's'; });
+        const auto watch = loop.watchReadable(ends[0], RunLoop::Urgency::socket, [&] {
+          char byte = 0;
+          order += ::read(ends[0], &byte, 1) == 1 ? 's' : '?';
+        });
         const auto timer = loop.scheduleTimer(Seconds(0.1), [&] { order += 't'; });
-        installTerminationHandler([&] { order += 'T'; });
+        install([&] { order += 'T'; });
         std::this_thread::sleep_for(std::chrono::milliseconds(150));
         loop.perform([&] {
           order += 'a';
@@ -99,16 +111,18 @@ TEST_F(TerminationSignalTest, ComesBeforeEverythingElseThatWaits) {
         for (int i = 0; i < 6; ++i) {
           loop.runOnce(Seconds(10));
         }
-        finish(readable && order == "TaTbts");
+        const std::size_t action = order.find('a');
+        finish(readable && order.starts_with('T') && order.compare(action, 2, "aT") == 0 &&
+               std::ranges::is_permutation(order, std::string("TaTbts")));
       },
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, DoesNotDisturbABlockedSystemCall) {
+TEST_P(TerminationSignalTest, DoesNotDisturbABlockedSystemCall) {
   EXPECT_EXIT(
       {
         int calls = 0;
-        installTerminationHandler([&] { ++calls; });
+        install([&] { ++calls; });
         const std::string name = "/ravelin-disk-test-" + std::to_string(getpid());
         sem_t* semaphore = sem_open(name.c_str(), O_CREAT | O_EXCL, 0600, 0);
         sem_unlink(name.c_str());
@@ -129,11 +143,11 @@ TEST_F(TerminationSignalTest, DoesNotDisturbABlockedSystemCall) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, SurvivesManySignals) {
+TEST_P(TerminationSignalTest, SurvivesManySignals) {
   EXPECT_EXIT(
       {
         int calls = 0;
-        installTerminationHandler([&] { ++calls; });
+        install([&] { ++calls; });
         for (int i = 0; i < 10000; ++i) {
           raise(SIGTERM);
         }
@@ -143,18 +157,18 @@ TEST_F(TerminationSignalTest, SurvivesManySignals) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, BeforeItTheSignalsOfASessionEndTheProcess) {
+TEST_P(TerminationSignalTest, BeforeItTheSignalsOfASessionEndTheProcess) {
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT}) {
     EXPECT_EXIT(
         {
-          installTerminationHandler([] {});
+          install([] {});
           raise(signal);
           finish(true);
         },
         testing::KilledBySignal(signal), "");
     EXPECT_EXIT(
         {
-          installTerminationHandler([] {});
+          install([] {});
           std::thread([signal] { raise(signal); }).join();
           finish(true);
         },
@@ -162,7 +176,7 @@ TEST_F(TerminationSignalTest, BeforeItTheSignalsOfASessionEndTheProcess) {
   }
 }
 
-TEST_F(TerminationSignalTest, BeforeItNoOtherSignalChanges) {
+TEST_P(TerminationSignalTest, BeforeItNoOtherSignalChanges) {
   const auto dispositions = [] {
     std::string text;
     for (int signal = 1; signal < 32; ++signal) {
@@ -178,18 +192,18 @@ TEST_F(TerminationSignalTest, BeforeItNoOtherSignalChanges) {
   EXPECT_EXIT(
       {
         const std::string before = dispositions();
-        installTerminationHandler([] {});
+        install([] {});
         finish(dispositions() == before);
       },
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, ASignalThatWasIgnoredStaysIgnored) {
+TEST_P(TerminationSignalTest, ASignalThatWasIgnoredStaysIgnored) {
   EXPECT_EXIT(
       {
         signal(SIGHUP, SIG_IGN);
         signal(SIGINT, SIG_IGN);
-        installTerminationHandler([] {});
+        install([] {});
         raise(SIGHUP);
         raise(SIGINT);
         finish(true);
@@ -197,11 +211,11 @@ TEST_F(TerminationSignalTest, ASignalThatWasIgnoredStaysIgnored) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, FromItOnTheSignalsOfASessionDoNothing) {
+TEST_P(TerminationSignalTest, FromItOnTheSignalsOfASessionDoNothing) {
   EXPECT_EXIT(
       {
         bool called = false;
-        installTerminationHandler([&] { called = true; });
+        install([&] { called = true; });
         kill(getpid(), SIGTERM);
         // The loop has not taken it yet.
         for (const int signal : {SIGHUP, SIGINT, SIGQUIT}) {
@@ -217,15 +231,20 @@ TEST_F(TerminationSignalTest, FromItOnTheSignalsOfASessionDoNothing) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, NothingCutsTheHandlerShort) {
+TEST_P(TerminationSignalTest, NothingCutsTheHandlerShort) {
   EXPECT_EXIT(
       {
-        installTerminationHandler([] {
-          for (const int signal :
-               {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ,
-                SIGVTALRM, SIGPROF, SIGIO, SIGPWR, SIGTSTP, SIGTTIN, SIGTTOU, SIGRTMIN, SIGRTMAX}) {
-            kill(getpid(), signal);
-            raise(signal);
+        install([] {
+          constexpr std::array MAY_END_IT{SIGTERM, SIGKILL, SIGSTOP, SIGILL,  SIGTRAP,
+                                          SIGABRT, SIGBUS,  SIGFPE,  SIGSEGV, SIGSYS};
+          for (int signal = 1; signal < NSIG; ++signal) {
+            // Some numbers belong to the system's libraries alone.
+            struct sigaction action = {};
+            if (std::ranges::find(MAY_END_IT, signal) == MAY_END_IT.end() &&
+                sigaction(signal, nullptr, &action) == 0) {
+              kill(getpid(), signal);
+              raise(signal);
+            }
           }
           finish(true);
         });
@@ -236,16 +255,68 @@ TEST_F(TerminationSignalTest, NothingCutsTheHandlerShort) {
       testing::ExitedWithCode(PASSED), "");
 }
 
-TEST_F(TerminationSignalTest, IsInstalledOnceAndByTheMainThread) {
+TEST_P(TerminationSignalTest, IsInstalledOnceAndByTheMainThread) {
   EXPECT_DEATH(
       {
-        installTerminationHandler([] {});
-        installTerminationHandler([] {});
+        install([] {});
+        install([] {});
       },
       "installTerminationHandler");
-  EXPECT_DEATH(std::thread([] { installTerminationHandler([] {}); }).join(),
-               "installTerminationHandler");
+  EXPECT_DEATH(std::thread([] { install([] {}); }).join(), "installTerminationHandler");
 }
+
+TEST_P(TerminationSignalTest, WhatWakesTheLoopIsKeptFromOtherProgramsAndNeverWaits) {
+  const auto openDescriptors = [] {
+    std::set<int> numbers;
+    for (int number = 0; number < 64; ++number) {
+      if (fcntl(number, F_GETFD) != -1) {
+        numbers.insert(number);
+      }
+    }
+    return numbers;
+  };
+  EXPECT_EXIT(
+      {
+        const bool hasLoop = RunLoop::main().isCurrent();
+        const auto before = openDescriptors();
+        install([] {});
+        const auto after = openDescriptors();
+        bool isRight = hasLoop && after.size() > before.size();
+        for (const int number : after) {
+          isRight &= before.contains(number) || ((fcntl(number, F_GETFD) & FD_CLOEXEC) != 0 &&
+                                                 (fcntl(number, F_GETFL) & O_NONBLOCK) != 0);
+        }
+        finish(isRight);
+      },
+      testing::ExitedWithCode(PASSED), "");
+}
+
+TEST_P(TerminationSignalTest, IsTakenThoughItWasBlockedOrIgnoredBefore) {
+  EXPECT_EXIT(
+      {
+        int calls = 0;
+        sigset_t termination;
+        sigemptyset(&termination);
+        sigaddset(&termination, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &termination, nullptr);
+        signal(SIGTERM, SIG_IGN);
+        install([&] { ++calls; });
+        kill(getpid(), SIGTERM);
+        RunLoop::main().runOnce(Seconds(10));
+        finish(calls == 1);
+      },
+      testing::ExitedWithCode(PASSED), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, TerminationSignalTest,
+                         testing::Values(std::pair("OfTheSystem", &installTerminationHandler),
+                                         std::pair(
+                                             "ThroughAPipe",
+                                             +[](std::function<void()> handler) {
+                                               handleTermination(RunLoop::main(), wakeThroughPipe,
+                                                                 std::move(handler));
+                                             })),
+                         [](const auto& way) { return std::string(way.param.first); });
 
 }  // namespace
 }  // namespace ravelin::platform

@@ -79,17 +79,16 @@ class AddressChangeWatchTest : public testing::Test {
     }
   }
 
-  /// Starts a watch that writes down what it tells.
+  /// Starts a watch that writes down, for everything it tells, whether memberships may be lost.
   void start() {
     std::string reason = "untouched";
     watch = AddressChangeWatch::start(
-        RunLoop::main(), [this](bool anAddressWentAway) { told.push_back(anAddressWentAway); },
-        reason);
+        RunLoop::main(), [this] { told.push_back(watch->membershipsMayBeLost()); }, reason);
     ASSERT_NE(watch, nullptr) << reason;
     EXPECT_EQ(reason, "untouched");
   }
 
-  /// Waits for something to be told, and answers all that is.
+  /// Waits for something to be told, and returns all that is.
   std::vector<bool> nextTold() {
     EXPECT_TRUE(runUntil([this] { return !told.empty(); }));
     return std::exchange(told, {});
@@ -251,7 +250,7 @@ TEST_F(AddressChangeWatchTest, MayBeDestroyedByWhatItCalls) {
   int seen = 0;
   watch = AddressChangeWatch::start(
       RunLoop::main(),
-      [this, &seen, shared](bool /*anAddressWentAway*/) {
+      [this, &seen, shared] {
         watch.reset();
         seen += *shared;
       },
@@ -268,9 +267,9 @@ TEST_F(AddressChangeWatchTest, SeveralWatchesAreAllTold) {
   start();
   std::string reason;
   std::vector<bool> toldToo;
-  const auto another = AddressChangeWatch::start(
-      RunLoop::main(), [&](bool anAddressWentAway) { toldToo.push_back(anAddressWentAway); },
-      reason);
+  std::unique_ptr<AddressChangeWatch> another;
+  another = AddressChangeWatch::start(
+      RunLoop::main(), [&] { toldToo.push_back(another->membershipsMayBeLost()); }, reason);
   ASSERT_NE(another, nullptr);
   ip("address add 192.0.2.1/24 dev near");
   EXPECT_TRUE(runUntil([&] { return !told.empty() && !toldToo.empty(); }));
@@ -293,47 +292,47 @@ TEST_F(AddressChangeWatchTest, ItsDescriptorIsKeptFromOtherProgramsAndNeverWaits
   EXPECT_EQ(added, 1);
 }
 
-TEST_F(AddressChangeWatchTest, TellsAtOnceWhatIsYetToBeTold) {
+TEST_F(AddressChangeWatchTest, ANoticeIsDeliveredByTheLoopInATurnOfItsOwn) {
   start();
-  watch->tellNow();
+  ip("address add 192.0.2.1/24 dev near");
+  // The turn in which the watch learns of it.
+  RunLoop::main().runOnce(Seconds(10));
   EXPECT_THAT(told, IsEmpty());
-  ip("address add 192.0.2.1/24 dev near");
-  watch->tellNow();
-  EXPECT_THAT(std::exchange(told, {}), ElementsAre(false));
-  ip("address del 192.0.2.1/24 dev near");
-  ip("address add 192.0.2.1/24 dev near");
-  watch->tellNow();
-  EXPECT_THAT(std::exchange(told, {}), ElementsAre(true));
-  watch->tellNow();
-  EXPECT_TRUE(nothingWakesTheLoop());
-  EXPECT_THAT(told, IsEmpty());
-  ip("address del 192.0.2.1/24 dev near");
-  EXPECT_THAT(nextTold(), ElementsAre(true));
-}
-
-TEST_F(AddressChangeWatchTest, MayEndWhileItTellsAtOnce) {
-  std::string reason;
-  watch = AddressChangeWatch::start(
-      RunLoop::main(),
-      [this](bool anAddressWentAway) {
-        watch.reset();
-        told.push_back(anAddressWentAway);
-      },
-      reason);
-  ASSERT_NE(watch, nullptr) << reason;
-  ip("address add 192.0.2.1/24 dev near");
-  watch->tellNow();
+  RunLoop::main().runOnce(Seconds(10));
   EXPECT_THAT(told, ElementsAre(false));
 }
 
-TEST_F(AddressChangeWatchTest, ARefusalIsAnsweredWithItsReason) {
+TEST_F(AddressChangeWatchTest, ANoticeOnItsWayIsNotDeliveredOnceTheWatchIsDestroyed) {
+  start();
+  ip("address add 192.0.2.1/24 dev near");
+  RunLoop::main().runOnce(Seconds(10));
+  watch.reset();
+  RunLoop::main().runOnce(A_WHILE);
+  EXPECT_TRUE(nothingWakesTheLoop());
+  EXPECT_THAT(told, IsEmpty());
+}
+
+TEST_F(AddressChangeWatchTest, SaysOnceThatMembershipsMayBeLostAndBeforeItTells) {
+  ip("address add 192.0.2.1/24 dev near");
+  start();
+  EXPECT_FALSE(watch->membershipsMayBeLost());
+  ip("address add 192.0.2.2/24 dev near");
+  EXPECT_FALSE(watch->membershipsMayBeLost());
+  ip("address del 192.0.2.1/24 dev near");
+  ip("address add 192.0.2.1/24 dev near");
+  EXPECT_TRUE(watch->membershipsMayBeLost());
+  EXPECT_FALSE(watch->membershipsMayBeLost());
+  // Asking keeps nothing from being told.
+  EXPECT_THAT(told, IsEmpty());
+  EXPECT_THAT(nextTold(), ElementsAre(false));
+}
+
+TEST_F(AddressChangeWatchTest, ARefusalHasItsReason) {
   ASSERT_NE(&RunLoop::main(), nullptr);
   std::string reason;
   {
     const test::NoFreeDescriptors none;
-    EXPECT_EQ(AddressChangeWatch::start(
-                  RunLoop::main(), [](bool /*anAddressWentAway*/) {}, reason),
-              nullptr);
+    EXPECT_EQ(AddressChangeWatch::start(RunLoop::main(), [] {}, reason), nullptr);
   }
   EXPECT_EQ(reason, "Too many open files");
 }

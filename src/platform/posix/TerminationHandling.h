@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+
+namespace ravelin::platform {
+
+class RunLoop;
+
+/// How a system has SIGTERM wake a run loop: once this has been called, the signal does not end the
+/// process but makes the returned descriptor readable; what can be read there is gone once it has
+/// been read. The descriptor never waits and is kept from other programs; -1 when the system
+/// refuses it. Main thread only, once per process, before any other thread is started.
+using TerminationWaking = int (*)();
+
+/// Fulfils installTerminationHandler() with this waking. `loop` is the main thread's. A SIGTERM
+/// that is under way is seen where it is blocked and waits, or from the beginning of its handler
+/// on.
+void handleTermination(RunLoop& loop, TerminationWaking waking, std::function<void()> handler);
+
+/// A waking for systems without a better one: a signal handler that writes to a pipe. Where the
+/// system has SIGTERM and a signal right behind it taken by two threads, that signal still ends the
+/// process if its handler begins first.
+int wakeThroughPipe();
+
+}  // namespace ravelin::platform
