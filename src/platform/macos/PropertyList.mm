@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "platform/FileManager.h"
 #include "platform/macos/FoundationText.h"
 
 namespace ravelin::platform {
@@ -59,26 +58,34 @@ PropertyListValue valueOf(id object) {
   return {};
 }
 
-std::optional<PropertyListDictionary> dictionaryIn(id list) {
-  return [list isKindOfClass:[NSDictionary class]] ? std::optional(dictionaryOf(list))
-                                                   : std::nullopt;
+std::optional<PropertyListDictionary> dictionaryIn(NSData* content) {
+  if (content == nil) {
+    return std::nullopt;
+  }
+  NSPropertyListFormat format{};
+  id list = [NSPropertyListSerialization propertyListWithData:content
+                                                      options:NSPropertyListImmutable
+                                                       format:&format
+                                                        error:nullptr];
+  // The system still reads a third form, the oldest, and takes almost any text for it.
+  const bool isInForm =
+      format == NSPropertyListXMLFormat_v1_0 || format == NSPropertyListBinaryFormat_v1_0;
+  return isInForm && [list isKindOfClass:[NSDictionary class]] ? std::optional(dictionaryOf(list))
+                                                               : std::nullopt;
 }
 
 }  // namespace
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
   @autoreleasepool {
-    return dictionaryIn([NSDictionary dictionaryWithContentsOfFile:stringOf(path)]);
+    NSString* const file = stringOf(path);
+    return file == nil ? std::nullopt : dictionaryIn([NSData dataWithContentsOfFile:file]);
   }
 }
 
 std::optional<PropertyListDictionary> dictionaryWithContents(std::string_view content) {
   @autoreleasepool {
-    NSData* const bytes = [NSData dataWithBytes:content.data() length:content.size()];
-    return dictionaryIn([NSPropertyListSerialization propertyListWithData:bytes
-                                                                  options:NSPropertyListImmutable
-                                                                   format:nullptr
-                                                                    error:nullptr]);
+    return dictionaryIn([NSData dataWithBytes:content.data() length:content.size()]);
   }
 }
 
