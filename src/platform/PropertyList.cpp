@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -72,10 +72,12 @@ std::string textFromReal(double number) {
     return "nan";
   }
   constexpr int SIGNIFICANT_DIGITS = 16;
-  std::array<char, 32> buffer{};  // sign, point, digits and exponent take 23 at the most
-  const auto result = std::to_chars(buffer.begin(), buffer.end(), number,
-                                    std::chars_format::general, SIGNIFICANT_DIGITS);
-  return {buffer.begin(), result.ptr};
+  // std::to_chars would need no locale to be plain, which it is here, but is too new for the oldest
+  // macOS where the number is a double.
+  std::array<char, 32> buffer{};  // sign, point, digits, exponent and end take 24 at the most
+  const int length =
+      std::snprintf(buffer.data(), buffer.size(), "%.*g", SIGNIFICANT_DIGITS, number);
+  return {buffer.data(), static_cast<std::size_t>(length)};
 }
 
 }  // namespace

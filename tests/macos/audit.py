@@ -3,9 +3,9 @@
 of Free Pascal, and the type definitions of the npm package @nativescript/macos-node-api. From the
 declarations that were found right it writes what the linker needs.
 
-usage: audit.py TOOLCHAIN [--stubs FOLDER] [--mistakes]
+usage: audit.py TOOLCHAIN [--mistakes]
 
-TOOLCHAIN is where script/macos keeps what it fetched. With --mistakes it proves itself instead: it
+TOOLCHAIN is where script/macos keeps what it fetched; the linker looks in its sysroot. With --mistakes it proves itself instead: it
 makes each of the mistakes in mistakes.py, one at a time, and fails unless each is found.
 """
 
@@ -187,7 +187,6 @@ def judge(findings, reasons):
 def main():
     parser = argparse.ArgumentParser(usage=__doc__.split("usage: ")[1].split("\n")[0])
     parser.add_argument("toolchain", type=pathlib.Path)
-    parser.add_argument("--stubs", type=pathlib.Path)
     parser.add_argument("--mistakes", action="store_true")
     options = parser.parse_args()
     audit, reasons = Audit(options.toolchain), exceptions()
@@ -210,11 +209,10 @@ def main():
             print(f"  by {finding.witnesses()[0]} alone: {finding.name}")
         elif not finding.witnesses():
             print(f"  by none: {finding.name}: {reasons.get((finding.name, None), '')}")
-    print("\n".join(wrong))
     if wrong:
+        print("\n".join(wrong))
         return 1
-    if options.stubs:
-        stubs.write(options.stubs, options.toolchain, declared)
+    stubs.write(options.toolchain / "sysroot", options.toolchain, declared)
     return 0
 
 

@@ -22,7 +22,8 @@ BUILT_IN = {
     "culong": kinds.integer(64, False), "nsuinteger": kinds.integer(64, False),
     "single": ("float", 32), "double": ("float", 64), "cdouble": ("float", 64),
     "objcbool": kinds.BOOL, "pointer": kinds.POINTER, "univptr": kinds.POINTER,
-    "pchar": kinds.CHARACTERS, "id": ("object", None), "instancetype": ("object", None),
+    "pchar": kinds.CHARACTERS, "pculong": ("pointer", kinds.integer(64, False)),
+    "idptr": ("pointer", ("object", None)), "id": ("object", None), "instancetype": ("object", None),
     "sel": ("selector",), "pobjc_class": ("class",),
 }
 CALL = re.compile(r"(function|procedure)\s*(\w*)\s*(?:\(([^)]*)\))?\s*(?::\s*(\w+))?\s*;?(.*)", re.S)

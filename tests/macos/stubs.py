@@ -9,17 +9,20 @@ tbd-version: 4
 targets: [ arm64-macos, x86_64-macos ]
 install-name: '{}'
 exports:
-  - targets: [ arm64-macos, x86_64-macos ]
 """
 # The versions that are part of the frameworks' paths.
 VERSIONS = {"AppKit": "C", "Foundation": "C"}
 # What no header declares: the compiler itself refers to it.
 LITERALS = "___CFConstantStringClassReference"
-RUNTIME = """_objc_alloc _objc_alloc_init _objc_autoreleasePoolPop _objc_autoreleasePoolPush
-    _objc_begin_catch _objc_end_catch _objc_exception_rethrow _objc_exception_throw _objc_msgSend
+# Likewise, of the library of Objective-C itself.
+RUNTIME = """_objc_alloc _objc_alloc_init _objc_autorelease _objc_autoreleasePoolPop
+    _objc_autoreleasePoolPush _objc_begin_catch _objc_ehtype_vtable _objc_end_catch
+    _objc_enumerationMutation _objc_exception_rethrow _objc_exception_throw _objc_msgSend
     _objc_msgSendSuper2 _objc_opt_class _objc_opt_isKindOfClass _objc_opt_new
-    _objc_opt_respondsToSelector _objc_opt_self _objc_terminate __objc_empty_cache
-    ___objc_personality_v0 _OBJC_EHTYPE_id""".split()
+    _objc_opt_respondsToSelector _objc_opt_self _objc_release _objc_retain _objc_terminate
+    __objc_empty_cache ___objc_personality_v0 _OBJC_EHTYPE_id""".split()
+# The other processor has no use for it: how a record comes back.
+RUNTIME_OF_X86_64 = ["_objc_msgSend_stret"]
 
 
 def compiler(toolchain):
@@ -30,8 +33,21 @@ def compiler(toolchain):
 
 def exported_by_system(toolchain):
     """The symbols of the library that every program of the system is linked with."""
-    text = (toolchain / "sysroot/usr/lib/libSystem.tbd").read_text()
-    return set(re.findall(r"(?<![\w.$])_[\w.$]+", text))
+    return exported(toolchain / "sysroot/usr/lib/libSystem.tbd")[1]
+
+
+def exported(file):
+    """(the path of the library, its symbols) of a .tbd file. What it describes besides are the
+    libraries that the first one consists of."""
+    text = file.read_text()
+    symbols = set()
+    for kind, names in re.findall(r"([a-z-]+):\s*\[([^\]]*)\]", text):
+        listed = [name.strip(" \n'\"") for name in names.split(",")]
+        if kind.endswith("symbols"):
+            symbols.update(listed)
+        elif kind == "objc-classes":
+            symbols.update(f"_OBJC_{what}_$_{name}" for name in listed for what in ("CLASS", "METACLASS"))
+    return re.search(r"^install-name:\s*'?([^'\n]+)", text, re.M)[1], symbols
 
 
 def write(folder, toolchain, declared):
@@ -49,7 +65,8 @@ def write(folder, toolchain, declared):
         path = f"/System/Library/Frameworks/{name}.framework"
         _write(folder / path[1:] / f"{name}.tbd", f"{path}/Versions/{VERSIONS.get(name, 'A')}/{name}",
                symbols, classes)
-    _write(folder / "usr/lib/libobjc.tbd", "/usr/lib/libobjc.A.dylib", RUNTIME, ["NSObject"])
+    _write(folder / "usr/lib/libobjc.tbd", "/usr/lib/libobjc.A.dylib", RUNTIME, ["NSObject"],
+           RUNTIME_OF_X86_64)
     _write(folder / "usr/lib/libc++.tbd", "/usr/lib/libc++.1.dylib", _of_libcxx(toolchain), [])
 
 
@@ -65,10 +82,13 @@ def _of_libcxx(toolchain):
     return [f"_{symbol}" for symbol in symbols]
 
 
-def _write(file, install_name, symbols, classes):
+def _write(file, install_name, symbols, classes, symbols_of_x86_64=()):
     text = HEAD.format(install_name)
-    for key, names in (("symbols", symbols), ("objc-classes", classes)):
+    for targets, key, names in (("arm64-macos, x86_64-macos", "symbols", symbols),
+                                ("arm64-macos, x86_64-macos", "objc-classes", classes),
+                                ("x86_64-macos", "symbols", symbols_of_x86_64)):
         if names:
-            text += f"    {key}: [ {', '.join(map(repr, sorted(names)))} ]\n"
+            listed = ", ".join(map(repr, sorted(names)))
+            text += f"  - targets: [ {targets} ]\n    {key}: [ {listed} ]\n"
     pathlib.Path(file).parent.mkdir(parents=True, exist_ok=True)
     pathlib.Path(file).write_text(text + "...\n")

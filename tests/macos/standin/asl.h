@@ -10,12 +10,7 @@ typedef struct __asl_object_s* asl_object_t;
 
 enum { ASL_TYPE_MSG = 0 };
 enum { ASL_OPT_STDERR = 0x00000001 };
-enum {
-  ASL_LEVEL_ERR = 3,
-  ASL_LEVEL_WARNING = 4,
-  ASL_LEVEL_INFO = 6,
-  ASL_LEVEL_DEBUG = 7
-};
+enum { ASL_LEVEL_ERR = 3, ASL_LEVEL_WARNING = 4, ASL_LEVEL_INFO = 6, ASL_LEVEL_DEBUG = 7 };
 #define ASL_FILTER_MASK_UPTO(level) ((1 << ((level) + 1)) - 1)
 #define ASL_KEY_SENDER "Sender"
 

@@ -6,6 +6,7 @@
 extern "C" BOOL NSApplicationLoad(void);
 
 @interface NSImage : NSObject
+- (instancetype)initWithContentsOfFile:(NSString*)fileName;
 - (instancetype)initWithData:(NSData*)data;
 @end
 

@@ -6,6 +6,15 @@
 
 @class NSArray, NSData, NSDictionary, NSError, NSURL;
 
+// What "for (… in …)" asks of a collection.
+struct NSFastEnumerationState {
+  unsigned long state;
+  id* itemsPtr;
+  unsigned long* mutationsPtr;
+  unsigned long extra[5];
+};
+typedef struct NSFastEnumerationState NSFastEnumerationState;
+
 typedef NSUInteger NSStringEncoding;
 enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 
@@ -17,20 +26,30 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
                        length:(NSUInteger)len
                      encoding:(NSStringEncoding)encoding;
 - (BOOL)isEqualToString:(NSString*)aString;
+- (NSData*)dataUsingEncoding:(NSStringEncoding)encoding allowLossyConversion:(BOOL)lossy;
 @end
 
 @interface NSArray : NSObject
 @property(readonly) NSUInteger count;
 - (id)objectAtIndex:(NSUInteger)index;
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
+                                  objects:(id*)buffer
+                                    count:(NSUInteger)len;
 @end
 
 @interface NSDictionary : NSObject
 @property(readonly, copy) NSArray* allKeys;
 + (NSDictionary*)dictionaryWithContentsOfFile:(NSString*)path;
 - (id)objectForKey:(id)aKey;
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
+                                  objects:(id*)buffer
+                                    count:(NSUInteger)len;
 @end
 
 @interface NSData : NSObject
+@property(readonly) NSUInteger length;
+@property(readonly) const void* bytes;
++ (instancetype)dataWithBytes:(const void*)bytes length:(NSUInteger)length;
 + (instancetype)dataWithContentsOfFile:(NSString*)path;
 @end
 
@@ -50,9 +69,35 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @property(readonly, copy) NSString* localizedDescription;
 @end
 
+typedef NSUInteger NSPropertyListReadOptions;
+enum : NSPropertyListReadOptions { NSPropertyListImmutable = 0 };
+enum NSPropertyListFormat : NSUInteger {
+  NSPropertyListXMLFormat_v1_0 = 100,
+  NSPropertyListBinaryFormat_v1_0 = 200
+};
+
+@interface NSPropertyListSerialization : NSObject
++ (id)propertyListWithData:(NSData*)data
+                   options:(NSPropertyListReadOptions)opt
+                    format:(NSPropertyListFormat*)format
+                     error:(NSError**)error;
+@end
+
 @interface NSException : NSObject
 @property(readonly, copy) NSString* name;
 @property(readonly, copy) NSString* reason;
+@end
+
+// The version of the system.
+typedef struct {
+  NSInteger majorVersion;
+  NSInteger minorVersion;
+  NSInteger patchVersion;
+} NSOperatingSystemVersion;
+
+@interface NSProcessInfo : NSObject
+@property(class, readonly, strong) NSProcessInfo* processInfo;
+@property(readonly) NSOperatingSystemVersion operatingSystemVersion;
 @end
 
 // Files.
@@ -64,9 +109,7 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 
 @interface NSFileManager : NSObject
 @property(class, readonly, strong) NSFileManager* defaultManager;
-- (BOOL)trashItemAtURL:(NSURL*)url
-      resultingItemURL:(NSURL**)outResultingURL
-                 error:(NSError**)error;
+- (BOOL)trashItemAtURL:(NSURL*)url resultingItemURL:(NSURL**)outResultingURL error:(NSError**)error;
 @end
 
 enum NSSearchPathDirectory : NSUInteger {
