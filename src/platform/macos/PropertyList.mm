@@ -58,20 +58,27 @@ PropertyListValue valueOf(id object) {
   return {};
 }
 
-std::optional<PropertyListDictionary> dictionaryIn(NSData* content) {
-  if (content == nil) {
-    return std::nullopt;
-  }
+/// What the content holds; nil when it is no property list in one of the two forms.
+id listIn(NSData* content) {
   NSPropertyListFormat format{};
-  id list = [NSPropertyListSerialization propertyListWithData:content
-                                                      options:NSPropertyListImmutable
-                                                       format:&format
-                                                        error:nullptr];
-  // The system still reads a third form, the oldest, and takes almost any text for it.
-  const bool isInForm =
-      format == NSPropertyListXMLFormat_v1_0 || format == NSPropertyListBinaryFormat_v1_0;
-  return isInForm && [list isKindOfClass:[NSDictionary class]] ? std::optional(dictionaryOf(list))
-                                                               : std::nullopt;
+  @try {
+    id list = [NSPropertyListSerialization propertyListWithData:content
+                                                        options:NSPropertyListImmutable
+                                                         format:&format
+                                                          error:nullptr];
+    // The system still reads a third form, the oldest, and takes almost any text for it.
+    const bool isInForm =
+        format == NSPropertyListXMLFormat_v1_0 || format == NSPropertyListBinaryFormat_v1_0;
+    return isInForm ? list : nil;
+  } @catch (NSException*) {
+    return nil;
+  }
+}
+
+std::optional<PropertyListDictionary> dictionaryIn(NSData* content) {
+  id list = content == nil ? nil : listIn(content);
+  return [list isKindOfClass:[NSDictionary class]] ? std::optional(dictionaryOf(list))
+                                                   : std::nullopt;
 }
 
 }  // namespace

@@ -4,12 +4,21 @@
 #include <NetFS/NetFS.h>
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/event.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +30,7 @@
 #include "fakes/FakeSystem.h"
 #include "fakes/FakeVolumes.h"
 #include "fakes/FakeWorkspace.h"
+#include "fakes/SystemAdditions.h"
 #include "platform/macos/CoreFoundationText.h"
 #include "platform/scripts/AliasScript.h"
 #include "platform/scripts/RemovalScript.h"
@@ -334,6 +344,59 @@ TEST_F(FakeVolumesTest, NetFsAndTheKernelSeeTheSameVolumes) {
   volumes.refuseUnmounts(FakeVolumes::OK);
   EXPECT_EQ(::unmount(path.c_str(), 0), 0);
   EXPECT_THAT(volumes.mountPoints(), ElementsAre("/"));
+}
+
+// --- system calls
+
+class FakeSystemCallsTest : public testing::Test {
+ protected:
+  FakeSystemCallsTest() : opened(::open(folder.path().c_str(), O_RDONLY | O_CLOEXEC)) {}
+  ~FakeSystemCallsTest() override { ::close(opened); }
+
+  test::TemporaryDirectory folder;
+  int opened;
+};
+
+TEST_F(FakeSystemCallsTest, RenamesAndTellsPathsAndAttributes) {
+  std::ofstream(folder.path() + "/one") << "1";
+  fs::create_directory(folder.path() + "/two");
+  EXPECT_EQ(renameatx_np(opened, "one", opened, "two", RENAME_EXCL), -1);
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_EQ(renameatx_np(opened, "one", opened, "two", RENAME_SWAP), 0);
+  EXPECT_TRUE(fs::is_directory(folder.path() + "/one"));
+  std::array<char, PATH_MAX> path{};
+  EXPECT_EQ(::fcntl(opened, F_GETPATH, path.data()), 0);
+  EXPECT_EQ(path.data(), fs::canonical(folder.path()));
+  EXPECT_EQ(::fcntl(-1, F_GETPATH, path.data()), -1);
+  EXPECT_LT(::fgetxattr(opened, "mark", nullptr, 0, 0, 0), 0);
+  EXPECT_EQ(::fsetxattr(opened, "mark", "", 0, 0, 0), 0);
+  EXPECT_EQ(::fgetxattr(opened, "mark", nullptr, 0, 0, 0), 0);
+}
+
+TEST_F(FakeSystemCallsTest, AQueueTellsThatAProcessHasEnded) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::close(ends[1]);
+    char byte = 0;
+    ::_exit(static_cast<int>(::read(ends[0], &byte, 1)));
+  }
+  const int queue = ::kqueue();
+  const struct kevent end {
+    .ident = static_cast<uintptr_t>(child), .filter = EVFILT_PROC, .flags = EV_ADD,
+    .fflags = NOTE_EXIT, .data = 0, .udata = nullptr
+  };
+  EXPECT_EQ(::kevent(queue, &end, 1, nullptr, 0, nullptr), 0);
+  pollfd entry{queue, POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 0), 0);
+  ::close(ends[1]);
+  EXPECT_EQ(::poll(&entry, 1, 20'000), 1);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_EQ(::kevent(queue, &end, 1, nullptr, 0, nullptr), -1);
+  EXPECT_EQ(errno, ESRCH);
+  ::close(queue);
+  ::close(ends[0]);
 }
 
 }  // namespace
