@@ -57,9 +57,7 @@ bool isConstant(CFTypeRef reference) {
   return *static_cast<const int* const*>(reference) == __CFConstantStringClassReference;
 }
 
-Object& object(CFTypeRef reference) {
-  return *static_cast<Object*>(const_cast<void*>(reference));
-}
+Object& object(CFTypeRef reference) { return *static_cast<Object*>(const_cast<void*>(reference)); }
 
 /// Null when the bytes are not UTF-8: overlong forms and surrogates are none.
 std::optional<std::u16string> unitsOf(std::string_view bytes) {
@@ -127,8 +125,8 @@ Encoded encoded(std::u16string_view units, UInt8 lossyByte) {
       const char32_t next = at + 1 < units.size() ? units[at + 1] : U'\0';
       if (character < FIRST_LOW_SURROGATE && next >= FIRST_LOW_SURROGATE &&
           next <= LAST_SURROGATE) {
-        character = BEYOND_ONE_UNIT + ((character - FIRST_SURROGATE) << 10U) +
-                    (next - FIRST_LOW_SURROGATE);
+        character =
+            BEYOND_ONE_UNIT + ((character - FIRST_SURROGATE) << 10U) + (next - FIRST_LOW_SURROGATE);
         taken = 2;
         ++at;
       } else if (lossyByte == 0) {
@@ -158,8 +156,7 @@ std::u16string unitsOf(CFStringRef string) {
 namespace ravelin::fakes {
 
 CFStringRef makeString(std::string_view text) {
-  return CFStringCreateWithBytes(kCFAllocatorDefault,
-                                 reinterpret_cast<const UInt8*>(text.data()),
+  return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                                  static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0);
 }
 
@@ -234,8 +231,8 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef /*alloc*/, const UInt8* bytes
   if (encoding != kCFStringEncodingUTF8) {
     std::abort();  // nothing else is known here
   }
-  auto units = unitsOf(std::string_view(reinterpret_cast<const char*>(bytes),
-                                        static_cast<std::size_t>(numBytes)));
+  auto units = unitsOf(
+      std::string_view(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(numBytes)));
   if (!units) {
     return nullptr;
   }
@@ -334,8 +331,7 @@ CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle /*pathStyle*/
   }
   const std::size_t host = anURL->text.find("//");
   const std::size_t path = host == std::string::npos ? host : anURL->text.find('/', host + 2);
-  return path == std::string::npos ? nullptr
-                                   : ravelin::fakes::makeString(anURL->text.substr(path));
+  return path == std::string::npos ? nullptr : ravelin::fakes::makeString(anURL->text.substr(path));
 }
 
 }  // extern "C"

@@ -1,8 +1,9 @@
 // Run loops and sockets of CoreFoundation's, as far as this project uses them.
 //
-// One turn of a loop is: what is signalled is called, in the order of the sources (only the first of
-// it where the caller wants to return for it); then one thing at most of what came in meanwhile is
-// taken: that somebody woke the loop, or the timers that are due. A timer is no reason to return.
+// One turn of a loop is: what is signalled is called, in the order of the sources (only the first
+// of it where the caller wants to return for it); then one thing at most of what came in meanwhile
+// is taken: that somebody woke the loop, or the timers that are due. A timer is no reason to
+// return.
 #include "FakeRunLoop.h"
 
 #include <fcntl.h>
@@ -154,8 +155,9 @@ bool isReadable(int descriptor) {
 /// What the system has found readable is told even if somebody reads it before.
 void noteReadable(const std::vector<Reference<__CFRunLoopSource>>& sources) {
   for (const auto& source : sources) {
-    if (auto* const socket = source->socket.get();
-        socket != nullptr && source->isValid && socket->isEnabled && isReadable(socket->descriptor)) {
+    if (auto* const socket = source->socket.get(); socket != nullptr && source->isValid &&
+                                                   socket->isEnabled &&
+                                                   isReadable(socket->descriptor)) {
       socket->isEnabled = false;
       source->isSignalled = true;
     }

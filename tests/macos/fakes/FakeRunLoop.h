@@ -6,8 +6,8 @@
 
 namespace ravelin::fakes {
 
-/// Runs the calling thread's loop of CoreFoundation's that long, as a script or a dialogue does that
-/// waits for something of its own.
+/// Runs the calling thread's loop of CoreFoundation's that long, as a script or a dialogue does
+/// that waits for something of its own.
 void spinRunLoop(double seconds);
 
 /// Sets the wall clock forward or back by that much, as somebody does by hand. Any thread.

@@ -54,8 +54,8 @@ bool moveToTrash(const fs::path& item) {
   fs::create_directories(trash, failure);
   fs::path place = trash / item.filename();
   for (int number = 2; fs::exists(fs::symlink_status(place, failure)); ++number) {
-    place = trash / (item.stem().string() + " " + std::to_string(number) +
-                     item.extension().string());
+    place =
+        trash / (item.stem().string() + " " + std::to_string(number) + item.extension().string());
   }
   fs::rename(item, place, failure);
   return !failure;
@@ -85,10 +85,10 @@ bool compiles(const std::string& source) {
 }
 
 NSDictionary* errorOf(int number, const std::string& message) {
-  return [NSDictionary
-      dictionaryWithObjectsAndKeys:[NSNumber numberWithInt:number], @"NSAppleScriptErrorNumber",
-                                   [NSString stringWithUTF8String:message.c_str()],
-                                   @"NSAppleScriptErrorMessage", nil];
+  return [NSDictionary dictionaryWithObjectsAndKeys:[NSNumber numberWithInt:number],
+                                                    @"NSAppleScriptErrorNumber",
+                                                    [NSString stringWithUTF8String:message.c_str()],
+                                                    @"NSAppleScriptErrorMessage", nil];
 }
 
 std::optional<std::pair<int, std::string>> run(const std::string& source) {
@@ -139,9 +139,9 @@ static NSMapTable* gSources;
 - (id)initWithSource:(NSString*)source {
   self = [self init];
   if (gSources == nil) {
-    gSources = [[NSMapTable mapTableWithKeyOptions:NSPointerFunctionsOpaqueMemory |
-                                                   NSPointerFunctionsOpaquePersonality
-                                      valueOptions:NSPointerFunctionsStrongMemory] retain];
+    gSources = [[NSMapTable
+        mapTableWithKeyOptions:NSPointerFunctionsOpaqueMemory | NSPointerFunctionsOpaquePersonality
+                  valueOptions:NSPointerFunctionsStrongMemory] retain];
   }
   [gSources setObject:[[source copy] autorelease] forKey:self];
   return self;
@@ -152,8 +152,7 @@ static NSMapTable* gSources;
     std::abort();  // the real one is not made for other threads
   }
   NSString* const text = [gSources objectForKey:self];
-  const auto error = text == nil ? std::pair(-1, std::string("no source"))
-                                 : run([text UTF8String]);
+  const auto error = text == nil ? std::pair(-1, std::string("no source")) : run([text UTF8String]);
   if (error) {
     if (errorInfo != nullptr) {
       *errorInfo = errorOf(error->first, error->second);
@@ -177,11 +176,12 @@ static NSMapTable* gSources;
     return YES;
   }
   if (error != nullptr) {
-    *error = [NSError errorWithDomain:@"NSCocoaErrorDomain"
-                                 code:isThere ? 513 : 4
-                             userInfo:[NSDictionary dictionaryWithObject:@"It cannot be moved to "
-                                                                         @"the trash."
-                                                                  forKey:NSLocalizedDescriptionKey]];
+    *error =
+        [NSError errorWithDomain:@"NSCocoaErrorDomain"
+                            code:isThere ? 513 : 4
+                        userInfo:[NSDictionary dictionaryWithObject:@"It cannot be moved to "
+                                                                    @"the trash."
+                                                             forKey:NSLocalizedDescriptionKey]];
   }
   return NO;
 }

@@ -120,13 +120,13 @@ extern "C" NSArray* NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory di
     return paths;
   }
   if ((domainMask & NSUserDomainMask) != 0 && home != nullptr) {
-    [paths addObject:[NSString stringWithFormat:@"%s/%s", home,
-                                                isDesktop ? "Desktop"
-                                                          : "Library/Application Support"]];
+    [paths addObject:[NSString
+                         stringWithFormat:@"%s/%s", home,
+                                          isDesktop ? "Desktop" : "Library/Application Support"]];
   }
   if ((domainMask & NSLocalDomainMask) != 0 && !isDesktop) {
-    [paths addObject:[NSString stringWithFormat:@"%s/Application Support",
-                                                state().library.c_str()]];
+    [paths
+        addObject:[NSString stringWithFormat:@"%s/Application Support", state().library.c_str()]];
   }
   return paths;
 }

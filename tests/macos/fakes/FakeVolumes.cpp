@@ -283,8 +283,8 @@ std::vector<std::string> FakeVolumes::mountPoints() const {
 extern "C" {
 
 int NetFSMountURLSync(CFURLRef url, CFURLRef mountpath, CFStringRef user, CFStringRef passwd,
-                      CFMutableDictionaryRef open_options,
-                      CFMutableDictionaryRef /*mount_options*/, CFArrayRef* mountpoints) {
+                      CFMutableDictionaryRef open_options, CFMutableDictionaryRef /*mount_options*/,
+                      CFArrayRef* mountpoints) {
   const auto option = [open_options](CFStringRef key) {
     return open_options == nullptr ? nullptr
                                    : ravelin::fakes::valueAt(open_options, contentOf(key));

@@ -30,8 +30,8 @@ class FakeVolumes {
     std::string folder;  ///< empty where the system is to choose
     std::string user;
     std::string password;
-    bool asGuest = false;   ///< NetFS: as nobody in particular
-    bool mayAsk = true;     ///< NetFS: may show a dialogue
+    bool asGuest = false;  ///< NetFS: as nobody in particular
+    bool mayAsk = true;    ///< NetFS: may show a dialogue
     bool byNetFs = false;
     bool operator==(const Mount&) const = default;
   };

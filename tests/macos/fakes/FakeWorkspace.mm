@@ -123,10 +123,9 @@ BOOL NSApplicationLoad(void) {
 
 // The header of the real one shows no fields; a fake needs one, and finds it beside the object.
 static NSMapTable* pathsOfPictures() {
-  static NSMapTable* const paths =
-      [[NSMapTable mapTableWithKeyOptions:NSPointerFunctionsOpaqueMemory |
-                                          NSPointerFunctionsOpaquePersonality
-                             valueOptions:NSPointerFunctionsStrongMemory] retain];
+  static NSMapTable* const paths = [[NSMapTable
+      mapTableWithKeyOptions:NSPointerFunctionsOpaqueMemory | NSPointerFunctionsOpaquePersonality
+                valueOptions:NSPointerFunctionsStrongMemory] retain];
   return paths;
 }
 
@@ -166,8 +165,8 @@ static NSMapTable* pathsOfPictures() {
 
 - (instancetype)initWithData:(NSData*)data {
   self = [self init];
-  if (data == nil ||
-      !isPicture({static_cast<const char*>([data bytes]), static_cast<std::size_t>([data length])})) {
+  if (data == nil || !isPicture({static_cast<const char*>([data bytes]),
+                                 static_cast<std::size_t>([data length])})) {
     [self release];
     return nil;
   }

@@ -20,8 +20,6 @@ typedef struct {
 @end
 
 @interface NSFileManager (FakeTrash)
-- (BOOL)trashItemAtURL:(NSURL*)url
-      resultingItemURL:(NSURL**)outResultingURL
-                 error:(NSError**)error;
+- (BOOL)trashItemAtURL:(NSURL*)url resultingItemURL:(NSURL**)outResultingURL error:(NSError**)error;
 @end
 #endif

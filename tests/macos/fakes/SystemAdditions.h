@@ -1,5 +1,5 @@
-// System calls that macOS has and the system here has not, in its terms. Included before every source
-// of the macOS side.
+// System calls that macOS has and the system here has not, in its terms. Included before every
+// source of the macOS side.
 #pragma once
 
 #ifdef __cplusplus

@@ -2,8 +2,8 @@
 
 namespace ravelin::fakes {
 
-/// Makes a function one that the system's libraries export, so that it can be looked up by its name.
-/// For the length of the process.
+/// Makes a function one that the system's libraries export, so that it can be looked up by its
+/// name. For the length of the process.
 class SystemFunction {
  public:
   template <class Function>

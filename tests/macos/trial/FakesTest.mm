@@ -124,8 +124,8 @@ TEST_F(FakeDynamicStoreTest, TellsOnceOfWhatComesTogether) {
   EXPECT_THAT(told, ElementsAre(Texts{"State:/Network/Interface/en0/IPv4"},
                                 Texts{"State:/Network/Interface/en1/IPv4",
                                       "State:/Network/Interface/en0/IPv4"}));
-  const Owned<CFTypeRef> value(SCDynamicStoreCopyValue(
-      session.get(), CFSTR("State:/Network/Interface/en0/IPv4")));
+  const Owned<CFTypeRef> value(
+      SCDynamicStoreCopyValue(session.get(), CFSTR("State:/Network/Interface/en0/IPv4")));
   EXPECT_EQ(contentOf(static_cast<CFStringRef>(value.get())), "2");
   EXPECT_EQ(SCDynamicStoreCopyValue(session.get(), CFSTR("State:/Network/Interface/en1/IPv4")),
             nullptr);
@@ -167,8 +167,10 @@ TEST(FakeWorkspaceTest, TheSessionIsToldByItsOwnCentreOnTheMainThreadsLoop) {
     RavelinFakesObserver* const observer = [[[RavelinFakesObserver alloc] init] autorelease];
     observer->names = &names;
     NSNotificationCenter* const center = [[NSWorkspace sharedWorkspace] notificationCenter];
-    for (NSString* name in @[ NSWorkspaceSessionDidBecomeActiveNotification,
-                              NSWorkspaceSessionDidResignActiveNotification ]) {
+    for (NSString* name in @[
+           NSWorkspaceSessionDidBecomeActiveNotification,
+           NSWorkspaceSessionDidResignActiveNotification
+         ]) {
       [center addObserver:observer selector:@selector(changed:) name:name object:nil];
     }
     workspace.startInBackground();
@@ -314,17 +316,15 @@ TEST_F(FakeVolumesTest, ThereMayBeNoSuchCalls) {
 }
 
 TEST_F(FakeVolumesTest, NetFsAndTheKernelSeeTheSameVolumes) {
-  const Owned<CFURLRef> url(CFURLCreateWithString(
-      kCFAllocatorDefault, CFSTR("smb://192.0.2.10/USB"), nullptr));
-  const Owned<CFMutableDictionaryRef> options(
-      CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                &kCFTypeDictionaryValueCallBacks));
+  const Owned<CFURLRef> url(
+      CFURLCreateWithString(kCFAllocatorDefault, CFSTR("smb://192.0.2.10/USB"), nullptr));
+  const Owned<CFMutableDictionaryRef> options(CFDictionaryCreateMutable(
+      kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
   CFDictionarySetValue(options.get(), kNetFSUseGuestKey, kCFBooleanTrue);
   CFDictionarySetValue(options.get(), kNAUIOptionKey, kNAUIOptionNoUI);
   CFArrayRef points = nullptr;
-  ASSERT_EQ(NetFSMountURLSync(url.get(), nullptr, nullptr, nullptr, options.get(), nullptr,
-                              &points),
-            0);
+  ASSERT_EQ(
+      NetFSMountURLSync(url.get(), nullptr, nullptr, nullptr, options.get(), nullptr, &points), 0);
   const Owned<CFArrayRef> owned(points);
   const std::string path = folder.path() + "/USB";
   EXPECT_EQ(contentOf(static_cast<CFStringRef>(CFArrayGetValueAtIndex(points, 0))), path);
@@ -383,10 +383,12 @@ TEST_F(FakeSystemCallsTest, AQueueTellsThatAProcessHasEnded) {
     ::_exit(static_cast<int>(::read(ends[0], &byte, 1)));
   }
   const int queue = ::kqueue();
-  const struct kevent end {
-    .ident = static_cast<uintptr_t>(child), .filter = EVFILT_PROC, .flags = EV_ADD,
-    .fflags = NOTE_EXIT, .data = 0, .udata = nullptr
-  };
+  const struct kevent end{.ident = static_cast<uintptr_t>(child),
+                          .filter = EVFILT_PROC,
+                          .flags = EV_ADD,
+                          .fflags = NOTE_EXIT,
+                          .data = 0,
+                          .udata = nullptr};
   EXPECT_EQ(::kevent(queue, &end, 1, nullptr, 0, nullptr), 0);
   pollfd entry{queue, POLLIN, 0};
   EXPECT_EQ(::poll(&entry, 1, 0), 0);

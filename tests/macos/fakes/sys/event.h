@@ -33,8 +33,8 @@ inline int kevent(int queue, const struct kevent* changes, int changeCount,
       errno = EINVAL;
       return -1;
     }
-    const int process = static_cast<int>(
-        ::syscall(SYS_pidfd_open, static_cast<pid_t>(changes[index].ident), 0U));
+    const int process =
+        static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(changes[index].ident), 0U));
     if (process < 0) {
       return -1;
     }

@@ -30,7 +30,8 @@ TEST_F(MacSearchPathsTest, TheSystemSaysWhereItsFoldersAre) {
 }
 
 TEST_F(MacSearchPathsTest, TheyAreFoundAfresh) {
-  EXPECT_FALSE(searchPathsForDirectoriesInDomains(Directory::applicationSupport, Domain::local).empty());
+  EXPECT_FALSE(
+      searchPathsForDirectoriesInDomains(Directory::applicationSupport, Domain::local).empty());
   system.setLibrary("/Volumes/Other/Library");
   EXPECT_EQ(searchPathsForDirectoriesInDomains(Directory::applicationSupport, Domain::local),
             Paths{"/Volumes/Other/Library/Application Support"});

@@ -73,8 +73,8 @@ TEST_F(MacSystemLogTest, TheCopyOnStandardErrorIsTheServicesOwn) {
   const Channel channel = Channel::pipe();
   const StandardErrorReplacement replacement(channel.writer());
   open(true)->log(Level::info, "one\ntwo %%d");
-  EXPECT_THAT(channel.read(), testing::MatchesRegex(
-                                  "[^\n]* Ravelin Disk\\[[0-9]+\\] <Info>: one\n\ttwo %d\n"));
+  EXPECT_THAT(channel.read(),
+              testing::MatchesRegex("[^\n]* Ravelin Disk\\[[0-9]+\\] <Info>: one\n\ttwo %d\n"));
   open(false)->log(Level::info, "text");
   EXPECT_EQ(channel.read(), "");
 }

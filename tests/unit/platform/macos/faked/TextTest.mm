@@ -11,7 +11,7 @@ namespace {
 using namespace std::string_literals;
 
 const std::string TEXTS[] = {
-    "", "USB Disk", "a\0b"s, "\0"s, "\xC3\xA4\xE2\x82\xAC", "\xF0\x9F\x92\xBE x",
+    "",           "USB Disk",     "a\0b"s, "\0"s, "\xC3\xA4\xE2\x82\xAC", "\xF0\x9F\x92\xBE x",
     "\x01\x7F\n", "\xEF\xBF\xBF",
 };
 
@@ -42,8 +42,7 @@ TEST(CoreFoundationTextTest, NullAndEmptyDiffer) {
 }
 
 TEST(CoreFoundationTextTest, HalfASurrogatePairIsReplaced) {
-  const Owned<CFStringRef> half(
-      CFStringCreateWithCharacters(kCFAllocatorDefault, HALF_A_PAIR, 3));
+  const Owned<CFStringRef> half(CFStringCreateWithCharacters(kCFAllocatorDefault, HALF_A_PAIR, 3));
   EXPECT_EQ(textOf(half.get()), "a?b");
   const Owned<CFStringRef> turned(
       CFStringCreateWithCharacters(kCFAllocatorDefault, TURNED_PAIR, 2));
