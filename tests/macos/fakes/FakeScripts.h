@@ -21,8 +21,8 @@ class FakeScripts {
 
   /// From now on scripts do to this folder what they do to the desktop: a script that is stored
   /// becomes a bundle, which is a folder with files in it, where nothing is there yet; what is
-  /// deleted moves into the home folder's trash; an alias is a file. What fails there fails the
-  /// run.
+  /// deleted moves into the home folder's trash, or a TemporaryHome's; an alias is a file. What
+  /// fails there fails the run.
   void setDesktop(const std::string& desktop);
 
   /// From now on the Finder does nothing, as when the user has not allowed it: every run fails with

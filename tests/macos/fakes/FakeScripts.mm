@@ -44,13 +44,21 @@ bool store(const fs::path& bundle, const std::string& source) {
   return !failure;
 }
 
-bool moveToTrash(const fs::path& item) {
-  const char* const home = std::getenv("HOME");
-  std::error_code failure;
-  if (home == nullptr || !fs::exists(fs::symlink_status(item, failure))) {
-    return home != nullptr;
+/// Where a test's own home has it, otherwise where the system has it.
+fs::path trashFolder() {
+  if (const char* const own = std::getenv("XDG_DATA_HOME"); own != nullptr) {
+    return fs::path(own) / "Trash/files";
   }
-  const fs::path trash = fs::path(home) / ".Trash";
+  const char* const home = std::getenv("HOME");
+  return fs::path(home == nullptr ? "/" : home) / ".Trash";
+}
+
+bool moveToTrash(const fs::path& item) {
+  std::error_code failure;
+  if (!fs::exists(fs::symlink_status(item, failure))) {
+    return true;
+  }
+  const fs::path trash = trashFolder();
   fs::create_directories(trash, failure);
   fs::path place = trash / item.filename();
   for (int number = 2; fs::exists(fs::symlink_status(place, failure)); ++number) {

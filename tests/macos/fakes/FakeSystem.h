@@ -6,7 +6,8 @@
 namespace ravelin::fakes {
 
 /// The system itself, while this lives: its version, the functions that its libraries export, and
-/// its standard folders. The home folder is the one in the environment. One at a time.
+/// its standard folders. These are in the home folder of the environment and in "/Library", but for
+/// the support folders of a TemporaryHome, which are where that has them. One at a time.
 class FakeSystem {
  public:
   FakeSystem();

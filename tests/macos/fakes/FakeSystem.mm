@@ -105,28 +105,42 @@ extern "C" void* fakeSystemSymbol(void* /*handle*/, const char* name) noexcept {
 }
 @end
 
+/// The first of the folders in the variable; empty when there is none.
+static std::string firstIn(const char* variable) {
+  const char* const value = std::getenv(variable);
+  const std::string folders = value == nullptr ? "" : value;
+  return folders.substr(0, folders.find(':'));
+}
+
+static std::string supportFolder(NSSearchPathDomainMask domain) {
+  const bool isUsers = domain == NSUserDomainMask;
+  // Where a test's own home has it.
+  const std::string own = firstIn(isUsers ? "XDG_DATA_HOME" : "XDG_DATA_DIRS");
+  if (!own.empty()) {
+    return own;
+  }
+  return (isUsers ? firstIn("HOME") + "/Library" : state().library) + "/Application Support";
+}
+
 // In place of the one of the base library, whose folders are those of another system.
 extern "C" NSArray* NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
                                                         NSSearchPathDomainMask domainMask,
                                                         BOOL /*expandTilde*/) {
   NSMutableArray* const paths = [NSMutableArray array];
-  const char* const home = std::getenv("HOME");
   const std::lock_guard lock(state().mutex);
   if (!state().hasFolders) {
     return paths;
   }
-  const bool isDesktop = directory == NSDesktopDirectory;
-  if (!isDesktop && directory != NSApplicationSupportDirectory) {
-    return paths;
+  const auto add = [paths](const std::string& path) {
+    [paths addObject:[NSString stringWithUTF8String:path.c_str()]];
+  };
+  if (directory == NSDesktopDirectory && (domainMask & NSUserDomainMask) != 0) {
+    add(firstIn("HOME") + "/Desktop");
   }
-  if ((domainMask & NSUserDomainMask) != 0 && home != nullptr) {
-    [paths addObject:[NSString
-                         stringWithFormat:@"%s/%s", home,
-                                          isDesktop ? "Desktop" : "Library/Application Support"]];
-  }
-  if ((domainMask & NSLocalDomainMask) != 0 && !isDesktop) {
-    [paths
-        addObject:[NSString stringWithFormat:@"%s/Application Support", state().library.c_str()]];
+  for (const NSSearchPathDomainMask domain : {NSUserDomainMask, NSLocalDomainMask}) {
+    if (directory == NSApplicationSupportDirectory && (domainMask & domain) != 0) {
+      add(supportFolder(domain));
+    }
   }
   return paths;
 }

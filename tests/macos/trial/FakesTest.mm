@@ -229,7 +229,7 @@ TEST_F(FakeScriptsTest, DoesToTheDesktopWhatTheScriptsSay) {
   EXPECT_NE(run(script.source()), 0);
   EXPECT_EQ(run(platform::RemovalScript{"USB Disk.app"}.source()), 0);
   EXPECT_FALSE(fs::exists(bundle));
-  EXPECT_TRUE(fs::exists(home.path() + "/.Trash/USB Disk.app"));
+  EXPECT_TRUE(fs::exists(home.trash() + "/USB Disk.app"));
   EXPECT_EQ(run(platform::RemovalScript{"USB Disk.app"}.source()), 0);
   EXPECT_EQ(run(platform::AliasScript{"X", "/Volumes/X"}.source()), 0);
   EXPECT_TRUE(fs::is_regular_file(home.desktop() + "/X"));

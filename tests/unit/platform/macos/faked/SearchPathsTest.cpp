@@ -15,7 +15,11 @@ using Domain = SearchPathDomain;
 
 class MacSearchPathsTest : public testing::Test {
  protected:
-  MacSearchPathsTest() { ::setenv("HOME", "/Users/\xC3\xA4 b", 1); }
+  MacSearchPathsTest() {
+    ::unsetenv("XDG_DATA_HOME");
+    ::unsetenv("XDG_DATA_DIRS");
+    ::setenv("HOME", "/Users/\xC3\xA4 b", 1);
+  }
 
   fakes::FakeSystem system;
 };
