@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "platform/FileManager.h"
 #include "platform/macos/FoundationText.h"
 
 namespace ravelin::platform {
@@ -59,7 +58,25 @@ PropertyListValue valueOf(id object) {
   return {};
 }
 
-std::optional<PropertyListDictionary> dictionaryIn(id list) {
+/// What the content holds; nil when it is no property list in one of the two forms.
+id listIn(NSData* content) {
+  NSPropertyListFormat format{};
+  @try {
+    id list = [NSPropertyListSerialization propertyListWithData:content
+                                                        options:NSPropertyListImmutable
+                                                         format:&format
+                                                          error:nullptr];
+    // The system still reads a third form, the oldest, and takes almost any text for it.
+    const bool isInForm =
+        format == NSPropertyListXMLFormat_v1_0 || format == NSPropertyListBinaryFormat_v1_0;
+    return isInForm ? list : nil;
+  } @catch (NSException*) {
+    return nil;
+  }
+}
+
+std::optional<PropertyListDictionary> dictionaryIn(NSData* content) {
+  id list = content == nil ? nil : listIn(content);
   return [list isKindOfClass:[NSDictionary class]] ? std::optional(dictionaryOf(list))
                                                    : std::nullopt;
 }
@@ -68,17 +85,14 @@ std::optional<PropertyListDictionary> dictionaryIn(id list) {
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
   @autoreleasepool {
-    return dictionaryIn([NSDictionary dictionaryWithContentsOfFile:stringOf(path)]);
+    NSString* const file = stringOf(path);
+    return file == nil ? std::nullopt : dictionaryIn([NSData dataWithContentsOfFile:file]);
   }
 }
 
 std::optional<PropertyListDictionary> dictionaryWithContents(std::string_view content) {
   @autoreleasepool {
-    NSData* const bytes = [NSData dataWithBytes:content.data() length:content.size()];
-    return dictionaryIn([NSPropertyListSerialization propertyListWithData:bytes
-                                                                  options:NSPropertyListImmutable
-                                                                   format:nullptr
-                                                                    error:nullptr]);
+    return dictionaryIn([NSData dataWithBytes:content.data() length:content.size()]);
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <deque>
@@ -87,7 +88,8 @@ class MacRunLoop final : public RunLoop {
   void runOnce(Seconds limit) override {
     precondition(isCurrent(), "RunLoop::runOnce", "the thread is the loop's own");
     precondition(!_isRunning, "RunLoop::runOnce", "no action of the loop is under way");
-    const CFAbsoluteTime end = CFAbsoluteTimeGetCurrent() + limit.count();
+    // Not by the wall clock, which somebody may set meanwhile.
+    const auto end = std::chrono::steady_clock::now() + std::min(limit, DISTANT_FUTURE);
     _isRunning = true;
     // The first look takes what is ready, without a wait.
     CFTimeInterval wait = 0;
@@ -99,7 +101,7 @@ class MacRunLoop final : public RunLoop {
         if (_doOneThing()) {
           break;
         }
-        wait = end - CFAbsoluteTimeGetCurrent();
+        wait = Seconds(end - std::chrono::steady_clock::now()).count();
       }
     } while (wait > 0);
     _isRunning = false;
@@ -173,6 +175,12 @@ class MacRunLoop final : public RunLoop {
           },
           &context));
       if (source.socket == nullptr) {
+        return false;
+      }
+      // A descriptor that is watched already has an object, with the callback of whoever made it.
+      // Only a new one would close its descriptor.
+      if ((CFSocketGetSocketFlags(source.socket.get()) & kCFSocketCloseOnInvalidate) == 0) {
+        source.socket.reset();
         return false;
       }
       // The descriptor is not this object's to close, and is told of again when it has been read.
@@ -259,6 +267,8 @@ class MacRunLoop final : public RunLoop {
 };
 
 }  // namespace
+
+const RunLoop::Seconds RunLoop::SMALLEST_INTERVAL{0.1};
 
 RunLoop& RunLoop::main() {
   static auto& instance = *new MacRunLoop(CFRunLoopGetMain());
