@@ -9,10 +9,10 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "base/Precondition.h"
+#include "base/ThreadSafety.h"
 #include "platform/macos/Owned.h"
 
 namespace ravelin::platform {
@@ -109,7 +109,7 @@ class MacRunLoop final : public RunLoop {
 
   void perform(Action action) override {
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       _actions.push_back(std::move(action));
     }
     CFRunLoopSourceSignal(_handover.get());
@@ -245,7 +245,7 @@ class MacRunLoop final : public RunLoop {
   bool _performOne() {
     Action action;
     {
-      const std::lock_guard lock(_mutex);
+      const LockGuard lock(_mutex);
       if (_actions.empty()) {
         return false;
       }
@@ -262,8 +262,8 @@ class MacRunLoop final : public RunLoop {
   std::size_t _turn = 0;  ///< which of those that take turns is asked first
   bool _isRunning = false;
   bool _isWaiting = false;
-  std::mutex _mutex;
-  std::deque<Action> _actions;  ///< guarded by _mutex
+  Mutex _mutex;
+  std::deque<Action> _actions GUARDED_BY(_mutex);
 };
 
 }  // namespace

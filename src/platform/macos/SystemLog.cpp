@@ -3,10 +3,10 @@
 #include <asl.h>
 
 #include <memory>
-#include <mutex>
 
 #include "base/LogLine.h"
 #include "base/LogTemplate.h"
+#include "base/ThreadSafety.h"
 
 namespace ravelin::platform {
 
@@ -38,14 +38,14 @@ class AslSystemLog final : public SystemLog {
     // One byte more than a line has room for tells that it is to be cut.
     const std::string line = cutLogLine(expandLogTemplate(messageTemplate, LOG_LINE_LIMIT + 1));
     // One client serves one thread at a time.
-    const std::lock_guard lock(_mutex);
+    const LockGuard lock(_mutex);
     // What has been expanded is data: it must not be expanded again.
     asl_log(_client.get(), _template.get(), static_cast<int>(level), "%s", line.c_str());
     return line.size();
   }
 
  private:
-  std::mutex _mutex;
+  Mutex _mutex;  ///< held while the client is used
   AslObject _client;
   AslObject _template;
 };

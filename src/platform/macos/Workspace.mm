@@ -14,7 +14,7 @@ class MacWorkspace final : public Workspace {
  public:
   bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) override {
     // The system's call takes a path and follows it wherever it leads.
-    if (!service<FileManager>().fileExistsAtPath(forFile, beneath)) {
+    if (!service<FileManager>().itemExistsAtPath(forFile, beneath)) {
       return false;
     }
     @autoreleasepool {
