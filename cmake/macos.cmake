@@ -38,8 +38,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(KIND INCLUDE LIBRARY PACKAGE)
   set(CMAKE_FIND_ROOT_PATH_MODE_${KIND} ONLY)
 endforeach()
-# Headers for every system, in a package that keeps their configuration among a processor's files.
-file(GLOB CONFIGURATIONS ${KEPT}/sysroot/usr/lib/*/cmake/*)
+# Headers for every system, in packages of this one's: some keep their configuration among a
+# processor's files. Not in the root of the system, whose headers must come behind libc++'s.
+file(GLOB CONFIGURATIONS ${KEPT}/libraries/usr/lib/*/cmake/* ${KEPT}/libraries/usr/lib/cmake/*
+  ${KEPT}/libraries/usr/share/*/cmake ${KEPT}/libraries/usr/share/cmake/*)
 foreach(CONFIGURATION ${CONFIGURATIONS})
   get_filename_component(NAME ${CONFIGURATION} NAME)
   set(${NAME}_DIR ${CONFIGURATION})
