@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -55,6 +56,7 @@ TEST(MacRunLoopTest, AScriptThatRunsTheLoopRunsNoneOfOurActions) {
   // What has become ready meanwhile is called afterwards, termination first.
   loop.runOnce(Seconds(10));
   EXPECT_THAT(calls, ElementsAre("termination"));
+  EXPECT_TRUE(test::runUntil([&] { return std::ranges::count(calls, "handed over") == 1; }));
 }
 
 TEST(MacRunLoopTest, AfterAScriptEverythingIsCalledThatBecameReady) {
@@ -91,6 +93,23 @@ TEST(MacRunLoopTest, OurTimersDoNotEndAScriptsWait) {
     isOver = true;
   });
   EXPECT_TRUE(test::runUntil([&] { return isOver; }));
+}
+
+TEST(MacRunLoopTest, ATimerSkipsWhatItMissedWhileItsOwnActionRanAScript) {
+  RunLoop& loop = RunLoop::main();
+  int ticks = 0;
+  const auto timer = loop.scheduleTimer(Seconds(0.5), [&] {
+    if (++ticks == 1) {
+      fakes::spinRunLoop(0.6);
+    }
+  });
+  loop.runOnce(Seconds(10));
+  ASSERT_EQ(ticks, 1);
+  // The third interval is under way.
+  loop.runOnce(Seconds(0));
+  EXPECT_EQ(ticks, 1);
+  loop.runOnce(Seconds(10));
+  EXPECT_EQ(ticks, 2);
 }
 
 TEST(MacRunLoopTest, WhatTheSystemCallsItselfIsNotTheOneThingToDo) {
