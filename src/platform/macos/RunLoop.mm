@@ -235,6 +235,10 @@ class MacRunLoop final : public RunLoop {
       }
       source->action();
       if (!source->isOver) {
+        // A timer that was due again while its own action ran the loop has missed that.
+        if (std::exchange(source->isReady, false)) {
+          std::erase(ready, source);
+        }
         source->rearm();
       }
       return true;

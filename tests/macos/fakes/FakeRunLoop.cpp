@@ -294,11 +294,8 @@ struct MainSource {
 
 namespace ravelin::fakes {
 
-void spinRunLoop(double seconds) {
-  const double end = sinceStart() + seconds;
-  do {
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, std::max(0.0, end - sinceStart()), 0);
-  } while (sinceStart() < end);
+bool spinRunLoop(double seconds) {
+  return CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, 0) != kCFRunLoopRunStopped;
 }
 
 void moveWallClock(double seconds) { gWallClock = gWallClock + seconds; }

@@ -7,8 +7,8 @@
 namespace ravelin::fakes {
 
 /// Runs the calling thread's loop of CoreFoundation's that long, as a script or a dialogue does
-/// that waits for something of its own.
-void spinRunLoop(double seconds);
+/// that waits for something of its own. False when somebody stops the loop before.
+bool spinRunLoop(double seconds);
 
 /// Sets the wall clock forward or back by that much, as somebody does by hand. Any thread.
 void moveWallClock(double seconds);
