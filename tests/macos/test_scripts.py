@@ -23,7 +23,7 @@ LABEL = "net.ravelin-disk.agent"
 BUNDLE = "Ravelin Disk.app"
 PROGRAM = "Contents/MacOS/Ravelin Disk"
 TOOLS = ("ravelin-disk-announce", "ravelin-disk-volume")
-PATIENCE = 30
+PATIENCE = 120
 
 # What both systems have. Long options are GNU's alone; so are the others, by the name of the tool.
 SHARED = ("cat", "chmod", "cp", "date", "dirname", "grep", "head", "mkdir", "mktemp", "mv", "rm", "sed",
@@ -181,7 +181,7 @@ class Mac:
         """What the script prints; it has to end with that status."""
         ended = subprocess.run([self.tree / "script" / script, *arguments], env=self.environment,
                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                               stderr=subprocess.STDOUT, text=True, timeout=120, check=False)
+                               stderr=subprocess.STDOUT, text=True, timeout=300, check=False)
         assert ended.returncode == status, ended.stdout
         return ended.stdout
 
