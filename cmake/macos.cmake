@@ -7,8 +7,6 @@ set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
 set(CMAKE_OSX_SYSROOT ${KEPT}/sysroot)
 set(CMAKE_OSX_ARCHITECTURES "arm64;x86_64" CACHE STRING "")
-# What std::atomic's waiting needs.
-set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0 CACHE STRING "")
 
 foreach(LANGUAGE CXX OBJCXX)
   set(CMAKE_${LANGUAGE}_COMPILER ${KEPT}/bin/clang++)

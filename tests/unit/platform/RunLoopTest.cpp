@@ -364,7 +364,7 @@ TEST(RunLoopTest, WatchReportsTheEndOfAPipe) {
 }
 
 TEST(RunLoopTest, WatchReportsAnErrorOfASocket) {
-  const auto udpSocket = [] { return socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0); };
+  const auto udpSocket = [] { return socket(AF_INET, SOCK_DGRAM, 0); };
   sockaddr_in address = {};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
