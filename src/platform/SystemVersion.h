@@ -12,7 +12,8 @@ class SystemVersion {
   virtual ~SystemVersion() = default;
 
   /// The version packed as hexadecimal digits (0x1060 for 10.6.0), or 0 when it cannot be found
-  /// out. A system of another kind answers the version whose conduct it shares. Any thread.
+  /// out. Another system than that one returns the version whose behaviour it shares. Any
+  /// thread.
   virtual std::int32_t gestaltSystemVersion() = 0;
 };
 
