@@ -42,7 +42,7 @@ class StandInPrograms final : public platform::SystemPrograms {
     tell("mount", "[ $# -gt 0 ] || { cat '" + _listing + "'; exit; }\n" + otherwise);
   }
 
-  /// Where case means nothing in what is listed.
+  /// The parts of the listing without regard to case.
   void setCaseless(std::vector<platform::MountListing::Stretch> caseless) {
     _caseless = std::move(caseless);
   }

@@ -76,8 +76,8 @@ class UdpSocket {
   int _descriptor;
 };
 
-/// Sees to it that no other test that runs meanwhile is given the same port. Sockets that share
-/// their port can be bound to it, on any address but this one's.
+/// Reserves a port, so that no other test that runs meanwhile is given the same one. Sockets that
+/// share their port can be bound to it, on any address but this one's.
 class ReservedPort {
  public:
   ReservedPort() {

@@ -32,7 +32,7 @@ inline void settle() {
   EXPECT_TRUE(runUntil([&] { return isSettled; }));
 }
 
-/// Waits, with the run loop standing still, until the condition holds; false when it never does.
+/// Waits, without running the run loop, until the condition holds; false when it never does.
 template <class Condition>
 [[nodiscard]] bool waitUntil(const Condition& condition) {
   const auto deadline = std::chrono::steady_clock::now() + PATIENCE;

@@ -71,3 +71,19 @@ def test_the_command_for_volumes_has_its_helper(home, programs):
         1, "", "Ravelin Disk: FSMountServerVolumeSync (x) result:-14="
         "this session has no GVfs that can mount SMB shares\n"
         "ravelin-disk-volume: the share cannot be mounted\n")
+
+
+def test_the_helper_beside_the_agent_comes_first(home):
+    """Outside an installation, the other place may be one where everybody can put something."""
+    beside, elsewhere = home.base / "beside", home.base / "elsewhere"
+    program = home.install(helper=f"touch {beside}")
+    planted = home.base / "libexec/ravelin-disk" / HELPER
+    planted.parent.mkdir(parents=True)
+    planted.write_text(f"#!/bin/sh\ntouch {elsewhere}\n")
+    planted.chmod(0o755)
+    (home.desktop / "USB Disk.app").write_text("the user's")
+    agent = home.start(command=[program])
+    agent.announce("disk_mounted")
+    wait_until(lambda: beside.exists() or elsewhere.exists(), "helper run")
+    assert not elsewhere.exists()
+    assert agent.terminate() == 0

@@ -18,7 +18,7 @@ class OptionReader {
  public:
   OptionReader();
 
-  /// Where the options are read by, and failures told.
+  /// The command line that reads the options and reports failures.
   [[nodiscard]] CommandLine& line() { return _line; }
 
   /// What the options that have been read, and these arguments, ask for.

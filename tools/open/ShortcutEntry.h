@@ -8,7 +8,7 @@
 
 namespace ravelin::open {
 
-/// What a file is that Ravelin Disk has not made.
+/// Why a file that Ravelin Disk has not made is not opened.
 [[nodiscard]] Failure foreign();
 
 /// The URL of the share that a shortcut leads to, from what follows the shortcut's first line: a

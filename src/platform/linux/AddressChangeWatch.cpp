@@ -21,8 +21,8 @@ namespace {
 
 constexpr std::size_t NOTICE_LIMIT = 16384;
 
-/// More notices than the socket can hold, so that all that are pending are read at once, and an
-/// end to it where others come as fast as they are read.
+/// More than the socket's buffer holds, so that all pending notices are read at once; a limit, in
+/// case new ones come as fast as they are read.
 constexpr int NOTICES_PER_WAKE = 4096;
 
 /// What the notices say that have been read together.

@@ -16,7 +16,7 @@
 
 namespace ravelin::platform {
 
-/// To standard error alone, which is never waited for.
+/// Here the console log is standard error alone. Never waits.
 std::size_t consoleLog(std::string_view text) {
   timeval now{};
   ::gettimeofday(&now, nullptr);

@@ -13,7 +13,7 @@ void appendField(std::string& record, std::string_view name, std::string_view va
   record.append(name).append("=").append(value).append("\n");
 }
 
-/// A field whose value may be anything, for its length stands before it, the lowest byte first.
+/// A field with any value: its length stands before it, the lowest byte first.
 void appendData(std::string& record, std::string_view name, std::string_view value) {
   record.append(name).append("\n");
   std::uint64_t length = value.size();

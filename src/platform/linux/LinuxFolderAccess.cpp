@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <fstream>
-#include <utility>
 
 #include "base/Text.h"
 

@@ -5,7 +5,6 @@
 #include <bit>
 #include <cstdlib>
 #include <string_view>
-#include <utility>
 
 #include "base/Text.h"
 #include "platform/FileManager.h"

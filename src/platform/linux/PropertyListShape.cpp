@@ -21,7 +21,7 @@ class XmlShape {
     _rest.remove_prefix(_rest.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
   }
 
-  /// The list in plain tags and texts; null when it is not sound.
+  /// The list in plain tags and texts; null when it is not well-formed.
   std::optional<std::string> plain() {
     if (_rest.find('\0') != std::string_view::npos) {
       return std::nullopt;
@@ -185,7 +185,7 @@ class BinaryShape {
   static constexpr std::uint64_t ARRAY = 0xA0;
   static constexpr std::uint64_t SET = 0xC0;
   static constexpr std::uint64_t DICTIONARY = 0xD0;
-  /// Lies among them and has none.
+  /// Among these types, but without a count.
   static constexpr std::uint64_t UID = 0x80;
 
   /// The big-endian number at that place; null when it does not lie within the content.

@@ -43,7 +43,7 @@ using Event = std::unique_ptr<sd_event, Release>;
 using Source = std::unique_ptr<sd_event_source, Release>;
 
 /// For what fails only when the process has run out of descriptors or memory, or when a loop is
-/// used after fork(): there is no going on without a run loop.
+/// used after fork(): without a run loop the process cannot work.
 void mustSucceed(int result, std::string_view operation) {
   precondition(result >= 0, operation, "the system provides it");
 }
@@ -56,7 +56,7 @@ std::uint64_t microseconds(RunLoop::Seconds seconds) {
   return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(bounded).count());
 }
 
-/// The time on the clock that sd-event's CLOCK_MONOTONIC timers go by.
+/// The current time on CLOCK_MONOTONIC, which sd-event's timers use.
 std::uint64_t now() {
   const auto time = std::chrono::steady_clock::now().time_since_epoch();
   return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(time).count());
@@ -254,7 +254,7 @@ class EventLoop final : public RunLoop {
     Action action;
     {
       const LockGuard lock(self._mutex);
-      // Whoever has got hold of the eventfd from outside can count what is not there.
+      // Another process with access to the eventfd can raise its count without an action.
       if (self._actions.empty()) {
         return 0;
       }

@@ -21,8 +21,8 @@ namespace {
 constexpr const char* JOURNAL_PATH = "/run/systemd/journal/socket";
 constexpr const char* SERVICE_PATH = "/dev/log";
 
-/// The device and the inode of a stream of the journal's that whoever started this process opened
-/// for it, or nothing.
+/// The device and the inode of a stream of the journal's that this process's parent opened for
+/// it, or nothing.
 std::string journalStream() {
   const char* const stream = std::getenv("JOURNAL_STREAM");
   return stream == nullptr ? "" : stream;

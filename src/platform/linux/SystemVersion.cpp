@@ -9,7 +9,7 @@ namespace {
 class LinuxSystemVersion final : public SystemVersion {
  public:
   std::int32_t gestaltSystemVersion() override {
-    // The version that removes a shortcut's file directly, as is done here.
+    // In this version shortcut files are removed directly, as on Linux.
     constexpr std::int32_t DIRECT_REMOVAL = 0x1060;
     return DIRECT_REMOVAL;
   }

@@ -36,7 +36,7 @@ class FolderAccess {
   /// where that is no folder or something is mounted there (EXDEV).
   [[nodiscard]] virtual Descriptor enter(int folder, const std::string& name) const = 0;
 
-  /// Looks for what has this name in the folder; a link is meant itself. Nothing is opened that
+  /// Looks for what has this name in the folder; a link is not followed. Nothing is opened that
   /// would have effects of its own.
   [[nodiscard]] virtual FoundItem find(int folder, const std::string& name) const = 0;
 

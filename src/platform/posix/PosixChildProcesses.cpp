@@ -37,11 +37,11 @@ constexpr std::chrono::milliseconds KILL_PERIOD{5};
 
 constexpr std::size_t ABANDONED_LIMIT = 16;
 
-/// What is told as the status of a child whose end somebody else has waited for.
+/// The status that is returned for a child that other code has already waited for.
 constexpr int UNKNOWN_STATUS = -1;
 
-/// A process whose parent ignored SIGCHLD ignores it, too, and then the system tells nobody how its
-/// children end.
+/// A process whose parent ignored SIGCHLD ignores it, too, and then the system does not keep the
+/// status of its children.
 void makeStatusesKnown() {
   struct sigaction action = {};
   if (::sigaction(SIGCHLD, nullptr, &action) == 0 &&

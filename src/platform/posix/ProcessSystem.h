@@ -23,8 +23,8 @@ class ProcessSystem {
   /// The variables of this process's environment, as a new program takes them.
   [[nodiscard]] virtual char** environment() const = 0;
 
-  /// Adds to the settings of a program that is about to be started whatever it takes here that it
-  /// inherits no descriptor but the first three. Signals and those three are settled by then.
+  /// Completes the settings of a program that is about to be started so that it inherits no
+  /// descriptor but the first three. Signals and those three are already set.
   virtual void keepDescriptorsBack(posix_spawnattr_t& attributes,
                                    posix_spawn_file_actions_t& actions) const = 0;
 

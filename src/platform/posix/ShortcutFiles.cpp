@@ -67,12 +67,12 @@ std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_vi
     if (item.kind == Kind::nothing) {
       continue;
     }
-    // In one step, so that whoever looks sees the one shortcut or the other.
+    // In one step: at every instant there is either the old shortcut or the new one.
     const int refusal = _native.exchange(folder, file.name(), place.name);
     if (refusal == 0) {
       const Item replaced = _lookAt(folder, file.name());
       if (replaced.kind == Kind::foreign) {
-        // It came in this very moment.
+        // The user's file came between the look and the exchange.
         _removeShortcut(place);
         _putBack(folder, file.name(), place.name);
         file.release();

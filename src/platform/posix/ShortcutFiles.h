@@ -52,7 +52,7 @@ class ShortcutFiles {
 
   const FolderAccess& _access;
   NativeShortcuts& _native;
-  /// So that nobody ends the process while another thread is half done.
+  /// So that a removal at the end of the process waits for one of another thread.
   Mutex _removal;
 };
 

@@ -1,6 +1,5 @@
 #include "platform/posix/StandardError.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -47,7 +46,7 @@ class HeldSignals final {
   }
 
  private:
-  /// A failing write raises its signal for this very thread, so that nobody else can take it.
+  /// A failing write raises its signal for this thread alone, so no other thread can take it.
   [[nodiscard]] static bool _isPending() {
     sigset_t pending{};
     return ::sigpending(&pending) == 0 &&

@@ -23,7 +23,7 @@ ssize_t writeToStandardErrorIfReady(std::string_view text);
 class StandardErrorWriter {
  public:
   /// Writes some of the text to standard error, a pipe or a terminal, without waiting, and returns
-  /// as write does. Signals of a failing write are seen to.
+  /// as write does. The writer holds back the signals of a failing write.
   using PipeWrite = ssize_t (*)(std::string_view text);
 
   explicit StandardErrorWriter(PipeWrite writeToPipe = writeToStandardErrorIfReady)

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int FOLDER_FLAGS = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-/// No descriptor, for this reason.
+/// No descriptor; the error number goes to errno.
 Descriptor none(int error) {
   errno = error;
   return {};

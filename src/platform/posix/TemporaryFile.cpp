@@ -35,7 +35,7 @@ TemporaryFile::TemporaryFile(int folder, std::string_view content, Mode mode) : 
     _name = freshName();
     file = Descriptor(::openat(folder, _name.c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, FILE_MODE));
-    // Left behind by an earlier process of the same number: the next name.
+    // The name is taken by a file that an earlier process with this number left: try the next.
     if (!file.isOpen() && errno != EEXIST) {
       break;
     }

@@ -26,7 +26,7 @@ class TemporaryFile {
   /// Puts it into its place, where it replaces the file or link that is there. 0 on success.
   int replace(const std::string& name);
 
-  /// What has its name now belongs to somebody else.
+  /// The file under this name is not this object's any more, and is not removed.
   void release() { _name.clear(); }
 
   /// A name that nobody else uses, hidden and never the same again in this process.

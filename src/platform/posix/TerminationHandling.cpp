@@ -23,7 +23,8 @@ namespace {
 /// What the end of a session or a terminal sends besides SIGTERM, often right after it.
 constexpr std::array SESSION_SIGNALS{SIGHUP, SIGINT, SIGQUIT};
 
-/// What does not end the process anyway, or tells of a fault that makes going on pointless.
+/// What does not end the process anyway, or reports a fault after which the process cannot
+/// continue.
 constexpr std::array UNTOUCHED_SIGNALS{SIGTERM, SIGKILL, SIGSTOP, SIGCHLD, SIGILL, SIGTRAP,
                                        SIGABRT, SIGBUS,  SIGFPE,  SIGSEGV, SIGSYS};
 
@@ -138,7 +139,7 @@ int wakeThroughPipe() {
   gWritingEnd.store(ends[1]);
   // The signals that often come right behind wait until the handler has told that it was called.
   setDisposition(SIGTERM, writeToPipe, SESSION_SIGNALS);
-  // Whoever started this process may have blocked it.
+  // The parent of this process may have blocked it.
   sigset_t termination;
   sigemptyset(&termination);
   sigaddset(&termination, SIGTERM);

@@ -12,9 +12,8 @@ class RunLoop;
 /// refuses it. Main thread only, once per process, before any other thread is started.
 using TerminationWaking = int (*)();
 
-/// Fulfils installTerminationHandler() with this waking. `loop` is the main thread's. A SIGTERM
-/// that is under way is seen where it is blocked and waits, or from the beginning of its handler
-/// on.
+/// Implements installTerminationHandler() with this waking. `loop` is the main thread's. SIGTERM
+/// counts as sent as soon as it waits, blocked, or else when its handler begins.
 void handleTermination(RunLoop& loop, TerminationWaking waking, std::function<void()> handler);
 
 /// A waking for systems without a better one: a signal handler that writes to a pipe. It counts on

@@ -6,7 +6,7 @@ namespace ravelin::platform {
 
 std::int16_t VolumeReferences::give(const std::string& path, const IsMounted& isMounted) {
   const LockGuard lock(_mutex);
-  // What had this place before is not mounted any more.
+  // What was mounted at this path before is not mounted any more.
   if (const auto earlier = _numbers.find(path); earlier != _numbers.end()) {
     _paths.erase(earlier->second);
     _numbers.erase(earlier);

@@ -17,8 +17,8 @@ class ScriptRunner {
  public:
   virtual ~ScriptRunner() = default;
 
-  /// Runs the script and answers whether it ran without error. A script whose inserted values hold
-  /// a double quote or a backslash does not run: it would not be the script that was meant.
+  /// Runs the script; returns whether it ran without error. A script whose inserted values hold a
+  /// double quote or a backslash is not run: they could end a text and become commands.
   bool run(const Script& script);
 
  private:

@@ -43,7 +43,7 @@ inline long install(const SystemCall& call, std::uint32_t action, unsigned flags
     addComparison(offsetof(seccomp_data, args) + sizeof(std::uint64_t) * place, value);
   }
   add(BPF_RET | BPF_K, action);
-  // If something is not equal, on to the end.
+  // Unless all are equal, jump to the end.
   for (std::size_t at = 1; at + 1 < filter.size(); at += 2) {
     filter[at].jf = static_cast<std::uint8_t>(filter.size() - at - 1);
   }

@@ -47,7 +47,7 @@ class MountTable {
   [[nodiscard]] bool isGvfsMount(std::string_view path) const;
 
   /// The table as lines, the sources of shares with percent escapes and without regard to case:
-  /// GVfs loses it, and to the kernel's SMB file system it is as somebody has typed it.
+  /// GVfs loses it, and the kernel's SMB file system keeps it as the user typed it.
   /// It is UTF-8: bytes that are not have the kernel's escapes, a backslash and three octal digits.
   [[nodiscard]] MountListing listing() const;
 

@@ -59,7 +59,7 @@ class LinuxSystemPrograms final : public SystemPrograms {
     }
     const auto answer = VolumesHelper::unmount(point);
     if (answer.situation != VolumeSituation::done) {
-      // Where the program would say it.
+      // The program would write to standard error, too.
       writeToStandardError("umount: " + point + ": " + commentOn(answer.situation, answer.text) +
                            ".\n");
     }
@@ -68,7 +68,7 @@ class LinuxSystemPrograms final : public SystemPrograms {
     return result;
   }
 
-  // Both complain where their callers do not mind.
+  // The callers ignore these failures, so what the programs write about them is dropped.
   ChildResult mkdir(const std::string& path) override {
     return run("mkdir", {path}, Output::collected);
   }

@@ -7,7 +7,7 @@ namespace ravelin::platform {
 
 namespace {
 
-/// Of what others say.
+/// How much of GVfs's message is shown, in bytes.
 constexpr std::size_t SAYING_LIMIT = 300;
 
 /// The text with a question mark for every character that is not printable ASCII.

@@ -82,7 +82,7 @@ class LinuxVolumes final : public Volumes {
     const auto table = MountTable::read();
     std::vector<Volume> found;
     for (const Mount& mount : table ? table->volumes() : std::vector<Mount>()) {
-      // The root of all has the name that separates names.
+      // The last component of the root's path would be the separator itself.
       found.push_back({.name = mount.point == "/" ? "" : lastPathComponent(mount.point),
                        .rootPath = mount.point});
     }

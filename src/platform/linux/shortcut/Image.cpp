@@ -51,8 +51,8 @@ class LinuxImageReader final : public ImageReader {
     bool isReadable = false;
   };
 
-  // By path: the same few files are asked for at every mount. Only what the helper has said is
-  // kept, so that a bad moment does not take the picture away for good.
+  // By path, because every mount asks for the same few files. Only results of the helper are kept,
+  // so that a picture is tried again after the helper could not be run.
   std::map<std::string, Verdict> _verdicts;
 };
 

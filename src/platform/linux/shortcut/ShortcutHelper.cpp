@@ -11,7 +11,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Any other status comes from before or beside the helper's own work.
+/// The helper's verdict. Any other status does not come from the helper's own work.
 std::optional<bool> saidBy(const ChildResult& result) {
   if (result.wasSignalled ||
       (result.terminationStatus != EXIT_SUCCESS && result.terminationStatus != EXIT_FAILURE)) {
@@ -28,7 +28,7 @@ std::optional<bool> ShortcutHelper::run(const std::vector<std::string>& argument
   }
   _hungAt.reset();
   try {
-    // Its output is collected to be forgotten: decoders like to complain.
+    // The output is collected and dropped: decoders write warnings.
     const ChildResult result = HelperProgram(NAME).run(arguments, _limit);
     if (result.timedOut) {
       _hungAt = Clock::now();

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "platform/linux/HelperProgram.h"
 #include "platform/linux/shortcut/ShortcutHelper.h"
@@ -19,7 +18,7 @@ constexpr std::chrono::seconds LIMIT{5};
 constexpr std::chrono::minutes REFUSAL_PERIOD{1};
 constexpr std::size_t REFUSALS_LIMIT = 256;
 
-/// The helper's last word, without what its libraries may have said.
+/// The helper's last message, without what its libraries wrote before it.
 std::string reasonIn(std::string_view output) {
   const std::string mark = std::string(ShortcutHelper::NAME) + ": ";
   const std::size_t begin = output.rfind(mark);

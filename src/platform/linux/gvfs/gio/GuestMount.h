@@ -5,9 +5,9 @@
 
 namespace ravelin::gvfs {
 
-/// One place that GVfs mounts as guest, without a question to the user: whoever asks for a password
-/// is told, once, that this is an anonymous user. Asked again, the same would only be refused
-/// again, so the mount is aborted, and so it is by any other question. Main thread.
+/// One place that GVfs mounts as guest, without a question to the user: the first request for
+/// a password gets the reply that this is an anonymous user. A second one means that the server
+/// refuses the guest; it aborts the mount, and so does any other question. Main thread.
 class GuestMount {
  public:
   /// The operation waits for the mount; once it has been given up, a password is not told any more.
@@ -24,7 +24,7 @@ class GuestMount {
   /// Why the place is not mounted, from what the operation has brought; null when it is mounted.
   Error finish(GAsyncResult* result);
 
-  /// Whether somebody asked again.
+  /// Whether the password was asked for again.
   [[nodiscard]] bool isGuestRefused() const { return _timesAsked > 1; }
 
   /// What is given to GVfs for its questions.

@@ -12,32 +12,25 @@
 #include <iostream>
 #include <optional>
 
+#include "platform/StandardDescriptors.h"
+
 namespace ravelin::volumes {
 
 namespace {
 
 using Situation = platform::VolumeSituation;
 
-/// More than a path or a message has.
+/// Longer than any path or message.
 constexpr std::size_t LONGEST_TEXT = 16384;
-
-/// A descriptor that is made while these are closed would be taken for one of them.
-void openStandardDescriptors() {
-  int descriptor = 0;
-  while ((descriptor = ::open("/dev/null", O_RDWR | O_CLOEXEC)) >= 0 &&
-         descriptor <= STDERR_FILENO) {
-  }
-  ::close(descriptor);
-}
 
 void leaveTheFront() {
   ::setsid();
   static_cast<void>(::chdir("/") == 0);
-  // Whoever ends the front by these wants what it began undone, which takes its time.
+  // These end the front so that its work is undone, which takes some time.
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     std::signal(signal, SIG_IGN);
   }
-  // A front whose output stays open has not ended for who reads it.
+  // As long as its output is open, the reader takes the front for running.
   const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
   if (nothing < 0) {
     return;
@@ -48,9 +41,9 @@ void leaveTheFront() {
   ::close(nothing);
 }
 
-/// Waits for the answer; null when nobody can read this process's output any more.
+/// Waits for the answer; null when this process's output has no reader any more.
 std::optional<Answer> awaitAnswer(int background) {
-  // Of the output only its end is watched.
+  // Only the end of the output is watched.
   std::array<pollfd, 2> watched{{{background, POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
   do {
     while (::poll(watched.data(), watched.size(), -1) < 0 && errno == EINTR) {
@@ -89,7 +82,7 @@ int conclude(const Answer& answer) {
 }
 
 int runInBackground(const std::function<void(const Connection& front)>& work) {
-  openStandardDescriptors();
+  platform::openStandardDescriptors();
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
     return conclude({.situation = Situation::failed, .text = "the helper has no connection"});

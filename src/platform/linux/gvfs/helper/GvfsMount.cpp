@@ -21,15 +21,15 @@ namespace {
 
 using Situation = GvfsMount::Situation;
 
-/// How long the path may lag behind.
+/// How long after the mount its path may become reachable.
 constexpr std::chrono::seconds PATH_LIMIT{5};
 constexpr guint PATH_INTERVAL = 20;  // milliseconds
 
-/// How long a mount that nobody waits for is awaited. GVfs gives up itself long before.
+/// How long undo() waits for a mount that was given up. GVfs itself gives up long before.
 constexpr std::chrono::minutes LATE_LIMIT{30};
 
-/// How long GVfs may be busy with the place: a file that has just been closed is still being closed
-/// there, and whoever looks at every new mount asks for something.
+/// How often GVfs may be busy with the place: it may still be closing a file, and file managers
+/// look into every new mount.
 constexpr int BUSY_ATTEMPTS = 50;
 constexpr guint BUSY_INTERVAL = 100;  // milliseconds
 
@@ -102,7 +102,8 @@ GvfsMount::GvfsMount(const char* place) : _file(g_file_new_for_commandline_arg(p
 GvfsMount::~GvfsMount() { g_signal_handlers_disconnect_by_data(_mount.answers(), this); }
 
 Situation GvfsMount::mount() {
-  // Its end is to be heard of, also when it has been given up.
+  // Without a cancellable, so that its end is reported also after it has been given up: undo()
+  // waits for it.
   _mount.start(nullptr);
   const auto result = _operation.awaitUntilGivenUp();
   _isPending = result == nullptr;

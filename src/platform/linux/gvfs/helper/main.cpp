@@ -1,6 +1,6 @@
 // The short-lived helper for volumes: "mount URL" mounts a share by GVfs as guest and prints where
 // its files are, "unmount PATH" unmounts what is mounted there. It ends with a VolumeSituation;
-// about a failure it prints what has been said. Standard error is nobody's answer.
+// about a failure it prints what GVfs has said. Standard error is not part of the result.
 
 #include <glib-unix.h>
 
@@ -20,7 +20,7 @@ using ravelin::volumes::Connection;
 using ravelin::volumes::GvfsMount;
 using ravelin::volumes::runInBackground;
 
-/// Gives the mount up when nobody waits for it any more.
+/// Gives the mount up when the front does not wait for it any more.
 class GiveUpWithFront {
  public:
   GiveUpWithFront(const Connection& front, GvfsMount& mount)
@@ -49,7 +49,7 @@ Answer answerOf(VolumeSituation situation, const GvfsMount& mount) {
           .text = situation == VolumeSituation::done ? mount.mountPoint() : mount.message()};
 }
 
-/// Mounts for the front, and for nobody else.
+/// Mounts for the front; undoes the mount when the front does not wait any more.
 void mountFor(const Connection& front, const char* url) {
   GvfsMount mount(url);
   const Answer answer = [&] {

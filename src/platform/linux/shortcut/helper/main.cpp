@@ -29,8 +29,8 @@ bool report(GError* error) {
   return true;
 }
 
-/// From here on this process gets so much more memory and processor time, and no more: what a
-/// picture says about its size is not to be trusted, and nobody may be left to end the process.
+/// From here on this process gets so much more memory and processor time, and no more: the size
+/// that a picture states cannot be trusted, and the agent may have ended and no longer kill this.
 void boundResources() {
   constexpr rlim_t MEMORY = rlim_t{512} * 1024 * 1024;
   constexpr rlim_t SECONDS = 10;
