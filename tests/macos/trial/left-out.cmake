@@ -1,8 +1,9 @@
 # Unit tests that are not run here, by what keeps them out: whole files, and tests by their names.
 
-# They ask for what Linux alone has: its folders, its log service, the helpers that look at pictures and
-# write desktop entries.
+# They ask for what Linux alone has: its folders, its log and login services, the helpers that look at
+# pictures and write desktop entries.
 set(LEFT_OUT
+  core/SessionActivityTest.cpp
   platform/ImageTest.cpp
   platform/SearchPathsTest.cpp
   platform/SystemLogTest.cpp
@@ -24,24 +25,4 @@ set(LEFT_OUT_TESTS
   LoudSendersTest.ManySendersCanBeLeftOutAndLetInAgain
   # What is looked at before libplist reads it.
   PropertyListTest.*
-)
-
-# They need services that the macOS side does not have yet. When all of them are there, this list goes,
-# and awaited.cpp with it.
-set(AWAITING
-  controller/AdmissionTest.cpp
-  controller/ControllerTest.cpp
-  controller/MountedDisksTest.cpp
-  controller/RecordFileTest.cpp
-  controller/ShortcutIconTest.cpp
-  core/DirectoryFinderTest.cpp
-  core/SessionActivityTest.cpp
-  core/WardenTest.cpp
-  core/WardenWatcherTest.cpp
-  disk/DiskManagerTest.cpp
-  disk/DiskVolumeTest.cpp
-  intake/ServerTest.cpp
-  platform/FileManagerTest.cpp
-  platform/TerminationSignalTest.cpp
-  platform/macos/faked/WorkspaceTest.cpp
 )
