@@ -13,6 +13,12 @@ set(LEFT_OUT
 set(LEFT_OUT_TESTS
   # Desktop entries and symbolic links.
   AliasScriptRunTest.*
+  # A script that is stored replaces nothing, and a label with a slash names no script.
+  ControllerDeathTest.AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame
+  ControllerTest.RandomDatagramsHaveTheOutcomeOfThePlainModel
+  ControllerTest.RandomEventsHaveTheOutcomeOfThePlainModel
+  # The removal script moves whatever it finds to the trash, shortcut or not.
+  ControllerTest.BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath
   # The form of a line on standard error.
   ConsoleLogTest.ShowsLocalTime
   ConsoleLogTest.CutsLongText
