@@ -19,6 +19,8 @@ set(LEFT_OUT_TESTS
   ControllerTest.RandomEventsHaveTheOutcomeOfThePlainModel
   # The removal script moves whatever it finds to the trash, shortcut or not.
   ControllerTest.BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath
+  # The desktop folder is where a file of the user's says.
+  DirectoryFinderTest.TheDesktopIsFoundAfreshEveryTime
   # The form of a line on standard error.
   ConsoleLogTest.ShowsLocalTime
   ConsoleLogTest.CutsLongText

@@ -96,6 +96,7 @@ TEST_F(MacAddressChangeWatchTest, ARefusalHasTheSystemsReason) {
   store.refuseSessions(FakeDynamicStore::NO_STORE_SESSION);
   EXPECT_EQ(start(), nullptr);
   EXPECT_EQ(reason, "Configuration daemon session not active");
+  EXPECT_EQ(told(), 0);  // by then no session of another test's is left either
   EXPECT_EQ(store.sessions(), 0);
 }
 
