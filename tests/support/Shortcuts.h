@@ -31,8 +31,8 @@ inline std::filesystem::path scriptOf(const std::filesystem::path& shortcut) {
   return shortcut / "Contents/Resources/Scripts/main.scpt";
 }
 
-/// What stands in the file between this beginning of a line and the text that ends it; null where no
-/// line begins so.
+/// What stands in the file between this beginning of a line and the text that ends it; null where
+/// no line begins so.
 inline std::optional<std::string> valueIn(const std::filesystem::path& file,
                                           std::string_view beginning, std::string_view end) {
   std::ifstream stream(file);

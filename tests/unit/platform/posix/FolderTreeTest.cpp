@@ -38,8 +38,8 @@ class FolderTreeTest : public testing::Test {
     std::string next = name;
     for (int level = 0; level < depth; ++level) {
       ASSERT_EQ(::mkdirat(above.number(), next.c_str(), 0700), 0);
-      above = Descriptor(
-          ::openat(above.number(), next.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      above =
+          Descriptor(::openat(above.number(), next.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
       next = "x";
     }
   }

@@ -22,8 +22,7 @@ using testing::ElementsAre;
 class MacAddressChangeWatchTest : public testing::Test {
  protected:
   std::unique_ptr<AddressChangeWatch> start() {
-    return AddressChangeWatch::start(
-        RunLoop::main(), [this] { ++calls; }, reason);
+    return AddressChangeWatch::start(RunLoop::main(), [this] { ++calls; }, reason);
   }
 
   /// How often it has told after all that is under way.

@@ -29,7 +29,9 @@ class MacShortcutsTest : public testing::Test {
     std::ofstream(path) << "content";
   }
 
-  [[nodiscard]] std::string at(const std::string& name) const { return home.desktop() + "/" + name; }
+  [[nodiscard]] std::string at(const std::string& name) const {
+    return home.desktop() + "/" + name;
+  }
 
   /// A folder as a stored script becomes one, without a mark.
   void makeBundle(const std::string& name) const {
@@ -136,8 +138,7 @@ TEST_F(MacShortcutsTest, WhatHasNoMarkMakesWayIntoTheTrash) {
 TEST_F(MacShortcutsTest, ATrashThatRefusesLeavesTheItem) {
   write(home.path() + "/data");  // where the trash would be
   makeBundle("USB.app");
-  EXPECT_EQ(makeWay("USB.app"),
-            "Not moved to the trash: It cannot be moved to the trash.");
+  EXPECT_EQ(makeWay("USB.app"), "Not moved to the trash: It cannot be moved to the trash.");
   EXPECT_TRUE(fs::exists(at("USB.app/Icon\r")));
 }
 

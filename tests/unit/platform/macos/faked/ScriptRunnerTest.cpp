@@ -34,7 +34,9 @@ class MacScriptRunnerTest : public testing::Test {
 
   static ShortcutScript shortcutFor(const Text& label) { return {"192.0.2.10", "USB", label}; }
 
-  [[nodiscard]] std::string at(const std::string& name) const { return home.desktop() + "/" + name; }
+  [[nodiscard]] std::string at(const std::string& name) const {
+    return home.desktop() + "/" + name;
+  }
 
   /// Whether it is known for a shortcut, and can be removed as one.
   [[nodiscard]] bool isRemovedAsShortcut(const std::string& name) const {
@@ -50,16 +52,15 @@ TEST_F(MacScriptRunnerTest, TheSourcesAreRunToTheLetter) {
   EXPECT_TRUE(run(shortcutFor("USB Disk \xC3\xA4")));
   EXPECT_TRUE(run(RemovalScript{"Gone.app"}));
   EXPECT_TRUE(run(AliasScript{"USB", "/Volumes/USB"}));
-  EXPECT_THAT(scripts.sources(),
-              ElementsAre("script myScript\n"
-                          "tell application \"Finder\"\n"
-                          "open location \"smb://guest:@192.0.2.10/USB\"\n"
-                          "end tell\n"
-                          "end script\n"
-                          "store script myScript in (path to desktop as text) & "
-                          "\"USB Disk \xC3\xA4.app\"",
-                          RemovalScript{"Gone.app"}.source(),
-                          AliasScript{"USB", "/Volumes/USB"}.source()));
+  EXPECT_THAT(scripts.sources(), ElementsAre("script myScript\n"
+                                             "tell application \"Finder\"\n"
+                                             "open location \"smb://guest:@192.0.2.10/USB\"\n"
+                                             "end tell\n"
+                                             "end script\n"
+                                             "store script myScript in (path to desktop as text) & "
+                                             "\"USB Disk \xC3\xA4.app\"",
+                                             RemovalScript{"Gone.app"}.source(),
+                                             AliasScript{"USB", "/Volumes/USB"}.source()));
 }
 
 TEST_F(MacScriptRunnerTest, AbsentValuesStandAsTheirPlaceholder) {

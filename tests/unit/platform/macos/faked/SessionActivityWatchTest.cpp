@@ -25,8 +25,8 @@ using testing::IsEmpty;
 class MacSessionActivityWatchTest : public testing::Test {
  protected:
   void start() {
-    watch = SessionActivityWatch::start(
-        RunLoop::main(), [this](SessionNotification what) { told.push_back(what); });
+    watch = SessionActivityWatch::start(RunLoop::main(),
+                                        [this](SessionNotification what) { told.push_back(what); });
   }
 
   /// Has all that is under way delivered.

@@ -51,8 +51,8 @@ class MacVolumesTest : public testing::Test {
     EXPECT_EQ(volumes.pathOfVolume(second.reference), pointOf("CARD"));
     EXPECT_EQ(volumes.referenceOfVolume(pointOf("CARD")), second.reference);
     EXPECT_EQ(volumes.referenceOfVolume(pointOf("other")), 0);
-    EXPECT_THAT(pathsOf(volumes), ElementsAre("USB Disk at " + pointOf("USB Disk"),
-                                              "CARD at " + pointOf("CARD")));
+    EXPECT_THAT(pathsOf(volumes),
+                ElementsAre("USB Disk at " + pointOf("USB Disk"), "CARD at " + pointOf("CARD")));
     EXPECT_THAT(volumes.mountedShares(),
                 ElementsAre(MountedShare{"192.0.2.10", "USB Disk", pointOf("USB Disk")},
                             MountedShare{"192.0.2.11", "CARD", pointOf("CARD")}));
@@ -184,8 +184,8 @@ TEST_F(MacVolumesTest, OfNetFsEachReferenceIsItsOwnAndOthersMountsGetOne) {
   EXPECT_EQ(network.referenceOfVolume("/Volumes/USB"), reference);
   EXPECT_EQ(network.pathOfVolume(reference), "/Volumes/USB");
   EXPECT_NE(network.mountServerVolume(SHARE, "guest", "").reference, reference);
-  EXPECT_THAT(pathsOf(network), ElementsAre(" at /", "USB at /Volumes/USB",
-                                            "USB Disk at " + pointOf("USB Disk")));
+  EXPECT_THAT(pathsOf(network),
+              ElementsAre(" at /", "USB at /Volumes/USB", "USB Disk at " + pointOf("USB Disk")));
 }
 
 TEST_F(MacVolumesTest, SharesAreThoseOfServersInTheTable) {
@@ -193,7 +193,8 @@ TEST_F(MacVolumesTest, SharesAreThoseOfServersInTheTable) {
   fake.add("a", "/Volumes/a", "//domain;me@home:pass@192.0.2.10:445/a%20b%2Fc");
   fake.add("b", "/Volumes/b", "//192.0.2.11");
   fake.add("c", "/Volumes/c", "//server.local/c");
-  for (Volumes* const volumes : {static_cast<Volumes*>(&services), static_cast<Volumes*>(&network)}) {
+  for (Volumes* const volumes :
+       {static_cast<Volumes*>(&services), static_cast<Volumes*>(&network)}) {
     EXPECT_THAT(volumes->mountedShares(),
                 ElementsAre(MountedShare{"192.0.2.10:445", "a b/c", "/Volumes/a"},
                             MountedShare{"server.local", "c", "/Volumes/c"}));
@@ -233,8 +234,7 @@ TEST_F(MacVolumesDeathTest, ASystemThatHasNoCommentsGivesNone) {
       {
         system.lose("GetMacOSStatusCommentString");
         const auto mounted = native<Volumes>().mountServerVolume(SHARE, "guest", "");
-        std::_Exit(mounted.status == 0 && mounted.comment.empty() &&
-                           !fake.mounts().front().byNetFs
+        std::_Exit(mounted.status == 0 && mounted.comment.empty() && !fake.mounts().front().byNetFs
                        ? 0
                        : 1);
       },
