@@ -125,8 +125,7 @@ id listIn(NSData* content) {
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
   // The system's own call would wait for a FIFO, and read a file of any size.
-  const Text content =
-      service<FileManager>().contentsAtPath(path, SIZE_LIMIT).text;
+  const Text content = service<FileManager>().contentsAtPath(path, SIZE_LIMIT).text;
   return content ? dictionaryWithContents(*content) : std::nullopt;
 }
 
@@ -135,8 +134,8 @@ std::optional<PropertyListDictionary> dictionaryWithContents(std::string_view co
     return std::nullopt;
   }
   @autoreleasepool {
-    return Copying().dictionaryIn(
-        listIn([NSData dataWithBytes:content.data() length:content.size()]));
+    return Copying().dictionaryIn(listIn([NSData dataWithBytes:content.data()
+                                                        length:content.size()]));
   }
 }
 
