@@ -43,10 +43,12 @@ class MacProcessSystem final : public ProcessSystem {
 
   [[nodiscard]] Descriptor watchEndOf(pid_t child) const override {
     Descriptor events(::kqueue());
-    const struct kevent end {
-      .ident = static_cast<uintptr_t>(child), .filter = EVFILT_PROC, .flags = EV_ADD,
-      .fflags = NOTE_EXIT, .data = 0, .udata = nullptr
-    };
+    const struct kevent end{.ident = static_cast<uintptr_t>(child),
+                            .filter = EVFILT_PROC,
+                            .flags = EV_ADD,
+                            .fflags = NOTE_EXIT,
+                            .data = 0,
+                            .udata = nullptr};
     if (!events.isOpen() || ::kevent(events.number(), &end, 1, nullptr, 0, nullptr) == 0) {
       return events;
     }

@@ -20,9 +20,9 @@ CFIndex encode(CFStringRef string, UInt8* buffer, CFIndex size) {
 }  // namespace
 
 Owned<CFStringRef> cfStringOf(std::string_view text) {
-  return Owned<CFStringRef>(CFStringCreateWithBytes(
-      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-      static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
+  return Owned<CFStringRef>(
+      CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                              static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
 }
 
 Text textOf(CFStringRef string) {

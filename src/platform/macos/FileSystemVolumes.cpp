@@ -35,8 +35,7 @@ const Services& services() {
 }
 
 std::string commentOn(OSStatus status) {
-  const char* const comment =
-      services().comment != nullptr ? services().comment(status) : nullptr;
+  const char* const comment = services().comment != nullptr ? services().comment(status) : nullptr;
   return comment != nullptr ? comment : "";
 }
 
@@ -79,9 +78,8 @@ ServerVolumeMount FileSystemVolumes::mountServerVolume(const std::string& url,
                          : CFURLCreateWithString(kCFAllocatorDefault, address.get(), nullptr));
   FSVolumeRefNum reference = 0;
   // Without an address it fails, and says how.
-  const OSStatus status =
-      services().mount(share.get(), nullptr, cfStringOf(user).get(), cfStringOf(password).get(),
-                       &reference, 0);
+  const OSStatus status = services().mount(share.get(), nullptr, cfStringOf(user).get(),
+                                           cfStringOf(password).get(), &reference, 0);
   return {.status = status,
           .comment = commentOn(status),
           .reference = status == 0 ? reference : std::int16_t{0}};

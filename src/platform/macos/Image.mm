@@ -12,8 +12,7 @@ class MacImageReader final : public ImageReader {
   std::unique_ptr<Image> imageWithContentsOfFile(const std::string& path) override {
     @autoreleasepool {
       NSString* const file = stringOf(path);
-      NSImage* const picture =
-          file == nil ? nil : [[NSImage alloc] initWithContentsOfFile:file];
+      NSImage* const picture = file == nil ? nil : [[NSImage alloc] initWithContentsOfFile:file];
       return picture == nil ? nullptr : std::make_unique<MacImage>(path, picture);
     }
   }

@@ -4,8 +4,8 @@
 
 namespace ravelin::platform {
 
-/// The shortcuts of macOS: script applications, which are folders, or single files. Their mark is an
-/// extended attribute. Any thread.
+/// The shortcuts of macOS: script applications, which are folders, or single files. Their mark is
+/// an extended attribute. Any thread.
 class MacShortcuts final : public NativeShortcuts {
  public:
   /// The attribute that marks a shortcut; its value does not matter.

@@ -22,8 +22,8 @@ std::vector<struct statfs> entries() {
     return {};
   }
   std::vector<struct statfs> found(static_cast<std::size_t>(count + MARGIN));
-  const int filled = ::getfsstat(
-      found.data(), static_cast<int>(found.size() * sizeof(struct statfs)), MNT_NOWAIT);
+  const int filled =
+      ::getfsstat(found.data(), static_cast<int>(found.size() * sizeof(struct statfs)), MNT_NOWAIT);
   found.resize(static_cast<std::size_t>(std::max(filled, 0)));
   return found;
 }

@@ -48,8 +48,7 @@ Text firstOf(CFArrayRef texts) {
 
 }  // namespace
 
-ServerVolumeMount NetworkVolumes::mountServerVolume(const std::string& url,
-                                                    const std::string& user,
+ServerVolumeMount NetworkVolumes::mountServerVolume(const std::string& url, const std::string& user,
                                                     const std::string& password) {
   const auto address = cfStringOf(url);
   const Owned<CFURLRef> share(
@@ -59,10 +58,9 @@ ServerVolumeMount NetworkVolumes::mountServerVolume(const std::string& url,
     return {.status = EINVAL, .comment = commentOn(EINVAL), .reference = 0};
   }
   CFArrayRef mounted = nullptr;
-  const int status = NetFSMountURLSync(share.get(), nullptr, cfStringOf(user).get(),
-                                       cfStringOf(password).get(),
-                                       openOptions(password.empty()).get(), options().get(),
-                                       &mounted);
+  const int status =
+      NetFSMountURLSync(share.get(), nullptr, cfStringOf(user).get(), cfStringOf(password).get(),
+                        openOptions(password.empty()).get(), options().get(), &mounted);
   const Owned<CFArrayRef> points(mounted);
   const Text point = firstOf(points.get());
   if (status != 0 || !point) {

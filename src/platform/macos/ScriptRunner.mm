@@ -54,8 +54,8 @@ class MacScriptRunner final : public ScriptRunner {
     if (!namesAnItemOfTheDesktop(name) || desktops.empty()) {
       return false;
     }
-    const auto place = BeneathResolver(_access).resolve(desktops.front() + "/" + name,
-                                                        desktops.front());
+    const auto place =
+        BeneathResolver(_access).resolve(desktops.front() + "/" + name, desktops.front());
     const int folder = place.folder.number();
     if (place.error != 0 || _access.find(folder, name).error != ENOENT ||
         !runSource(script.source())) {

@@ -26,8 +26,8 @@ static_assert(static_cast<int>(SystemLog::Level::info) == ASL_LEVEL_INFO);
 class AslSystemLog final : public SystemLog {
  public:
   AslSystemLog(const std::string& ident, const std::string& facility, bool copyToStandardError)
-      : _client(asl_open(ident.c_str(), facility.c_str(),
-                         copyToStandardError ? ASL_OPT_STDERR : 0U)),
+      : _client(
+            asl_open(ident.c_str(), facility.c_str(), copyToStandardError ? ASL_OPT_STDERR : 0U)),
         _template(asl_new(ASL_TYPE_MSG)) {
     asl_set(_template.get(), ASL_KEY_SENDER, ident.c_str());
     // Without this a client sends the service nothing below the level of a notice.

@@ -21,8 +21,7 @@ std::int32_t digitsOf(NSInteger number) {
 
 std::int32_t versionByProcess() {
   @autoreleasepool {
-    const NSOperatingSystemVersion version =
-        [[NSProcessInfo processInfo] operatingSystemVersion];
+    const NSOperatingSystemVersion version = [[NSProcessInfo processInfo] operatingSystemVersion];
     return digitsOf(version.majorVersion) << 8 |
            static_cast<std::int32_t>(std::min(version.minorVersion, LARGEST_DIGIT) << 4 |
                                      std::min(version.patchVersion, LARGEST_DIGIT));

@@ -8,7 +8,7 @@
 namespace ravelin::platform {
 
 void installTerminationHandler(std::function<void()> handler) {
-  handleTermination(RunLoop::main(), wakeThroughPipe, std::move(handler));
+  handleTermination(RunLoop::main(), wakeThroughSocket, std::move(handler));
 }
 
 }  // namespace ravelin::platform

@@ -20,10 +20,10 @@ class MacWorkspace final : public Workspace {
     @autoreleasepool {
       NSString* const file = stringOf(forFile);
       @try {
-        return file != nil && [[NSWorkspace sharedWorkspace]
-                                  setIcon:static_cast<const MacImage&>(image).picture()
-                                  forFile:file
-                                  options:0];
+        return file != nil &&
+               [[NSWorkspace sharedWorkspace] setIcon:static_cast<const MacImage&>(image).picture()
+                                              forFile:file
+                                              options:0];
       } @catch (NSException* exception) {
         throw WorkspaceException(textOrNull(textOf([exception reason])));
       }

@@ -26,7 +26,8 @@ struct CloseFolder {
 /// The names in the folder; 0 or the error number.
 int listFolder(const Descriptor& folder, std::vector<std::string>& names) {
   Descriptor own(::openat(folder.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const std::unique_ptr<DIR, CloseFolder> opened(own.isOpen() ? ::fdopendir(own.number()) : nullptr);
+  const std::unique_ptr<DIR, CloseFolder> opened(own.isOpen() ? ::fdopendir(own.number())
+                                                              : nullptr);
   if (opened == nullptr) {
     return errno;
   }

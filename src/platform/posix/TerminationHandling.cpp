@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,8 +33,8 @@ constexpr std::array TERMINATION_SIGNALS{SIGTERM};
 
 std::atomic<bool> gInstalled = false;
 std::atomic<bool> gTerminating = false;
-std::atomic<int> gWritingEnd = -1;  // -1 without a pipe
-pthread_t gThreadOfPipe{};          // set before
+std::atomic<int> gWritingEnd = -1;  // -1 without a socket
+pthread_t gThreadOfSocket{};        // set before
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free,
               "signal handlers use them");
 
@@ -61,8 +62,8 @@ void endUnlessTerminating(int signal) {
   const int interruptedError = errno;
   // The main thread may have taken SIGTERM and not begun its handler yet. There this signal waits
   // for that.
-  if (gWritingEnd.load() != -1 && pthread_equal(pthread_self(), gThreadOfPipe) == 0) {
-    pthread_kill(gThreadOfPipe, signal);
+  if (gWritingEnd.load() != -1 && pthread_equal(pthread_self(), gThreadOfSocket) == 0) {
+    pthread_kill(gThreadOfSocket, signal);
     errno = interruptedError;
     return;
   }
@@ -92,7 +93,7 @@ void readEverything(int descriptor) {
   }
 }
 
-void writeToPipe(int /*signal*/) {
+void writeToSocket(int /*signal*/) {
   const int interruptedError = errno;
   gTerminating.store(true);
   const char one = 1;
@@ -126,19 +127,19 @@ void handleTermination(RunLoop& loop, TerminationWaking waking, std::function<vo
   }
 }
 
-int wakeThroughPipe() {
+int wakeThroughSocket() {
   std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) {
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) {
     return -1;
   }
   for (const int end : ends) {
     ::fcntl(end, F_SETFD, FD_CLOEXEC);
     ::fcntl(end, F_SETFL, O_NONBLOCK);
   }
-  gThreadOfPipe = pthread_self();
+  gThreadOfSocket = pthread_self();
   gWritingEnd.store(ends[1]);
   // The signals that often come right behind wait until the handler has told that it was called.
-  setDisposition(SIGTERM, writeToPipe, SESSION_SIGNALS);
+  setDisposition(SIGTERM, writeToSocket, SESSION_SIGNALS);
   // The parent of this process may have blocked it.
   sigset_t termination;
   sigemptyset(&termination);

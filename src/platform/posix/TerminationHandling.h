@@ -16,9 +16,10 @@ using TerminationWaking = int (*)();
 /// counts as sent as soon as it waits, blocked, or else when its handler begins.
 void handleTermination(RunLoop& loop, TerminationWaking waking, std::function<void()> handler);
 
-/// A waking for systems without a better one: a signal handler that writes to a pipe. It counts on
-/// the system to have SIGTERM taken by the main thread: where another one takes it, a signal right
-/// behind it still ends the process if its handler begins first.
-int wakeThroughPipe();
+/// A waking for systems without a better one: a signal handler that writes to a socket, whose other
+/// end is returned, since not every run loop watches pipes. It counts on the system to have SIGTERM
+/// taken by the main thread: where another one takes it, a signal right behind it still ends the
+/// process if its handler begins first.
+int wakeThroughSocket();
 
 }  // namespace ravelin::platform

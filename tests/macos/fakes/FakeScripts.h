@@ -7,8 +7,9 @@
 namespace ravelin::fakes {
 
 /// AppleScript and the Finder, while this lives. Scripts are kept as they come, and run without
-/// error; none is understood but, when that is wanted, what it does on the desktop. One at a time;
-/// main thread.
+/// error; none is understood but, when that is wanted, what it does on the desktop. While there is
+/// none of these, scripts do what they do to the desktop of the home folder. One at a time; main
+/// thread.
 class FakeScripts {
  public:
   FakeScripts();

@@ -16,7 +16,7 @@ namespace {
 
 struct State {
   std::vector<std::string> sources;
-  std::string desktop;
+  std::optional<std::string> desktop;  ///< empty for none, null for that of the home folder
   std::optional<std::pair<int, std::string>> refusal;
   std::function<void()> during;
 };
@@ -44,13 +44,17 @@ bool store(const fs::path& bundle, const std::string& source) {
   return !failure;
 }
 
+fs::path homeFolder() {
+  const char* const home = std::getenv("HOME");
+  return home == nullptr ? "/" : home;
+}
+
 /// Where a test's own home has it, otherwise where the system has it.
 fs::path trashFolder() {
   if (const char* const own = std::getenv("XDG_DATA_HOME"); own != nullptr) {
     return fs::path(own) / "Trash/files";
   }
-  const char* const home = std::getenv("HOME");
-  return fs::path(home == nullptr ? "/" : home) / ".Trash";
+  return homeFolder() / ".Trash";
 }
 
 bool moveToTrash(const fs::path& item) {
@@ -69,8 +73,7 @@ bool moveToTrash(const fs::path& item) {
   return !failure;
 }
 
-bool doToDesktop(const std::string& source) {
-  const fs::path desktop = state().desktop;
+bool doToDesktop(const fs::path& desktop, const std::string& source) {
   if (const auto name = found(source, "store script .* & \"([^\"\n]*)\"")) {
     return store(desktop / *name, source);
   }
@@ -105,7 +108,9 @@ std::optional<std::pair<int, std::string>> run(const std::string& source) {
   if (!compiles(source)) {
     return std::pair(DOES_NOT_COMPILE, "Expected end of line but found something else.");
   }
-  state().sources.push_back(source);
+  if (state().desktop) {
+    state().sources.push_back(source);
+  }
   if (state().during) {
     // It may set another one.
     const auto during = state().during;
@@ -114,7 +119,8 @@ std::optional<std::pair<int, std::string>> run(const std::string& source) {
   if (state().refusal) {
     return state().refusal;
   }
-  if (!state().desktop.empty() && !doToDesktop(source)) {
+  const std::string desktop = state().desktop.value_or(homeFolder() / "Desktop");
+  if (!desktop.empty() && !doToDesktop(desktop, source)) {
     return std::pair(CANCELLED, "User canceled.");
   }
   return std::nullopt;
@@ -124,7 +130,10 @@ std::optional<std::pair<int, std::string>> run(const std::string& source) {
 
 namespace ravelin::fakes {
 
-FakeScripts::FakeScripts() { state() = State{}; }
+FakeScripts::FakeScripts() {
+  state() = State{};
+  state().desktop = "";
+}
 FakeScripts::~FakeScripts() { state() = State{}; }
 
 std::vector<std::string> FakeScripts::sources() const { return state().sources; }

@@ -25,7 +25,8 @@ class FakeWorkspace {
   void refuseToLoad();
 
   /// The icons that were set, in their order, refused ones included. A file that is not there is
-  /// refused anyhow; a folder that gets an icon has the file "Icon\r" in it.
+  /// refused anyhow; a folder that gets an icon has the file "Icon\r" in it,
+  /// with the picture's path.
   [[nodiscard]] std::vector<Icon> icons() const;
 
   /// From now on no icon is set.

@@ -191,12 +191,17 @@ static NSMapTable* pathsOfPictures() {
         forFile:(NSString*)fullPath
         options:(NSWorkspaceIconCreationOptions)options {
   const std::string file = textOf(fullPath);
+  std::string picture;
+  if (image != nil) {
+    @synchronized([NSImage class]) {
+      picture = textOf([pathsOfPictures() objectForKey:image]);
+    }
+  }
   std::optional<std::string> raised;
   bool isTaken = false;
   {
     const std::lock_guard lock(state().mutex);
-    NSString* const picture = image == nil ? nil : [pathsOfPictures() objectForKey:image];
-    state().icons.push_back({textOf(picture), file, options});
+    state().icons.push_back({picture, file, options});
     raised = state().raised;
     isTaken = state().takesIcons;
   }
@@ -209,7 +214,7 @@ static NSMapTable* pathsOfPictures() {
     return NO;
   }
   if (std::filesystem::is_directory(file, failure)) {
-    std::ofstream(file + "/Icon\r") << "";
+    std::ofstream(file + "/Icon\r") << picture << "\n";
   }
   return YES;
 }

@@ -235,6 +235,18 @@ TEST_F(FakeScriptsTest, DoesToTheDesktopWhatTheScriptsSay) {
   EXPECT_TRUE(fs::is_regular_file(home.desktop() + "/X"));
 }
 
+TEST(ScriptsTest, WithoutAFakeTheDesktopIsThatOfTheHomeFolder) {
+  const test::TemporaryHome home;
+  @autoreleasepool {
+    const std::string source = platform::ShortcutScript{"192.0.2.10", "USB", "USB"}.source();
+    NSAppleScript* const script = [[[NSAppleScript alloc]
+        initWithSource:[NSString stringWithUTF8String:source.c_str()]] autorelease];
+    NSDictionary* error = nil;
+    EXPECT_NE([script executeAndReturnError:&error], nil);
+    EXPECT_TRUE(fs::is_directory(home.desktop() + "/USB.app"));
+  }
+}
+
 TEST_F(FakeScriptsTest, AScriptMayRunTheLoop) {
   bool wasCalled = false;
   scripts.setDuring([&] {

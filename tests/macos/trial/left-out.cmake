@@ -1,8 +1,9 @@
 # Unit tests that are not run here, by what keeps them out: whole files, and tests by their names.
 
-# They ask for what Linux alone has: its folders, its log service, the helpers that look at pictures and
-# write desktop entries.
+# They ask for what Linux alone has: its folders, its log and login services, the helpers that look at
+# pictures and write desktop entries.
 set(LEFT_OUT
+  core/SessionActivityTest.cpp
   platform/ImageTest.cpp
   platform/SearchPathsTest.cpp
   platform/SystemLogTest.cpp
@@ -12,6 +13,14 @@ set(LEFT_OUT
 set(LEFT_OUT_TESTS
   # Desktop entries and symbolic links.
   AliasScriptRunTest.*
+  # A script that is stored replaces nothing, and a label with a slash names no script.
+  ControllerDeathTest.AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame
+  ControllerTest.RandomDatagramsHaveTheOutcomeOfThePlainModel
+  ControllerTest.RandomEventsHaveTheOutcomeOfThePlainModel
+  # The removal script moves whatever it finds to the trash, shortcut or not.
+  ControllerTest.BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath
+  # The desktop folder is where a file of the user's says.
+  DirectoryFinderTest.TheDesktopIsFoundAfreshEveryTime
   # The form of a line on standard error.
   ConsoleLogTest.ShowsLocalTime
   ConsoleLogTest.CutsLongText
@@ -24,24 +33,4 @@ set(LEFT_OUT_TESTS
   LoudSendersTest.ManySendersCanBeLeftOutAndLetInAgain
   # What is looked at before libplist reads it.
   PropertyListTest.*
-)
-
-# They need services that the macOS side does not have yet. When all of them are there, this list goes,
-# and awaited.cpp with it.
-set(AWAITING
-  controller/AdmissionTest.cpp
-  controller/ControllerTest.cpp
-  controller/MountedDisksTest.cpp
-  controller/RecordFileTest.cpp
-  controller/ShortcutIconTest.cpp
-  core/DirectoryFinderTest.cpp
-  core/SessionActivityTest.cpp
-  core/WardenTest.cpp
-  core/WardenWatcherTest.cpp
-  disk/DiskManagerTest.cpp
-  disk/DiskVolumeTest.cpp
-  intake/ServerTest.cpp
-  platform/FileManagerTest.cpp
-  platform/TerminationSignalTest.cpp
-  platform/macos/faked/WorkspaceTest.cpp
 )

@@ -63,11 +63,13 @@ using test::PlainModel;
 using test::receivedLine;
 using test::RecordingLog;
 using test::runUntil;
-using test::shortcutWith;
+using test::shortcutsIn;
 using test::TemporaryHome;
 using test::Texts;
 using test::textsOf;
+using test::urlIn;
 using test::waitUntil;
+using test::writeShortcut;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -93,28 +95,6 @@ class ChosenVersion final : public platform::SystemVersion {
 
 constexpr std::int32_t LEOPARD = 0x1058;
 constexpr std::int32_t SNOW_LEOPARD = 0x1060;
-
-/// The URL that a shortcut file opens; empty when there is none in it.
-std::string urlIn(const fs::path& file) {
-  std::ifstream stream(file);
-  for (std::string line; std::getline(stream, line);) {
-    if (line.starts_with("URL=")) {
-      return line.substr(4);
-    }
-  }
-  return "";
-}
-
-/// Everything in the folder but folders, by path in it, with the URLs.
-std::map<std::string, std::string> shortcutsIn(const fs::path& folder) {
-  std::map<std::string, std::string> found;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-    if (!entry.is_directory()) {
-      found[entry.path().lexically_relative(folder).string()] = urlIn(entry.path());
-    }
-  }
-  return found;
-}
 
 void writeFile(const fs::path& path, std::string_view content) { std::ofstream(path) << content; }
 
@@ -788,7 +768,7 @@ TEST_F(ControllerTest, EventsThatArriveDuringATickBelongToIt) {
 // Shortcuts.
 
 TEST_F(ControllerTest, AnOldShortcutMakesWayForANewOneAndIsNotKept) {
-  writeFile(onDesktop("USB Disk.app"), shortcutWith("URL=old\n"));
+  writeShortcut(onDesktop("USB Disk.app"), "URL=old\n");
   process(USB);
   EXPECT_THAT(shortcuts(),
               ElementsAre(Pair("USB Disk.app", "smb://guest:@192.168.1.5/USB%20Disk")));
@@ -862,7 +842,7 @@ TEST_F(ControllerTest, WhatTheUserHasPutInThePlaceOfAShortcutStays) {
   process(USB);
   process(CARD);
   for (const char* const name : {"USB Disk.app", "CARD.app"}) {
-    fs::remove(onDesktop(name));
+    fs::remove_all(onDesktop(name));
     writeFile(onDesktop(name), "URL=the user's\n");
   }
   process(withEvent("disk_unmounted", USB));
@@ -887,7 +867,7 @@ TEST_F(ControllerTest, AShortcutIsRemovedUnderTheLabelWithWhichItWasMade) {
 
 TEST_F(ControllerTest, AShortcutThatTheUserThrewAwayCostsOneLine) {
   process(USB);
-  fs::remove(onDesktop("USB Disk.app"));
+  fs::remove_all(onDesktop("USB Disk.app"));
   process(withEvent("disk_unmounted", USB));
   EXPECT_THAT(log.lines(), ElementsAre(NOT_THERE));
   EXPECT_THAT(mountedTexts(), IsEmpty());
@@ -994,7 +974,7 @@ TEST_F(ControllerTest, BeforeSnowLeopardAShortcutIsRemovedByScriptAndFailuresAre
   ASSERT_TRUE(settle());
   EXPECT_THAT(shortcuts(), IsEmpty());
   process(USB);
-  fs::remove(onDesktop("USB Disk.app"));
+  fs::remove_all(onDesktop("USB Disk.app"));
   newLines();
   process(withEvent("disk_unmounted", USB));
   EXPECT_THAT(mountedTexts(), IsEmpty());
@@ -1005,10 +985,10 @@ TEST_F(ControllerTest, BeforeSnowLeopardAShortcutIsRemovedByScriptAndFailuresAre
 
 TEST_F(ControllerTest, BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath) {
   const ChosenVersion system(LEOPARD);
-  writeFile(onDesktop("USB.app"), shortcutWith("URL=old\n"));
+  writeShortcut(onDesktop("USB.app"), "URL=old\n");
   EXPECT_THAT(removeRecorded("/nowhere/at/all/USB.app"), IsEmpty());
   EXPECT_THAT(shortcuts(), IsEmpty());
-  writeFile(onDesktop("USB.app"), shortcutWith("URL=old\n"));
+  writeShortcut(onDesktop("USB.app"), "URL=old\n");
   EXPECT_THAT(removeRecorded("/nowhere/USB.app//"), IsEmpty());
   EXPECT_THAT(shortcuts(), IsEmpty());
   writeFile(onDesktop("USB.app"), "URL=the user's\n");
@@ -1075,8 +1055,8 @@ TEST_F(ControllerTest, SilentDisksAreAllLoggedBeforeTheFirstIsRemovedInListOrder
   process(ELSEWHERE);
   log.take();
   // Different failures show the order of the removals.
-  fs::remove(onDesktop("USB Disk.app"));
-  fs::remove(onDesktop("Elsewhere.app"));
+  fs::remove_all(onDesktop("USB Disk.app"));
+  fs::remove_all(onDesktop("Elsewhere.app"));
   fs::create_directory(onDesktop("Elsewhere.app"));
   clock.advance(130s);
   controller->_checkUpdateTimesAndUnmountDisksIfNecessary();
@@ -1182,8 +1162,8 @@ TEST_F(ControllerTest, UnmountAllRemovesEveryShortcutAndLogsNothing) {
 TEST_F(ControllerTest, UnmountAllGoesThroughTheListInOrder) {
   process(USB);
   process(ELSEWHERE);
-  fs::remove(onDesktop("USB Disk.app"));
-  fs::remove(onDesktop("Elsewhere.app"));
+  fs::remove_all(onDesktop("USB Disk.app"));
+  fs::remove_all(onDesktop("Elsewhere.app"));
   fs::create_directory(onDesktop("Elsewhere.app"));
   log.take();
   controller->unmountAll();

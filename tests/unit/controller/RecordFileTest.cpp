@@ -133,7 +133,7 @@ TEST_F(RecordFile, ReadingLogsAndDeletesEveryListedShortcutAndKeepsFileAndRecord
 
 TEST_F(RecordFile, LinesOutsideStartAndEndAreIgnored) {
   for (const char* label : {"before", "one", "two", "after", "again"}) {
-    write(item(label), test::shortcutWith(""));
+    test::writeShortcut(item(label), "");
   }
   writeRecord(item("before") + "\nstart\n" + item("one") + "\nstart\n" + item("two") + "\nend\n" +
               item("after") + "\nstart\n" + item("again"));
@@ -146,8 +146,8 @@ TEST_F(RecordFile, LinesOutsideStartAndEndAreIgnored) {
 }
 
 TEST_F(RecordFile, LeadingBlanksAndBlankLinesAreSkippedAndTrailingBlanksKept) {
-  write(item("one"), test::shortcutWith(""));
-  write(item("two") + " ", test::shortcutWith(""));
+  test::writeShortcut(item("one"), "");
+  test::writeShortcut(item("two") + " ", "");
   writeRecord("start\n\n \t\r\n  " + item("one") + "\n\n" + item("two") + " \nend ");
   Controller::deleteRecordedDisks();
   // "end " is not "end": it is taken for a path.
@@ -169,7 +169,7 @@ TEST_F(RecordFile, BlanksAndLineEndsOfUnicodeAreSkippedAsWell) {
   std::vector<LogLine> expected;
   for (std::size_t number = 0; number < blanks.size(); ++number) {
     const std::string path = item(std::to_string(number));
-    write(path, test::shortcutWith(""));
+    test::writeShortcut(path, "");
     text += blanks[number] + "\n" + blanks[number] + " " + path + "\n";
     expected.push_back(found(path));
   }
@@ -191,7 +191,7 @@ TEST_F(RecordFile, WhatIsNoBlankIsNotSkipped) {
 }
 
 TEST_F(RecordFile, AFileOfManyMebibytesIsRead) {
-  write(item("A"), test::shortcutWith(""));
+  test::writeShortcut(item("A"), "");
   writeRecord("Mounted Disks\n" + std::string(17UL * 1024 * 1024, '\n') + "start\n" + item("A") +
               "\nend");
   Controller::deleteRecordedDisks();
@@ -203,7 +203,7 @@ TEST_F(RecordFile, WhatIsNoShortcutStaysAndCostsOneLine) {
   const LogLine kept{
       Level::error, "Error when deleting alias file. Reason: It is not a shortcut of Ravelin Disk"};
   write(item("File"), "the user's");
-  write(home.path() + "/target", test::shortcutWith(""));
+  test::writeShortcut(home.path() + "/target", "");
   std::filesystem::create_symlink(home.path() + "/target", item("Link"));
   writeRecord("start\n" + item("File") + "\n" + item("Link") + "\nend");
   Controller::deleteRecordedDisks();
@@ -215,7 +215,7 @@ TEST_F(RecordFile, WhatIsNoShortcutStaysAndCostsOneLine) {
 
 TEST_F(RecordFile, AFileWithoutStartOrThatIsMissingOrNotUtf8DoesNothing) {
   Controller::deleteRecordedDisks();
-  write(item("A"), test::shortcutWith(""));
+  test::writeShortcut(item("A"), "");
   writeRecord("Mounted Disks\n" + item("A") + "\nend");
   Controller::deleteRecordedDisks();
   writeRecord("start\n" + item("A") + "\n\xFF\nend");
@@ -226,7 +226,7 @@ TEST_F(RecordFile, AFileWithoutStartOrThatIsMissingOrNotUtf8DoesNothing) {
 
 TEST_F(RecordFile, APathOutsideTheDesktopIsNotDeleted) {
   const std::string outside = home.path() + "/precious.app";
-  write(outside, test::shortcutWith(""));
+  test::writeShortcut(outside, "");
   writeRecord("start\n" + outside + "\n" + home.desktop() + "/../precious.app\nend");
   Controller::deleteRecordedDisks();
   EXPECT_EQ(log.take().size(), 4U);

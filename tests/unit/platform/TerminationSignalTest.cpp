@@ -311,9 +311,9 @@ TEST_P(TerminationSignalTest, IsTakenThoughItWasBlockedOrIgnoredBefore) {
 INSTANTIATE_TEST_SUITE_P(Ways, TerminationSignalTest,
                          testing::Values(std::pair("OfTheSystem", &installTerminationHandler),
                                          std::pair(
-                                             "ThroughAPipe",
+                                             "ThroughASocket",
                                              +[](std::function<void()> handler) {
-                                               handleTermination(RunLoop::main(), wakeThroughPipe,
+                                               handleTermination(RunLoop::main(), wakeThroughSocket,
                                                                  std::move(handler));
                                              })),
                          [](const auto& way) { return std::string(way.param.first); });

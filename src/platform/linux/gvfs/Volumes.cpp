@@ -7,9 +7,9 @@
 #include "base/PathComponents.h"
 #include "platform/Service.h"
 #include "platform/linux/gvfs/MountTable.h"
-#include "platform/posix/VolumeReferences.h"
 #include "platform/linux/gvfs/VolumeSituation.h"
 #include "platform/linux/gvfs/VolumesHelper.h"
+#include "platform/posix/VolumeReferences.h"
 
 namespace ravelin::platform {
 

@@ -1,7 +1,9 @@
 #include "platform/PropertyList.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -82,6 +84,62 @@ TEST(MacPropertyListTest, ReadsFiles) {
   EXPECT_EQ(dictionaryWithContentsOfFile(folder.path() + "/\xFF"), std::nullopt);
   test::Pictures::write(path, "{ a = 1; }");
   EXPECT_EQ(dictionaryWithContentsOfFile(path), std::nullopt);
+}
+
+TEST(MacPropertyListTest, AFileThatWouldBeWaitedForIsNotRead) {
+  const test::TemporaryDirectory folder;
+  const std::string path = folder.path() + "/fifo.plist";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(dictionaryWithContentsOfFile(path), std::nullopt);
+}
+
+TEST(MacPropertyListTest, WhatIsTooLargeOrTooDeepIsNotRead) {
+  const auto filled = [](std::size_t size) {
+    return xml("<dict><key>a</key><string>" + std::string(size, 'x') + "</string></dict>");
+  };
+  EXPECT_TRUE(dictionaryWithContents(filled(1'000'000)));
+  EXPECT_FALSE(dictionaryWithContents(filled(1'048'576)));
+  const test::TemporaryDirectory folder;
+  const std::string path = folder.path() + "/large.plist";
+  test::Pictures::write(path, filled(1'048'576));
+  EXPECT_FALSE(dictionaryWithContentsOfFile(path));
+
+  const auto nested = [](int depth) {
+    std::string value = "<dict><key>a</key>";
+    for (int level = 0; level < depth; ++level) {
+      value += "<array>";
+    }
+    for (int level = 0; level < depth; ++level) {
+      value += "</array>";
+    }
+    return xml(value + "</dict>");
+  };
+  EXPECT_TRUE(dictionaryWithContents(nested(63)));
+  EXPECT_FALSE(dictionaryWithContents(nested(64)));
+}
+
+TEST(MacPropertyListTest, WhatIsReferredToManyTimesIsNotCopiedWithoutEnd) {
+  // A dictionary with one array, whose eight items are one array with eight items, and so on.
+  constexpr char ARRAYS = 6;
+  std::string list("bplist00");
+  std::string offsets;
+  const auto begin = [&] { offsets += static_cast<char>(list.size()); };
+  begin();
+  list += "\xD1\x01\x02";
+  begin();
+  list += "Qa";
+  for (char number = 0; number < ARRAYS; ++number) {
+    begin();
+    list += "\xA8" + std::string(8, static_cast<char>(number + 3));
+  }
+  begin();
+  list += "Qb";
+  const char table = static_cast<char>(list.size());
+  list += offsets;
+  using namespace std::string_literals;
+  list += "\0\0\0\0\0\0\1\1"s + std::string(7, '\0') + static_cast<char>(ARRAYS + 3) +
+          std::string(15, '\0') + table;
+  EXPECT_FALSE(dictionaryWithContents(list));
 }
 
 }  // namespace
