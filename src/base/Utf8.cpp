@@ -18,7 +18,12 @@ std::size_t characterLength(std::string_view bytes) {
   return 0;
 }
 
-bool isUtf8(std::string_view bytes) { return utf8::is_valid(bytes.begin(), bytes.end()); }
+bool isUtf8(std::string_view bytes) {
+  // Most texts are ASCII, which is passed over faster so.
+  const auto* const other = std::ranges::find_if(
+      bytes, [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; });
+  return utf8::is_valid(other, bytes.end());
+}
 
 std::string_view beginningOf(std::string_view bytes, std::size_t limit) {
   if (bytes.size() <= limit) {
