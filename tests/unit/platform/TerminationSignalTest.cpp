@@ -170,6 +170,8 @@ TEST_P(TerminationSignalTest, BeforeItTheSignalsOfASessionEndTheProcess) {
         {
           install([] {});
           std::thread([signal] { raise(signal); }).join();
+          // It may have been passed on to this thread, and comes in a moment.
+          std::this_thread::sleep_for(std::chrono::seconds(10));
           finish(true);
         },
         testing::KilledBySignal(signal), "");
