@@ -25,6 +25,12 @@ Owned<CFStringRef> cfStringOf(std::string_view text) {
                               static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
 }
 
+Owned<CFURLRef> cfUrlOf(std::string_view address) {
+  const auto text = cfStringOf(address);
+  return Owned<CFURLRef>(
+      text == nullptr ? nullptr : CFURLCreateWithString(kCFAllocatorDefault, text.get(), nullptr));
+}
+
 Text textOf(CFStringRef string) {
   if (string == nullptr) {
     return std::nullopt;

@@ -72,10 +72,7 @@ bool FileSystemVolumes::areHere() { return services().areComplete(); }
 ServerVolumeMount FileSystemVolumes::mountServerVolume(const std::string& url,
                                                        const std::string& user,
                                                        const std::string& password) {
-  const auto address = cfStringOf(url);
-  const Owned<CFURLRef> share(
-      address == nullptr ? nullptr
-                         : CFURLCreateWithString(kCFAllocatorDefault, address.get(), nullptr));
+  const auto share = cfUrlOf(url);
   FSVolumeRefNum reference = 0;
   // Without an address it fails, and says how.
   const OSStatus status = services().mount(share.get(), nullptr, cfStringOf(user).get(),

@@ -50,10 +50,7 @@ Text firstOf(CFArrayRef texts) {
 
 ServerVolumeMount NetworkVolumes::mountServerVolume(const std::string& url, const std::string& user,
                                                     const std::string& password) {
-  const auto address = cfStringOf(url);
-  const Owned<CFURLRef> share(
-      address == nullptr ? nullptr
-                         : CFURLCreateWithString(kCFAllocatorDefault, address.get(), nullptr));
+  const auto share = cfUrlOf(url);
   if (share == nullptr) {
     return {.status = EINVAL, .comment = commentOn(EINVAL), .reference = 0};
   }

@@ -13,10 +13,12 @@ set(LEFT_OUT
 set(LEFT_OUT_TESTS
   # Desktop entries and symbolic links.
   AliasScriptRunTest.*
-  # A script that is stored replaces nothing, and a label with a slash names no script.
+  # An alias is a link there; here it is the Finder's business, and whether it can be made too.
+  DiskManagerAliasTest.AnAliasOfTheVolumeAppearsOnTheDesktop
+  DiskManagerAliasTest.ATrailingSlashDoesNotMatter
+  DiskManagerAliasTest.AVolumeThatIsNotThereGetsNoAlias
+  # A script that is stored replaces nothing.
   ControllerDeathTest.AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame
-  ControllerTest.RandomDatagramsHaveTheOutcomeOfThePlainModel
-  ControllerTest.RandomEventsHaveTheOutcomeOfThePlainModel
   # The removal script moves whatever it finds to the trash, shortcut or not.
   ControllerTest.BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath
   # The desktop folder is where a file of the user's says.
@@ -31,6 +33,16 @@ set(LEFT_OUT_TESTS
   LoudSendersTest.WhoFillsTheBufferIsNotListenedToForAWhile
   LoudSendersTest.WhileOneIsNotListenedToOthersMayStillSendWhatFitsIn
   LoudSendersTest.ManySendersCanBeLeftOutAndLetInAgain
+  # A socket hears the groups that others have joined, unless this system is told otherwise.
+  ServerTest.OnlyJoinedGroupsAreHeard
+  ServerTest.ADroppedGroupIsNotHeardAnyMore
+  # Notices of addresses come by a socket, which the kernel may refuse, and with an address that goes
+  # it takes the memberships.
+  WardenDeathTest.WhereTheSystemTellsOfNoChangesTheAddressesAreComparedAllTheSame
+  WardenTest.AnAddressThatIsAwayWhenItIsToBeJoinedAndComesBackIsJoined
+  WardenTest.AnAddressThatMovesToAnotherInterfaceMeanwhileIsJoinedThere
+  WardenWatcherTest.ARefusalIsLoggedWithItsReasonAndHarmless
+  WardenWatcherTest.MayBeStoppedAnyNumberOfTimes
   # What is looked at before libplist reads it.
   PropertyListTest.*
 )

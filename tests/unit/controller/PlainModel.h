@@ -15,7 +15,8 @@
 
 namespace ravelin::test {
 
-/// What a label means for a desktop folder in which there is a folder "sub" and nothing else.
+/// What a label means for a desktop folder in which there is a folder "sub" and nothing else, and
+/// shortcuts are files.
 struct Label {
   std::string text;
   std::string inUrl;
@@ -56,7 +57,10 @@ class PlainModel {
     bool operator==(const Record&) const = default;
   };
 
-  explicit PlainModel(bool removesByScript) : _removesByScript(removesByScript) {}
+  /// Shortcuts are script applications where a script is stored for each: such a script has a name
+  /// and no path.
+  PlainModel(bool removesByScript, bool shortcutsAreApplications)
+      : _removesByScript(removesByScript), _shortcutsAreApplications(shortcutsAreApplications) {}
 
   /// An announcement arrives; it waits unless it repeats one that does.
   void arrives(const Texts& event) {
@@ -92,7 +96,8 @@ class PlainModel {
                              "stated in disk_status message"));
       }
       const Label& label = labelOf(event.label);
-      if (label.mayStandOnDesktop) {
+      if (label.mayStandOnDesktop &&
+          !(_shortcutsAreApplications && label.text.find('/') != std::string::npos)) {
         desktop[label.text + ".app"] = "smb://guest:@" + *event.ip + "/" + label.inUrl;
       }
       mounted.push_back({.texts = event, .lastUpdateTime = now});
@@ -156,6 +161,7 @@ class PlainModel {
   }
 
   bool _removesByScript;
+  bool _shortcutsAreApplications;
 };
 
 }  // namespace ravelin::test

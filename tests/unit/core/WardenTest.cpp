@@ -717,7 +717,7 @@ TEST_F(WardenTest, TheServersEndBeforeTheShortcuts) {
                     [&] { return warden.controller()->mountedDisks().size() == 1; },
                     [&] {
                       // The removal will log that there is nothing to remove.
-                      return fs::remove(home.desktop() + "/USB.app");
+                      return fs::remove_all(home.desktop() + "/USB.app") > 0;
                     }});
   EXPECT_THAT(log.lines(),
               ElementsAre(STARTED, info(test::receivedLine(test::datagram(usb), usb)), STOPPED,

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/LogLine.h"
-#include "support/linux/StandardErrorReplacement.h"
+#include "support/StandardErrorReplacement.h"
 
 namespace ravelin::platform {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "base/LogLine.h"
 #include "fakes/FakeLogService.h"
-#include "support/linux/StandardErrorReplacement.h"
+#include "support/StandardErrorReplacement.h"
 
 namespace ravelin::platform {
 namespace {
