@@ -3,7 +3,6 @@
 #import <Foundation/Foundation.h>
 
 #include <string>
-#include <string_view>
 
 #include "base/Precondition.h"
 #include "platform/RunLoop.h"
@@ -18,12 +17,13 @@ namespace ravelin::platform {
 namespace {
 
 /// A colon separates the folders of a script's path, so that one in a name would lead out of the
-/// desktop folder, and a slash becomes another character there. A NUL ends the text for some.
+/// desktop folder, and a slash becomes another character there.
 bool namesAnItemOfTheDesktop(const std::string& name) {
-  return name.find_first_of(std::string_view(":/\0", 3)) == std::string::npos;
+  return name.find_first_of(":/") == std::string::npos;
 }
 
-/// Whether the source ran without error.
+/// Whether the source ran without error. A NUL would end it for some who read it, and for others
+/// not.
 bool runSource(const std::string& source) {
   NSString* const text = stringOf(source);
   if (text == nil || source.find('\0') != std::string::npos) {

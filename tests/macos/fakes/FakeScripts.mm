@@ -169,7 +169,10 @@ static NSMapTable* gSources;
     std::abort();  // the real one is not made for other threads
   }
   NSString* const text = [gSources objectForKey:self];
-  const auto error = text == nil ? std::pair(-1, std::string("no source")) : run([text UTF8String]);
+  NSData* const utf8 = [text dataUsingEncoding:NSUTF8StringEncoding];
+  const auto error = text == nil
+                         ? std::pair(-1, std::string("no source"))
+                         : run(std::string(static_cast<const char*>([utf8 bytes]), [utf8 length]));
   if (error) {
     if (errorInfo != nullptr) {
       *errorInfo = errorOf(error->first, error->second);

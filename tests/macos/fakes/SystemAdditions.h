@@ -45,11 +45,26 @@ inline int fsetxattr(int descriptor, const char* name, const void* value, size_t
   return ::fsetxattr(descriptor, (std::string("user.") + name).c_str(), value, size, options);
 }
 
-// Starting programs. What they inherit here is what is not close-on-exec.
-#define POSIX_SPAWN_CLOEXEC_DEFAULT 0
-inline int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* /*actions*/,
-                                                  int /*descriptor*/) {
-  return 0;
+// Starting programs. With the flag a program inherits what is named to it, and nothing else.
+#define POSIX_SPAWN_CLOEXEC_DEFAULT 0x4000
+inline bool& fakeClosesDescriptors() {
+  thread_local bool closes = false;
+  return closes;
+}
+inline int fakeSetSpawnFlags(posix_spawnattr_t* attributes, short flags) {
+  fakeClosesDescriptors() = (flags & POSIX_SPAWN_CLOEXEC_DEFAULT) != 0;
+  return ::posix_spawnattr_setflags(attributes,
+                                    static_cast<short>(flags & ~POSIX_SPAWN_CLOEXEC_DEFAULT));
+}
+#define posix_spawnattr_setflags fakeSetSpawnFlags
+inline int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* actions,
+                                                  int descriptor) {
+  if (!fakeClosesDescriptors() || descriptor != STDERR_FILENO) {
+    return 0;
+  }
+  // The standard ones are named in their order.
+  fakeClosesDescriptors() = false;
+  return ::posix_spawn_file_actions_addclosefrom_np(actions, STDERR_FILENO + 1);
 }
 
 #endif

@@ -1,4 +1,5 @@
-// Of the kernel's event queues: one that is readable when a process has ended.
+// Of the kernel's event queues: one that is readable when a process has ended. A process that has
+// ended already cannot be watched, even if nobody has waited for it.
 #pragma once
 
 #include <errno.h>
@@ -6,6 +7,7 @@
 #include <stdint.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -33,8 +35,17 @@ inline int kevent(int queue, const struct kevent* changes, int changeCount,
       errno = EINVAL;
       return -1;
     }
-    const int process =
-        static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(changes[index].ident), 0U));
+    const auto child = static_cast<pid_t>(changes[index].ident);
+    siginfo_t end{};
+    if (::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+        end.si_pid == child) {
+      errno = ESRCH;
+      return -1;
+    }
+    if (changes[index].fflags != NOTE_EXIT) {
+      continue;
+    }
+    const int process = static_cast<int>(::syscall(SYS_pidfd_open, child, 0U));
     if (process < 0) {
       return -1;
     }

@@ -1,9 +1,12 @@
 #include "platform/ChildProcess.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <string>
 
+#include "platform/posix/Descriptor.h"
 #include "support/NoFreeDescriptors.h"
 
 namespace ravelin::platform {
@@ -21,9 +24,20 @@ TEST(MacChildProcess, ChildrenThatEndAtOnceAreNotMissed) {
   }
 }
 
+TEST(MacChildProcess, WhatAnybodyElseHasOpenIsNotInherited) {
+  // Not close-on-exec, as what a library of the system's has opened.
+  const Descriptor other(::dup(STDIN_FILENO));
+  const auto result = native<ChildProcesses>().run(
+      "/bin/sh", {"-c", "test -e /dev/fd/" + std::to_string(other.number())}, Output::collected);
+  EXPECT_EQ(result.terminationStatus, 1);
+}
+
 TEST(MacChildProcess, WithoutAPipeItIsNotStarted) {
+  auto& processes = native<ChildProcesses>();
+  // A sanitizer that sees an object for the first time needs a descriptor, too.
+  EXPECT_EQ(processes.run("/bin/true", {}, Output::collected).terminationStatus, 0);
   const test::NoFreeDescriptors none;
-  EXPECT_THROW(native<ChildProcesses>().run("/bin/true", {}, Output::collected), LaunchException);
+  EXPECT_THROW(processes.run("/bin/true", {}, Output::collected), LaunchException);
 }
 
 }  // namespace
