@@ -30,6 +30,10 @@ class FakeScripts {
   /// this number and message.
   void refuse(int number, const std::string& message);
 
+  /// From now on the trash does this with the item at a path in place of moving it, and says
+  /// whether it has been moved.
+  void setTrash(std::function<bool(const std::string& path)> action);
+
   /// Called in every run, before anything else. A script that waits for an answer runs the thread's
   /// loop meanwhile (see spinRunLoop).
   void setDuring(std::function<void()> action);

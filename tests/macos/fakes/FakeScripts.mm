@@ -19,6 +19,7 @@ struct State {
   std::optional<std::string> desktop;  ///< empty for none, null for that of the home folder
   std::optional<std::pair<int, std::string>> refusal;
   std::function<void()> during;
+  std::function<bool(const std::string&)> trash;
 };
 State& state() {
   static auto& instance = *new State;
@@ -58,6 +59,9 @@ fs::path trashFolder() {
 }
 
 bool moveToTrash(const fs::path& item) {
+  if (state().trash) {
+    return state().trash(item.string());
+  }
   std::error_code failure;
   if (!fs::exists(fs::symlink_status(item, failure))) {
     return true;
@@ -142,6 +146,10 @@ void FakeScripts::setDesktop(const std::string& desktop) { state().desktop = des
 
 void FakeScripts::refuse(int number, const std::string& message) {
   state().refusal = {number, message};
+}
+
+void FakeScripts::setTrash(std::function<bool(const std::string&)> action) {
+  state().trash = std::move(action);
 }
 
 void FakeScripts::setDuring(std::function<void()> action) { state().during = std::move(action); }

@@ -309,6 +309,8 @@ int NetFSMountURLSync(CFURLRef url, CFURLRef mountpath, CFStringRef user, CFStri
       return EINVAL;
     case FakeVolumes::ALREADY_MOUNTED:
       return EEXIST;
+    case FakeVolumes::NO_MOUNT_POINT:
+      return 0;
     default:
       return status;
   }

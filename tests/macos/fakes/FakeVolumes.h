@@ -22,6 +22,7 @@ class FakeVolumes {
     CANCELLED = -128,
     SERVER_NOT_FOUND = -5016,
     NO_AUTHENTICATION = -5023,
+    NO_MOUNT_POINT = 1,  ///< NetFS: says that it has mounted, and not where
   };
 
   /// What somebody asked to be mounted.

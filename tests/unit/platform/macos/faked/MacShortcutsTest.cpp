@@ -6,14 +6,17 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "fakes/FakeScripts.h"
 #include "fakes/SystemAdditions.h"
 #include "platform/posix/Descriptor.h"
 #include "platform/posix/StepwiseAccess.h"
 #include "support/TemporaryHome.h"
+#include "support/linux/Seccomp.h"
 
 namespace ravelin::platform {
 namespace {
@@ -142,6 +145,29 @@ TEST_F(MacShortcutsTest, ATrashThatRefusesLeavesTheItem) {
   EXPECT_TRUE(fs::exists(at("USB.app/Icon\r")));
 }
 
+TEST_F(MacShortcutsTest, ATrashThatTakesNothingIsNotBelieved) {
+  fakes::FakeScripts scripts;
+  scripts.setTrash([](const std::string& /*path*/) { return true; });
+  write(at("USB.app"));
+  EXPECT_EQ(makeWay("USB.app"), "Not moved to the trash: It is still there");
+  EXPECT_TRUE(fs::exists(at("USB.app")));
+}
+
+TEST_F(MacShortcutsTest, WhatComesInTheItemsPlaceIsNotTheItem) {
+  MacShortcuts moving(access);
+  write(at("USB.app"));
+  const FoundItem found = access.find(folder.number(), "USB.app");
+  const auto place = BeneathResolver(access).resolve(at("USB.app"), home.desktop());
+  fakes::FakeScripts scripts;
+  scripts.setTrash([this](const std::string& path) {
+    fs::rename(path, home.path() + "/taken");
+    write(path);
+    return true;
+  });
+  EXPECT_EQ(reason(moving.moveToTrash(place, found)), "");
+  EXPECT_TRUE(fs::exists(home.path() + "/taken"));
+}
+
 TEST_F(MacShortcutsTest, OnlyTheItemThatWasFoundGoesToTheTrash) {
   MacShortcuts moving(access);
   write(at("USB.app"));
@@ -184,6 +210,22 @@ TEST_F(MacShortcutsTest, RenamesOnlyWhereNothingIs) {
   EXPECT_TRUE(fs::is_directory(at("Three")));
   EXPECT_FALSE(fs::exists(at("One")));
   EXPECT_EQ(shortcuts.renameIfFree(folder.number(), "One", "Four"), ENOENT);
+}
+
+using MacShortcutsDeathTest = MacShortcutsTest;
+
+TEST_F(MacShortcutsDeathTest, AFileSystemWithoutTheseWaysOfRenamingSaysSo) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        write(at("One"));
+        write(at("Two"));
+        EXPECT_TRUE(test::refuse({__NR_renameat2, {}}, EINVAL));
+        EXPECT_EQ(shortcuts.renameIfFree(folder.number(), "One", "Three"), ENOSYS);
+        EXPECT_EQ(shortcuts.exchange(folder.number(), "One", "Two"), ENOSYS);
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(MacShortcutsTest, ExchangesAFileAndAFolder) {

@@ -164,6 +164,8 @@ TEST_F(MacVolumesTest, NetFsFailuresHaveTheirNumberAndAText) {
   expect(SHARE, ETIMEDOUT, "Connection timed out");
   fake.refuseMounts(FakeVolumes::SERVER_NOT_FOUND);
   expect(SHARE, FakeVolumes::SERVER_NOT_FOUND, "NetFS failed");
+  fake.refuseMounts(FakeVolumes::NO_MOUNT_POINT);
+  expect(SHARE, EIO, "Input/output error");
   fake.refuseMounts(FakeVolumes::OK);
   ASSERT_EQ(network.mountServerVolume(SHARE, "guest", "").status, 0);
   expect(SHARE, EEXIST, "File exists");
