@@ -2,9 +2,11 @@
 
 #import <AppKit/AppKit.h>
 
-#include "platform/FileManager.h"
 #include "platform/macos/FoundationText.h"
 #include "platform/macos/MacImage.h"
+#include "platform/macos/MacShortcuts.h"
+#include "platform/posix/BeneathResolver.h"
+#include "platform/posix/StepwiseAccess.h"
 
 namespace ravelin::platform {
 
@@ -13,8 +15,8 @@ namespace {
 class MacWorkspace final : public Workspace {
  public:
   bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) override {
-    // The system's call takes a path and follows it wherever it leads.
-    if (!service<FileManager>().itemExistsAtPath(forFile, beneath)) {
+    // The system's call takes a path, follows it wherever it leads, and changes what is there.
+    if (!_isShortcut(forFile, beneath)) {
       return false;
     }
     @autoreleasepool {
@@ -29,6 +31,20 @@ class MacWorkspace final : public Workspace {
       }
     }
   }
+
+ private:
+  [[nodiscard]] bool _isShortcut(const std::string& path, const Text& beneath) const {
+    const auto place = BeneathResolver(_access).resolve(path, beneath);
+    const int folder = place.folder.number();
+    if (place.error != 0) {
+      return false;
+    }
+    const FoundItem item = _access.find(folder, place.name);
+    return item.error == 0 && _shortcuts.isShortcut(folder, place.name, item);
+  }
+
+  const StepwiseAccess _access;
+  const MacShortcuts _shortcuts{_access};
 };
 
 }  // namespace

@@ -1,13 +1,18 @@
 #include "platform/Workspace.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 
 #include "fakes/FakeWorkspace.h"
 #include "platform/Image.h"
+#include "platform/macos/MacShortcuts.h"
+#include "platform/posix/Descriptor.h"
+#include "platform/posix/StepwiseAccess.h"
 #include "support/Pictures.h"
 #include "support/TemporaryHome.h"
 
@@ -25,6 +30,13 @@ class MacWorkspaceTest : public testing::Test {
     Pictures::write(picture, Pictures::png());
     image = native<ImageReader>().imageWithContentsOfFile(picture);
     fs::create_directories(shortcut + "/Contents");
+    mark(home.desktop(), "USB.app");
+  }
+
+  static void mark(const std::string& folder, const std::string& name) {
+    const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const StepwiseAccess access;
+    EXPECT_EQ(MacShortcuts(access).mark(opened.number(), name), 0) << name;
   }
 
   bool setIcon(const std::string& path) {
@@ -68,8 +80,21 @@ TEST_F(MacWorkspaceTest, TouchesNothingElse) {
   EXPECT_FALSE(setIcon(home.desktop() + "/\xFF.app"));
   fs::create_directory_symlink(home.path(), home.desktop() + "/link");
   fs::create_directory(home.path() + "/Other.app");
+  mark(home.path(), "Other.app");
+  EXPECT_FALSE(setIcon(home.path() + "/Other.app"));
   EXPECT_FALSE(setIcon(home.desktop() + "/link/Other.app"));
   EXPECT_TRUE(workspace.icons().empty());
+}
+
+TEST_F(MacWorkspaceTest, WhatIsTheUsersKeepsItsIcon) {
+  fs::create_directories(home.desktop() + "/Bundle.app/Contents");
+  std::ofstream(home.desktop() + "/File.app") << "content";
+  fs::create_directory_symlink(shortcut, home.desktop() + "/Link.app");
+  for (const std::string name : {"Bundle.app", "File.app", "Link.app"}) {
+    EXPECT_FALSE(setIcon(home.desktop() + "/" + name)) << name;
+  }
+  EXPECT_TRUE(workspace.icons().empty());
+  EXPECT_FALSE(fs::exists(home.desktop() + "/Bundle.app/Icon\r"));
 }
 
 }  // namespace
