@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "platform/posix/Descriptor.h"
 #include "support/TemporaryDirectory.h"
@@ -71,6 +72,24 @@ TEST_F(FolderTreeTest, TakesAFileAsWell) {
 }
 
 TEST_F(FolderTreeTest, WhatIsNotThereIsAnError) { EXPECT_EQ(remove("missing"), ENOENT); }
+
+TEST_F(FolderTreeTest, WhatGoesByItselfMeanwhileDoesNotStopIt) {
+  constexpr int FILES = 500;
+  constexpr int ATTEMPTS = 3;
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    for (int file = 0; file < FILES; ++file) {
+      write("tree/" + std::to_string(file));
+    }
+    std::thread other([this] {
+      for (int file = FILES; file-- > 0;) {
+        ::unlink(at("tree/" + std::to_string(file)).c_str());
+      }
+    });
+    EXPECT_EQ(remove("tree"), 0);
+    other.join();
+    ASSERT_FALSE(fs::exists(at("tree")));
+  }
+}
 
 TEST_F(FolderTreeTest, FollowsNoLink) {
   write("outside/kept");
