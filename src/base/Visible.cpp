@@ -71,4 +71,6 @@ std::string visibleLine(std::string_view text) { return readable(text, "\\n"); }
 
 std::string visibleLines(std::string_view text) { return readable(text, "\n\t"); }
 
+std::string visibleText(std::string_view text) { return readable(text, "\n"); }
+
 }  // namespace ravelin

@@ -19,4 +19,7 @@ namespace ravelin {
 /// thread.
 [[nodiscard]] std::string visibleLines(std::string_view text);
 
+/// The same without the tabs, for what puts them there itself. Any thread.
+[[nodiscard]] std::string visibleText(std::string_view text);
+
 }  // namespace ravelin

@@ -3,10 +3,12 @@
 #include <asl.h>
 
 #include <memory>
+#include <utility>
 
 #include "base/LogLine.h"
 #include "base/LogTemplate.h"
 #include "base/ThreadSafety.h"
+#include "base/Visible.h"
 
 namespace ravelin::platform {
 
@@ -21,12 +23,14 @@ static_assert(static_cast<int>(SystemLog::Level::error) == ASL_LEVEL_ERR);
 static_assert(static_cast<int>(SystemLog::Level::warning) == ASL_LEVEL_WARNING);
 static_assert(static_cast<int>(SystemLog::Level::info) == ASL_LEVEL_INFO);
 
-/// One client of the Apple System Log. It encodes the copy on standard error itself: a tab stands
-/// before each further line of a message there, and control characters are visible.
+/// One client of the Apple System Log. In the copy on standard error it puts a tab before each
+/// further line of a message, but leaves control characters as they are, so that a datagram could
+/// command a terminal. The copy is made of what the service gets, so both get them made visible.
 class AslSystemLog final : public SystemLog {
  public:
   AslSystemLog(const std::string& ident, const std::string& facility, bool copyToStandardError)
-      : _client(
+      : _hasCopy(copyToStandardError),
+        _client(
             asl_open(ident.c_str(), facility.c_str(), copyToStandardError ? ASL_OPT_STDERR : 0U)),
         _template(asl_new(ASL_TYPE_MSG)) {
     asl_set(_template.get(), ASL_KEY_SENDER, ident.c_str());
@@ -36,7 +40,8 @@ class AslSystemLog final : public SystemLog {
 
   std::size_t log(Level level, std::string_view messageTemplate) override {
     // One byte more than a line has room for tells that it is to be cut.
-    const std::string line = cutLogLine(expandLogTemplate(messageTemplate, LOG_LINE_LIMIT + 1));
+    std::string message = expandLogTemplate(messageTemplate, LOG_LINE_LIMIT + 1);
+    const std::string line = cutLogLine(_hasCopy ? visibleText(message) : std::move(message));
     // One client serves one thread at a time.
     const LockGuard lock(_mutex);
     // What has been expanded is data: it must not be expanded again.
@@ -45,6 +50,7 @@ class AslSystemLog final : public SystemLog {
   }
 
  private:
+  const bool _hasCopy;
   Mutex _mutex;  ///< held while the client is used
   AslObject _client;
   AslObject _template;

@@ -21,6 +21,7 @@ TEST(VisibleLinesTest, FurtherLinesBeginWithTabs) {
   EXPECT_EQ(visibleLines(""), "");
   EXPECT_EQ(visibleLines("one\ntwo\n\nfour"), "one\n\ttwo\n\t\n\tfour");
   EXPECT_EQ(visibleLines("\n"), "\n\t");
+  EXPECT_EQ(visibleText("one\ntwo\n\x1B"), "one\ntwo\n\\x1b");
 }
 
 TEST(VisibleLinesTest, ShowsControlCharacters) {

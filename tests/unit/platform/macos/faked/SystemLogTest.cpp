@@ -79,6 +79,17 @@ TEST_F(MacSystemLogTest, TheCopyOnStandardErrorIsTheServicesOwn) {
   EXPECT_EQ(channel.read(), "");
 }
 
+TEST_F(MacSystemLogTest, NothingOnStandardErrorCommandsATerminalOrLooksLikeAnotherLine) {
+  const Channel channel = Channel::pipe();
+  const StandardErrorReplacement replacement(channel.writer());
+  open(true)->log(Level::info, "a\x1B[2Jb\rc\td\x7F\xC2\x9B\xFF \\ \xC3\xA4\ne");
+  EXPECT_THAT(channel.read(), testing::EndsWith("<Info>: a\\x1b[2Jb\\rc\\td\\x7f\\xc2\\x9b\\xff "
+                                                "\\ \xC3\xA4\n\te\n"));
+  EXPECT_EQ(open(true)->log(Level::info, std::string(LOG_LINE_LIMIT, '\x1B')), LOG_LINE_LIMIT);
+  EXPECT_TRUE(service.records().back().message.ends_with(" [cut]"));
+  EXPECT_TRUE(service.records().back().message.starts_with("\\x1b\\x1b"));
+}
+
 TEST_F(MacSystemLogTest, EachLogIsAClientThatIsClosedWithIt) {
   {
     const auto one = open();
