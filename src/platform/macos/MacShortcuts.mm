@@ -35,15 +35,16 @@ bool isSame(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-/// Null on success.
-Text moveToTrashAtPath(const std::string& path) {
+/// Null on success. Not told whether it is a folder, the system would look itself, through a link.
+Text moveToTrashAtPath(const std::string& path, bool isFolder) {
   @autoreleasepool {
     NSString* const text = stringOf(path);
     if (text == nil) {
       return "Its name is not UTF-8";
     }
+    NSURL* const item = [NSURL fileURLWithPath:text isDirectory:isFolder];
     NSError* error = nil;
-    const bool isMoved = [[NSFileManager defaultManager] trashItemAtURL:[NSURL fileURLWithPath:text]
+    const bool isMoved = [[NSFileManager defaultManager] trashItemAtURL:item
                                                        resultingItemURL:nullptr
                                                                   error:&error];
     return isMoved ? Text() : Text(textOrNull(textOf([error localizedDescription])));
@@ -91,7 +92,7 @@ std::optional<FileError> MacShortcuts::moveToTrash(const BeneathResolver::Place&
   if (!folder || ::lstat(path.c_str(), &status) != 0 || !isSame(status, item.status)) {
     return notMoved("It is no longer there");
   }
-  if (const Text failure = moveToTrashAtPath(path)) {
+  if (const Text failure = moveToTrashAtPath(path, S_ISDIR(status.st_mode))) {
     return notMoved(*failure);
   }
   const FoundItem left = _access.find(place.folder.number(), place.name);

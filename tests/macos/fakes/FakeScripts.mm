@@ -192,15 +192,33 @@ static NSMapTable* gSources;
 
 @end
 
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wobjc-protocol-method-implementation"
+// In the place of the base library's own, which looks at the item all the same.
+@implementation NSURL (FakeUrls)
+
++ (instancetype)fileURLWithPath:(NSString*)path isDirectory:(BOOL)isDir {
+  NSString* const ended = isDir ? [path stringByAppendingString:@"/"] : path;
+  return [[[self alloc] initWithScheme:@"file" host:@"" path:ended] autorelease];
+}
+
+@end
+#pragma clang diagnostic pop
+
 @implementation NSFileManager (FakeTrash)
 
 - (BOOL)trashItemAtURL:(NSURL*)url
       resultingItemURL:(NSURL**)outResultingURL
                  error:(NSError**)error {
-  NSString* const path = [url path];
-  const bool isThere =
-      path != nil && fs::exists(fs::symlink_status([path fileSystemRepresentation]));
-  if (isThere && moveToTrash([path fileSystemRepresentation])) {
+  const char* const given = [[url path] fileSystemRepresentation];
+  fs::path item = given == nullptr ? "" : given;
+  std::error_code failure;
+  // To the system's calls a path that ends so is the folder that a link leads to.
+  if ([[url absoluteString] hasSuffix:@"/"]) {
+    item = fs::canonical(item, failure);
+  }
+  const bool isThere = fs::exists(fs::symlink_status(item, failure));
+  if (isThere && moveToTrash(item)) {
     return YES;
   }
   if (error != nullptr) {

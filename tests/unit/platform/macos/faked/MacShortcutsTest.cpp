@@ -138,6 +138,14 @@ TEST_F(MacShortcutsTest, WhatHasNoMarkMakesWayIntoTheTrash) {
   EXPECT_FALSE(fs::exists(home.trash() + "/Ours.app"));
 }
 
+TEST_F(MacShortcutsTest, OfALinkToAFolderTheLinkGoesToTheTrash) {
+  write(home.path() + "/Documents/kept");
+  fs::create_directory_symlink(home.path() + "/Documents", at("USB.app"));
+  EXPECT_EQ(makeWay("USB.app"), "");
+  EXPECT_TRUE(fs::is_symlink(home.trash() + "/USB.app"));
+  EXPECT_TRUE(fs::exists(home.path() + "/Documents/kept"));
+}
+
 TEST_F(MacShortcutsTest, ATrashThatRefusesLeavesTheItem) {
   write(home.path() + "/data");  // where the trash would be
   makeBundle("USB.app");
