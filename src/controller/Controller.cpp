@@ -108,8 +108,14 @@ void Controller::setMountedDisks(const std::vector<DiskPtr>& mountedDisks) {
     precondition(disk != nullptr, "Controller::setMountedDisks(mountedDisks)", "disk != null");
     records.append(disk);
   }
-  const LockGuard lock(_mutex);
-  std::swap(_mountedDisks, records);
+  {
+    const LockGuard lock(_mutex);
+    if (_mountedDisks.count() == 0) {
+      _disksKnownSince = std::chrono::steady_clock::now();
+    }
+    std::swap(_mountedDisks, records);
+  }
+  _diskUpdateTimeCheckerTimer.wake();
 }
 
 std::vector<DiskPtr> Controller::diskEventQueue() const {
@@ -123,9 +129,12 @@ void Controller::setDiskEventQueue(const std::vector<DiskPtr>& diskEventQueue) {
   for (const DiskPtr& event : diskEventQueue) {
     events.enqueue(event);
   }
-  const LockGuard lock(_mutex);
-  std::swap(_diskEventQueue, events);
-  _admission.queueWasReplaced();
+  {
+    const LockGuard lock(_mutex);
+    std::swap(_diskEventQueue, events);
+    _admission.queueWasReplaced();
+  }
+  _diskEventHandlerTimer.wake();
 }
 
 std::size_t Controller::waitingEvents() const {
@@ -139,6 +148,7 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
     return;
   }
   const DiskPtr event = EventParser::parse(receivedData);
+  _haveSuppressedLinesTold();
   if (!_isDiskValid(event.get())) {
     return;
   }
@@ -156,6 +166,7 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
   if (line) {
     Logger::logMessage(*line, LogTypeError);
   }
+  _diskEventHandlerTimer.wake();
 }
 
 bool Controller::_isDiskValid(const Disk* disk) {
@@ -180,17 +191,26 @@ void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
   RunLoop& runLoop = RunLoop::current();
   // Taken before the timer starts, so that the timer always finds its check due or already made.
   _nextCheck = std::chrono::steady_clock::now() + LIVENESS_INTERVAL;
-  const auto eventTimer =
-      runLoop.scheduleTimer(RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL), [this] {
+  _diskEventHandlerTimer.start(
+      runLoop, RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL),
+      [this] {
         _processNextDiskEvent();
         Logger::tellSuppressed();
+      },
+      [this] { return waitingEvents() > 0 || Logger::hasSuppressed(); });
+  _diskUpdateTimeCheckerTimer.start(
+      runLoop, RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
+      [this] { _checkUpdateTimesWhenDue(); },
+      [this] {
+        const LockGuard lock(_mutex);
+        return _mountedDisks.count() > 0;
       });
-  const auto livenessTimer = runLoop.scheduleTimer(
-      RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL), [this] { _checkUpdateTimesWhenDue(); });
   started.set_value(&runLoop);
   while (!_handlerMayLeave) {
     runLoop.runOnce(RUN_LOOP_PASS_LIMIT);
   }
+  _diskEventHandlerTimer.stop();
+  _diskUpdateTimeCheckerTimer.stop();
   _handlerHasEnded = true;
   RunLoop::main().perform([] {});
 }
@@ -295,10 +315,16 @@ void Controller::_mountDisk(const DiskPtr& disk) {
     }
   });
   disk->setLastUpdateTime(now());
-  const LockGuard lock(_mutex);
-  if (std::exchange(_diskBeingMounted, nullptr) == disk) {
-    _mountedDisks.append(disk);
+  {
+    const LockGuard lock(_mutex);
+    if (std::exchange(_diskBeingMounted, nullptr) == disk) {
+      if (_mountedDisks.count() == 0) {
+        _disksKnownSince = std::chrono::steady_clock::now();
+      }
+      _mountedDisks.append(disk);
+    }
   }
+  _diskUpdateTimeCheckerTimer.wake();
 }
 
 void Controller::_unmountDisk(const Disk& event) {
@@ -329,6 +355,7 @@ void Controller::unmountAll() {
       _deleteAliasAtPath(path);
     }
   }
+  _haveSuppressedLinesTold();
 }
 
 void Controller::_deleteAliasAtPath(const std::string& path) {
@@ -404,8 +431,23 @@ void Controller::_checkUpdateTimesWhenDue() {
     return;
   }
   // Like the timer: missed checks are skipped, and the rhythm is kept.
-  _nextCheck += ((time - _nextCheck) / LIVENESS_INTERVAL + 1) * LIVENESS_INTERVAL;
+  const Time latest = _nextCheck + (time - _nextCheck) / LIVENESS_INTERVAL * LIVENESS_INTERVAL;
+  _nextCheck = latest + LIVENESS_INTERVAL;
+  {
+    const LockGuard lock(_mutex);
+    if (_disksKnownSince > latest) {
+      // At its time, while the timer slept, the check would have found no disk.
+      return;
+    }
+  }
   _checkUpdateTimesAndUnmountDisksIfNecessary();
+  _haveSuppressedLinesTold();
+}
+
+void Controller::_haveSuppressedLinesTold() {
+  if (Logger::hasSuppressed()) {
+    _diskEventHandlerTimer.wake();
+  }
 }
 
 void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {

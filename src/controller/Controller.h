@@ -12,6 +12,7 @@
 
 #include "base/ThreadSafety.h"
 #include "controller/Admission.h"
+#include "controller/LazyTimer.h"
 #include "controller/MountedDisks.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
@@ -109,6 +110,11 @@ class Controller : public ServerDelegate {
   void _checkUpdateTimesWhenDue() EXCLUDES(_mutex);
 
  private:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// Has the handler thread report what the log has suppressed. Any thread.
+  void _haveSuppressedLinesTold();
+
   /// Never held across a hand-over, a script or a file operation.
   mutable Mutex _mutex;
   MountedDisks _mountedDisks GUARDED_BY(_mutex);
@@ -120,8 +126,12 @@ class Controller : public ServerDelegate {
 
   DiskManager _diskManager;
   std::atomic<bool> _handlerShouldEnd = false;
-  std::chrono::steady_clock::time_point _nextCheck;  // the handler thread's own
-  bool _handlerMayLeave = false;                     // the handler thread's own
+  LazyTimer _diskEventHandlerTimer;
+  LazyTimer _diskUpdateTimeCheckerTimer;
+  /// When the first of the disks that are known became known.
+  Time _disksKnownSince GUARDED_BY(_mutex);
+  Time _nextCheck;                // the handler thread's own
+  bool _handlerMayLeave = false;  // the handler thread's own
   std::atomic<bool> _handlerHasEnded = false;
   platform::RunLoop* _handlerRunLoop = nullptr;
   std::thread _handlerThread;

@@ -1,7 +1,6 @@
 #include "core/LogBudget.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "base/LogLine.h"
 
@@ -37,12 +36,12 @@ void LogBudget::settle(std::size_t used) {
 
 std::uint64_t LogBudget::takeEnded(Clock::time_point now) {
   const LockGuard lock(_mutex);
-  return now - _lastSuppressed < QUIET ? 0 : std::exchange(_suppressed, 0);
+  return now - _lastSuppressed < QUIET ? 0 : _suppressed.exchange(0);
 }
 
 std::uint64_t LogBudget::takeSuppressed() {
   const LockGuard lock(_mutex);
-  return std::exchange(_suppressed, 0);
+  return _suppressed.exchange(0);
 }
 
 }  // namespace ravelin

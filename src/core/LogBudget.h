@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -28,6 +29,10 @@ class LogBudget {
   /// Gives back, after `reserve`, what the line has not used.
   void settle(std::size_t used);
 
+  /// Whether lines have been suppressed since the last report. Without the mutex: what another
+  /// thread suppresses at this moment may be missed.
+  [[nodiscard]] bool hasSuppressed() const { return _suppressed != 0; }
+
   /// How many lines have been suppressed since the last report; 0 while suppressing has not ended.
   /// The count starts again: the caller reports it.
   std::uint64_t takeEnded(Clock::time_point now);
@@ -39,7 +44,7 @@ class LogBudget {
   Mutex _mutex;
   std::size_t _available GUARDED_BY(_mutex) = AT_ONCE;
   Clock::time_point _refilled GUARDED_BY(_mutex);
-  std::uint64_t _suppressed GUARDED_BY(_mutex) = 0;
+  std::atomic<std::uint64_t> _suppressed = 0;  ///< written under the mutex
   Clock::time_point _lastSuppressed GUARDED_BY(_mutex);
 };
 

@@ -78,6 +78,8 @@ void Logger::consolePeerMessage(std::string_view text) {
   writeWithinBudget([text] { return platform::consoleLog(text); });
 }
 
+bool Logger::hasSuppressed() { return peerBudget().hasSuppressed(); }
+
 void Logger::tellSuppressed() { tell(peerBudget().takeEnded(LogBudget::Clock::now())); }
 
 }  // namespace ravelin

@@ -28,8 +28,17 @@ class RunLoop {
     Registration& operator=(const Registration&) = delete;
   };
 
-  /// A timer, which repeats.
-  using Timer = Registration;
+  /// A timer, which repeats. The loop's thread only.
+  class Timer : public Registration {
+   public:
+    /// From now on it is not called, and wakes nobody, until it is resumed.
+    virtual void suspend() = 0;
+
+    /// Ends the suspension, in step with the timer's start, and as if at that moment, which may lie
+    /// in the past: if it would have been called since then, it is called once, and at once. Does
+    /// nothing while it is not suspended.
+    virtual void resume(std::chrono::steady_clock::time_point since) = 0;
+  };
 
   /// A descriptor being watched. The descriptor stays open, and must, until this is destroyed.
   using Watch = Registration;

@@ -56,11 +56,13 @@ std::uint64_t microseconds(RunLoop::Seconds seconds) {
   return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(bounded).count());
 }
 
-/// The current time on CLOCK_MONOTONIC, which sd-event's timers use.
-std::uint64_t now() {
-  const auto time = std::chrono::steady_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(std::chrono::ceil<std::chrono::microseconds>(time).count());
+/// The time on CLOCK_MONOTONIC, which sd-event's timers use.
+std::uint64_t monotonic(std::chrono::steady_clock::time_point time) {
+  return static_cast<std::uint64_t>(
+      std::chrono::ceil<std::chrono::microseconds>(time.time_since_epoch()).count());
 }
+
+std::uint64_t now() { return monotonic(std::chrono::steady_clock::now()); }
 
 /// Keeps account of a loop's turns.
 class Turns {
@@ -99,16 +101,31 @@ struct Subscription : std::enable_shared_from_this<Subscription> {
     mustSucceed(sd_event_source_set_priority(made, priority), "RunLoop priority");
   }
 
+  /// Makes a timer due at the first of its times that is later than this one.
+  void becomeDueAfter(std::uint64_t time) {
+    if (due <= time) {
+      due += ((time - due) / interval + 1) * interval;
+    }
+    mustSucceed(sd_event_source_set_time(source.get(), due), "RunLoop timer");
+  }
+
+  void enable(bool isEnabled) {
+    mustSucceed(sd_event_source_set_enabled(source.get(), isEnabled ? SD_EVENT_ON : SD_EVENT_OFF),
+                "RunLoop timer");
+  }
+
   RunLoop::Action action;
   const Priority priority;
   Turns& turns;
   Source source;  // null once the user's object is destroyed
   std::uint64_t interval = 0;
   std::uint64_t due = 0;
+  bool isSuspended = false;
 };
 
 /// A timer or a watch, as the user holds it.
-class Handle final : public RunLoop::Registration {
+template <class Kind>
+class Handle : public Kind {
  public:
   explicit Handle(std::shared_ptr<Subscription> subscription)
       : _subscription(std::move(subscription)) {}
@@ -116,8 +133,29 @@ class Handle final : public RunLoop::Registration {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 
+ protected:
+  [[nodiscard]] Subscription& subscription() const { return *_subscription; }
+
  private:
   std::shared_ptr<Subscription> _subscription;
+};
+
+class TimerHandle final : public Handle<RunLoop::Timer> {
+ public:
+  using Handle::Handle;
+
+  void suspend() override {
+    if (!std::exchange(subscription().isSuspended, true)) {
+      subscription().enable(false);
+    }
+  }
+
+  void resume(std::chrono::steady_clock::time_point since) override {
+    if (std::exchange(subscription().isSuspended, false)) {
+      subscription().becomeDueAfter(monotonic(since));
+      subscription().enable(true);
+    }
+  }
 };
 
 std::shared_ptr<Subscription> call(void* userdata) {
@@ -135,19 +173,16 @@ int onReadable(sd_event_source* /*source*/, int /*descriptor*/, std::uint32_t /*
 }
 
 int onTime(sd_event_source* /*source*/, std::uint64_t /*time*/, void* userdata) noexcept {
+  auto& timer = *static_cast<Subscription*>(userdata);
+  // What the action resumes is due the next time.
+  timer.due += timer.interval;
   const auto subscription = call(userdata);
-  if (subscription->source == nullptr) {
-    return 0;
+  // A suspended one keeps its place until it is resumed.
+  if (subscription->source != nullptr && !subscription->isSuspended) {
+    // Only now, after the action, so that one that takes longer than its interval does not make the
+    // timer due all the time.
+    subscription->becomeDueAfter(now());
   }
-  // Only now, after the action, so that one that takes longer than its interval does not make the
-  // timer due all the time.
-  const std::uint64_t time = now();
-  std::uint64_t& due = subscription->due;
-  due += subscription->interval;
-  if (due <= time) {
-    due += ((time - due) / subscription->interval + 1) * subscription->interval;
-  }
-  mustSucceed(sd_event_source_set_time(subscription->source.get(), due), "RunLoop timer");
   return 0;
 }
 
@@ -191,8 +226,8 @@ class EventLoop final : public RunLoop {
                                   TIMER_ACCURACY, onTime, subscription.get()),
                 "RunLoop::scheduleTimer");
     subscription->own(source);
-    mustSucceed(sd_event_source_set_enabled(source, SD_EVENT_ON), "RunLoop timer");
-    return std::make_unique<Handle>(std::move(subscription));
+    subscription->enable(true);
+    return std::make_unique<TimerHandle>(std::move(subscription));
   }
 
   [[nodiscard]] std::unique_ptr<Watch> watchReadable(int descriptor, Urgency urgency,
@@ -206,7 +241,7 @@ class EventLoop final : public RunLoop {
       return nullptr;
     }
     subscription->own(source);
-    return std::make_unique<Handle>(std::move(subscription));
+    return std::make_unique<Handle<Watch>>(std::move(subscription));
   }
 
   void runOnce(Seconds limit) override {

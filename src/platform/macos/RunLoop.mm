@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "base/Precondition.h"
@@ -30,8 +31,9 @@ struct Source {
   Owned<CFRunLoopTimerRef> timer = nullptr;
   CFTimeInterval interval = 0;
   Owned<CFSocketRef> socket = nullptr;
-  bool isReady = false;  ///< waits among what is ready
-  bool isOver = false;   ///< the user's object is destroyed
+  bool isReady = false;                              ///< waits among what is ready
+  bool isOver = false;                               ///< the user's object is destroyed
+  std::optional<CFAbsoluteTime> due = std::nullopt;  ///< of a suspended timer, its next time
 
   /// Has the system tell of it again. After the action only, so that an action that takes longer
   /// than the timer's interval does not make the timer due for ever.
@@ -40,12 +42,19 @@ struct Source {
       CFSocketEnableCallBacks(socket.get(), kCFSocketReadCallBack);
       return;
     }
-    const CFAbsoluteTime due = CFRunLoopTimerGetNextFireDate(timer.get());
-    const CFTimeInterval late = CFAbsoluteTimeGetCurrent() - due;
-    if (late > 0) {
-      CFRunLoopTimerSetNextFireDate(timer.get(),
-                                    due + (std::floor(late / interval) + 1) * interval);
+    if (due) {
+      return;
     }
+    const CFAbsoluteTime next = CFRunLoopTimerGetNextFireDate(timer.get());
+    const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
+    if (next < now) {
+      CFRunLoopTimerSetNextFireDate(timer.get(), firstAfter(now, next));
+    }
+  }
+
+  /// The first of the timer's times, of which one is given, that is later than the moment.
+  [[nodiscard]] CFAbsoluteTime firstAfter(CFAbsoluteTime moment, CFAbsoluteTime one) const {
+    return one > moment ? one : one + (std::floor((moment - one) / interval) + 1) * interval;
   }
 };
 using SourcePtr = std::shared_ptr<Source>;
@@ -149,6 +158,26 @@ class MacRunLoop final : public RunLoop {
       CFRunLoopAddTimer(_noter.loop._loop.get(), source.timer.get(), kCFRunLoopDefaultMode);
     }
 
+    void suspend() override {
+      Source& source = *_noter.source;
+      if (!source.due) {
+        // What has been noted and is not served any more has been passed already.
+        source.due = CFRunLoopTimerGetNextFireDate(source.timer.get()) -
+                     (source.isReady ? source.interval : 0);
+        CFRunLoopTimerSetNextFireDate(source.timer.get(),
+                                      CFAbsoluteTimeGetCurrent() + DISTANT_FUTURE.count());
+      }
+    }
+
+    void resume(std::chrono::steady_clock::time_point since) override {
+      Source& source = *_noter.source;
+      if (const auto due = std::exchange(source.due, std::nullopt)) {
+        const Seconds ago = std::chrono::steady_clock::now() - since;
+        CFRunLoopTimerSetNextFireDate(
+            source.timer.get(), source.firstAfter(CFAbsoluteTimeGetCurrent() - ago.count(), *due));
+      }
+    }
+
    private:
     Noter _noter;
   };
@@ -230,7 +259,7 @@ class MacRunLoop final : public RunLoop {
       const SourcePtr source = std::move(ready.front());
       ready.pop_front();
       source->isReady = false;
-      if (source->isOver) {
+      if (source->isOver || source->due) {
         continue;
       }
       source->action();

@@ -1115,6 +1115,22 @@ TEST_F(ControllerTest, ASilentDiskGoesByItselfAtTheCheckThatComesEveryHalfMinute
   EXPECT_LT(elapsed, 55s);
 }
 
+TEST_F(ControllerTest, ACheckThatFoundNoDiskAtItsTimeIsNotMadeLater) {
+  controller.emplace();
+  // The first check is over, and the second one is far.
+  std::this_thread::sleep_for(31s);
+  const DiskPtr silent = makeDisk(USB);
+  silent->setLastUpdateTime(clock.now() - 300s);
+  controller->setMountedDisks({silent});
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(settle());
+  if (std::chrono::steady_clock::now() - begin < 25s) {
+    EXPECT_TRUE(isMounted("1234-ABCD"));
+  }
+  EXPECT_TRUE(runUntil([&] { return !isMounted("1234-ABCD"); }, 90s));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 20s);
+}
+
 TEST_F(ControllerTest, TheCheckIsMadeWhileEventsKeepComing) {
   process(USB);
   const int turns = 4 * int{Queue::TURN};

@@ -332,6 +332,99 @@ TEST(RunLoopTest, ATimerMayDestroyOrReplaceItselfInItsAction) {
   EXPECT_THAT(calls, ElementsAre("first " + text, "second " + text));
 }
 
+TEST(RunLoopTest, ASuspendedTimerIsNotCalledUntilItIsResumed) {
+  auto& loop = RunLoop::current();
+  int calls = 0;
+  const auto timer = loop.scheduleTimer(Seconds(0.1), [&] { ++calls; });
+  timer->suspend();
+  timer->suspend();
+  loop.runOnce(Seconds(0.35));
+  EXPECT_EQ(calls, 0);
+  timer->resume(steady_clock::now());
+  timer->resume(steady_clock::now());
+  EXPECT_TRUE(runUntil(loop, [&] { return calls == 2; }));
+}
+
+TEST(RunLoopTest, ATimerThatIsDueButSuspendedStaysSilent) {
+  auto& loop = RunLoop::current();
+  int calls = 0;
+  std::unique_ptr<RunLoop::Timer> first;
+  std::unique_ptr<RunLoop::Timer> second;
+  const auto suspendBoth = [&] {
+    ++calls;
+    first->suspend();
+    second->suspend();
+  };
+  first = loop.scheduleTimer(Seconds(0.1), suspendBoth);
+  second = loop.scheduleTimer(Seconds(0.1), suspendBoth);
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  loop.runOnce(Seconds(1));
+  loop.runOnce(Seconds(0.3));
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(RunLoopTest, AResumedTimerIsInStepWithItsStart) {
+  auto& loop = RunLoop::current();
+  std::vector<std::string> order;
+  const auto start = steady_clock::now();
+  const auto timer = loop.scheduleTimer(Seconds(1.0), [&] { order.emplace_back("timer"); });
+  timer->suspend();
+  // It is due again after 2 s; if it were out of step, not before 2.5 s.
+  const auto other = loop.scheduleTimer(Seconds(2.4), [&] { order.emplace_back("other"); });
+  std::this_thread::sleep_until(start + std::chrono::milliseconds(1500));
+  timer->resume(steady_clock::now());
+  ASSERT_TRUE(runUntil(loop, [&] { return order.size() == 2; }));
+  EXPECT_THAT(order, ElementsAre("timer", "other"));
+  EXPECT_GE(steady_clock::now() - start, Seconds(2.4));
+}
+
+TEST(RunLoopTest, WhatWasDueSinceTheMomentOfTheResumptionIsCalledOnceAndAtOnce) {
+  auto& loop = RunLoop::current();
+  int calls = 0;
+  const auto start = steady_clock::now();
+  std::unique_ptr<RunLoop::Timer> timer = loop.scheduleTimer(Seconds(0.2), [&] {
+    ++calls;
+    timer->suspend();
+  });
+  timer->suspend();
+  std::this_thread::sleep_until(start + std::chrono::milliseconds(900));
+  timer->resume(start + std::chrono::milliseconds(300));
+  loop.runOnce(Seconds(0));
+  EXPECT_EQ(calls, 1);
+  loop.runOnce(Seconds(0.3));
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(RunLoopTest, WhatWasDueBeforeTheMomentOfTheResumptionIsSkipped) {
+  auto& loop = RunLoop::current();
+  int calls = 0;
+  const auto start = steady_clock::now();
+  const auto timer = loop.scheduleTimer(Seconds(1.0), [&] { ++calls; });
+  timer->suspend();
+  std::this_thread::sleep_until(start + std::chrono::milliseconds(1050));
+  timer->resume(steady_clock::now());
+  loop.runOnce(Seconds(0));
+  if (steady_clock::now() < start + std::chrono::seconds(2)) {
+    EXPECT_EQ(calls, 0);
+  }
+  EXPECT_TRUE(runUntil(loop, [&] { return calls == 1; }));
+  EXPECT_GE(steady_clock::now() - start, Seconds(2.0));
+}
+
+TEST(RunLoopTest, ATimerMaySuspendAndResumeItselfInItsAction) {
+  auto& loop = RunLoop::current();
+  const auto start = steady_clock::now();
+  std::vector<steady_clock::duration> times;
+  std::unique_ptr<RunLoop::Timer> timer = loop.scheduleTimer(Seconds(0.2), [&] {
+    times.push_back(steady_clock::now() - start);
+    timer->suspend();
+    timer->resume(steady_clock::now());
+  });
+  ASSERT_TRUE(runUntil(loop, [&] { return times.size() == 3; }));
+  EXPECT_GE(times[1], Seconds(0.4));
+  EXPECT_GE(times[2], Seconds(0.6));
+}
+
 TEST(RunLoopTest, WatchCallsUntilTheDescriptorIsRead) {
   auto& loop = RunLoop::current();
   const Pipe pipe;
