@@ -127,9 +127,9 @@ class Session(contextlib.AbstractContextManager):
 
 class SmbServer(contextlib.AbstractContextManager):
     """A private smbd on one loopback address of the session. Its shares are folders, some of them
-    for guests and some not."""
+    for guests and some not; of two settings with one name, these count."""
 
-    def __init__(self, session, address, guests=(), members=()):
+    def __init__(self, session, address, guests=(), members=(), settings=()):
         self._session = session
         self.address = address
         self.folder = session.base / f"server-{address}"
@@ -151,6 +151,7 @@ class SmbServer(contextlib.AbstractContextManager):
             folder = self.folder / setting.split()[0]
             folder.mkdir(parents=True)
             lines.append(f"{setting} = {folder}")
+        lines += settings
         for name in [*guests, *members]:
             share = self.share(name)
             share.mkdir(parents=True)
