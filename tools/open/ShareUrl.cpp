@@ -1,12 +1,10 @@
 #include "ShareUrl.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <algorithm>
 #include <string>
 #include <utility>
 
+#include "base/InternetAddress.h"
 #include "base/PercentEscaping.h"
 #include "base/Text.h"
 #include "common/InQuotes.h"
@@ -17,13 +15,6 @@ namespace {
 
 constexpr std::string_view SCHEME = "smb://";
 constexpr std::string_view GUEST = "guest:@";
-
-/// Four decimal numbers without zeros in front.
-bool isIpv4Address(const std::string& text) {
-  in_addr address{};
-  // It reads up to a NUL only.
-  return text.find('\0') == std::string::npos && ::inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
 
 /// GVfs takes a slash for the end of the name, SMB a backslash, also where they are escaped.
 bool mayNameShare(char character) {
@@ -68,7 +59,7 @@ Text whyNoShareUrl(std::string_view url) {
   }
   url.remove_prefix(GUEST.size());
   const auto [server, share] = divided(url);
-  if (!isIpv4Address(std::string(server))) {
+  if (!isDottedAddress(std::string(server))) {
     return "the shortcut's address " + inQuotes(server) +
            " is no IPv4 address; have the device announce its own";
   }
