@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "GroupAddress.h"
+#include "Target.h"
 #include "base/AsciiCase.h"
 #include "common/InQuotes.h"
 #include "core/Configuration.h"
@@ -276,17 +277,10 @@ Findings checkRate(const PropertyListDictionary& dictionary, const Configuration
 
 Findings serversOf(const Configuration& configuration) {
   Findings found;
-  for (const Configuration::Entry& entry : configuration.multicastAddresses) {
-    if (!isPort(entry.port)) {
-      continue;
-    }
-    const Text group = configuration.joinIGMP ? groupReadFrom(entry.group) : std::nullopt;
-    const std::string port = std::to_string(entry.port);
-    found.push_back(
-        ok("server",
-           group ? "a server for group " + *group + ", port " + port
-                 : "a server for port " + port + ", without a group",
-           group ? Details{{"group", *group}, {"port", port}} : Details{{"port", port}}));
+  for (const Target& target : targetsOf(configuration)) {
+    found.push_back(ok(
+        "server", "a server for " + target.described() + (target.group ? "" : ", without a group"),
+        target.details()));
   }
   return found;
 }
