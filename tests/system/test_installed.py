@@ -9,7 +9,7 @@ import pytest
 from agent import BIN, HELPER, icon, wait_until
 
 PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-check",
-            "ravelin-disk-open", "ravelin-disk-volume"]
+            "ravelin-disk-open", "ravelin-disk-tidy", "ravelin-disk-volume"]
 HELPERS = [HELPER, "ravelin-disk-volumes-helper"]
 
 

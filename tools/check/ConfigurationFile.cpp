@@ -26,7 +26,10 @@ std::vector<std::string> placesIn(SearchPathDomain domain) {
   auto places =
       platform::searchPathsForDirectoriesInDomains(SearchPathDirectory::applicationSupport, domain);
   for (std::string& place : places) {
-    place.append("/RavelinDisk/").append(Configuration::FILE_NAME);
+    place.append("/")
+        .append(platform::SUPPORT_FOLDER_NAME)
+        .append("/")
+        .append(Configuration::FILE_NAME);
   }
   return places;
 }

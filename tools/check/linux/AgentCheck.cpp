@@ -22,7 +22,7 @@ std::string numbersOf(const std::vector<Process>& agents) {
 std::vector<Process> agentsOf(uid_t user, const std::vector<Process>& all) {
   std::vector<Process> agents;
   std::ranges::copy_if(all, std::back_inserter(agents), [user](const Process& process) {
-    return process.isAgent() && process.user == user && !process.isElsewhere;
+    return process.isAgent && process.user == user && !process.isElsewhere;
   });
   return agents;
 }
@@ -46,7 +46,7 @@ Findings checkAgents(uid_t user, const std::vector<Process>& all) {
                           details));
   }
   for (const Process& process : all) {
-    if (process.isAgent() && process.user != user && !process.isElsewhere) {
+    if (process.isAgent && process.user != user && !process.isElsewhere) {
       found.push_back(
           note("agent-of-another-user",
                "an agent of " + nameOfUser(process.user) + " is running, too, as process " +

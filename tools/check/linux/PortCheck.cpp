@@ -53,7 +53,7 @@ std::set<std::string> othersAt(std::uint16_t port, uid_t user,
         std::ranges::find_if(all, [&](const Process& process) { return holds(process, socket); });
     if (holder == all.end()) {
       others.insert("a program of " + nameOfUser(socket.user));
-    } else if (!(holder->isAgent() && holder->user == user)) {
+    } else if (!(holder->isAgent && holder->user == user)) {
       others.insert(described(*holder));
     }
   }

@@ -10,16 +10,13 @@
 #include <system_error>
 
 #include "check/linux/ProcFile.h"
+#include "platform/RunningAgents.h"
 
 namespace ravelin::check {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-/// How much of a program's name everybody may see.
-constexpr std::size_t SHORT_NAME = 15;
-constexpr std::string_view AGENT = "ravelin-disk-agent";
 
 std::string linkAt(const fs::path& path) {
   std::error_code error;
@@ -86,8 +83,6 @@ std::optional<Process> processAt(const fs::path& folder) {
 
 }  // namespace
 
-bool Process::isAgent() const { return name == AGENT || name == AGENT.substr(0, SHORT_NAME); }
-
 std::vector<Process> processes() {
   std::vector<Process> found;
   std::error_code error;
@@ -96,6 +91,12 @@ std::vector<Process> processes() {
     if (auto process = processAt(entries->path())) {
       found.push_back(*std::move(process));
     }
+  }
+  const auto agents =
+      platform::runningAgentsOfAll().value_or(std::vector<platform::RunningAgent>());
+  for (Process& process : found) {
+    process.isAgent =
+        std::ranges::find(agents, process.id, &platform::RunningAgent::process) != agents.end();
   }
   std::ranges::sort(found, {}, &Process::id);
   return found;

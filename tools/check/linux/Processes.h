@@ -17,11 +17,9 @@ struct Process {
   std::string name;  ///< of its program; the first 15 bytes where no more may be seen
   /// The UDP and other sockets that it holds; null where that may not be seen.
   std::optional<std::set<std::uint64_t>> sockets;
+  bool isAgent = false;
   /// It lives in another network, as in a container.
   bool isElsewhere = false;
-
-  /// Whether it is an agent.
-  [[nodiscard]] bool isAgent() const;
 };
 
 /// All processes that the system shows, by their numbers.

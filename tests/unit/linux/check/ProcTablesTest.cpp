@@ -53,6 +53,7 @@ Process process(pid_t id, const std::string& name, uid_t user, std::set<std::uin
   made.name = name;
   made.user = user;
   made.sockets = std::move(inodes);
+  made.isAgent = name.starts_with("ravelin-disk-ag");
   return made;
 }
 
@@ -81,7 +82,7 @@ TEST(ProcTablesTest, OneOfOurSocketsIsAmongThem) {
   const auto self = std::ranges::find(all, ::getpid(), &Process::id);
   ASSERT_NE(self, all.end());
   EXPECT_EQ(self->name, "ravelin-disk-unit-tests");
-  EXPECT_FALSE(self->isAgent());
+  EXPECT_FALSE(self->isAgent);
   EXPECT_FALSE(self->isElsewhere);
   ASSERT_TRUE(self->sockets);
   EXPECT_TRUE(self->sockets->contains(at->inode));
