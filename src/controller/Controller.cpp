@@ -18,6 +18,7 @@
 #include "core/Constants.h"
 #include "core/DirectoryFinder.h"
 #include "core/Logger.h"
+#include "intake/Completeness.h"
 #include "intake/EventParser.h"
 #include "intake/SenderAddress.h"
 #include "platform/Clock.h"
@@ -158,19 +159,7 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
   }
 }
 
-bool Controller::_isDiskValid(const Disk* disk) {
-  if (disk == nullptr) {
-    return false;
-  }
-  const Text& event = disk->eventName();
-  if (event == "disk_mounted" || event == "disk_status") {
-    return disk->uuid() && disk->macAddress() && disk->ipAddress() && disk->label();
-  }
-  if (event == "disk_unmounted") {
-    return disk->macAddress() && disk->uuid();
-  }
-  return event == "no_disk" && disk->macAddress();
-}
+bool Controller::_isDiskValid(const Disk* disk) { return disk != nullptr && !lackOf(*disk); }
 
 bool Controller::_isUniqueEvent(const Disk& event) const {
   return !_diskEventQueue.containsReceiverEqualTo(event);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -38,19 +39,23 @@ bool isAscii(std::string_view text) {
   return (all & HIGH_BITS) == 0;
 }
 
-/// False when the item has a key that is none of the five.
-bool takeItem(std::string_view item, Disk& disk) {
+/// Returns the key of the item where it is none of the five.
+std::optional<std::string_view> takeItem(std::string_view item, Disk& disk) {
   const std::size_t colon = item.find(':');
   if (colon == std::string_view::npos) {
-    return true;
+    return std::nullopt;
   }
   const std::string_view name = item.substr(0, colon);
   const auto* key = std::ranges::find(KEYS, name, &Key::name);
   if (key == KEYS.end()) {
-    return false;
+    return name;
   }
   (disk.*key->set)(Text(std::in_place, item.substr(colon + 1)));
-  return true;
+  return std::nullopt;
+}
+
+std::string_view textOf(std::span<const std::byte> payload) {
+  return {reinterpret_cast<const char*>(payload.data()), payload.size()};
 }
 
 void logReceived(std::string_view text, const Disk& disk) {
@@ -64,25 +69,30 @@ void logReceived(std::string_view text, const Disk& disk) {
 
 }  // namespace
 
-DiskPtr EventParser::parse(std::span<const std::byte> payload) {
-  auto disk = std::make_shared<Disk>();
-  const std::string_view text(reinterpret_cast<const char*>(payload.data()), payload.size());
-  if (!isAscii(text)) {
-    return disk;
+EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk& disk) {
+  std::string_view rest = textOf(payload);
+  if (!isAscii(rest)) {
+    return {.outcome = Outcome::notAscii, .unknownKey = {}};
   }
-  std::string_view rest = text;
   while (true) {
     const std::size_t end = rest.find(';');
-    if (!takeItem(rest.substr(0, end), *disk)) {
-      return nullptr;
+    if (const auto unknown = takeItem(rest.substr(0, end), disk)) {
+      return {.outcome = Outcome::unknownKey, .unknownKey = *unknown};
     }
     if (end == std::string_view::npos) {
-      break;
+      return {};
     }
     rest.remove_prefix(end + 1);
   }
+}
+
+DiskPtr EventParser::parse(std::span<const std::byte> payload) {
+  auto disk = std::make_shared<Disk>();
+  if (read(payload, *disk).outcome == Outcome::unknownKey) {
+    return nullptr;
+  }
   if (disk->eventName() == "disk_mounted" || disk->eventName() == "disk_unmounted") {
-    logReceived(text, *disk);
+    logReceived(textOf(payload), *disk);
   }
   return disk;
 }

@@ -8,8 +8,8 @@ import pytest
 
 from agent import BIN, HELPER, icon, wait_until
 
-PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-open",
-            "ravelin-disk-volume"]
+PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-check",
+            "ravelin-disk-open", "ravelin-disk-tidy", "ravelin-disk-volume"]
 HELPERS = [HELPER, "ravelin-disk-volumes-helper"]
 
 
