@@ -57,8 +57,11 @@ int main(int count, char **words) {
   sigaddset(&endings, SIGTERM);
   sigprocmask(SIG_BLOCK, &endings, NULL);
 
-  announce("disk_unmounted", words + 1); /* whoever knows the disk by another address forgets it */
-  sleep(1);
+  /* Whoever knows the disk by another address forgets it. Twice, as datagrams get lost. */
+  for (int i = 0; i < 2; ++i) {
+    announce("disk_unmounted", words + 1);
+    sleep(1);
+  }
   announce("disk_mounted", words + 1); /* once, as desktops log it */
   while (sigtimedwait(&endings, NULL, &pause) < 0) {
     announce("disk_status", words + 1);

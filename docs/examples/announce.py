@@ -35,8 +35,9 @@ def announce(event):
 # The end is waited for together with the time of the next announcement.
 endings = {signal.SIGINT, signal.SIGTERM}
 signal.pthread_sigmask(signal.SIG_BLOCK, endings)
-announce("disk_unmounted")  # whoever knows the disk by another address forgets it
-time.sleep(1)
+for _ in range(2):  # as datagrams get lost
+    announce("disk_unmounted")  # whoever knows the disk by another address forgets it
+    time.sleep(1)
 announce("disk_mounted")  # once, as desktops log it
 while signal.sigtimedwait(endings, seconds) is None:
     announce("disk_status")
