@@ -70,12 +70,13 @@ Report checkAll() {
   const auto files = ConfigurationFiles::find();
   report.add("configuration", files.findings());
   const auto all = processes();
+  const bool agentIsRunning = !agentsOf(::getuid(), all).empty();
   report.add("agent", checkAgents(::getuid(), all));
   if (files.inForce != nullptr) {
     const auto targets = targetsOf(Configuration::of(files.inForce->dictionary));
-    report.add("network", checkNetwork(targets, !agentsOf(::getuid(), all).empty(), all));
+    report.add("network", checkNetwork(targets, agentIsRunning, all));
   }
-  report.add("desktop", checkDesktop());
+  report.add("desktop", checkDesktop(agentIsRunning));
   report.add("programs", checkPrograms());
   return report;
 }
