@@ -331,7 +331,7 @@ def test_the_agent_was_started_with_another_configuration(scene):
 def test_a_program_has_the_port_for_itself(scene):
     with scene.computer.entered(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
         other.bind(("0.0.0.0", PORT))
-        finding = by_code(scene.findings(), "port-taken")
+        finding = by_code(scene.findings(), "port-refused")
     assert f"(process {os.getpid()} of " in finding["details"]["holders"]
     assert "Address already in use" in finding["sentence"]
 
@@ -339,7 +339,7 @@ def test_a_program_has_the_port_for_itself(scene):
 def test_a_program_has_the_port_of_one_address_for_itself(scene):
     with scene.computer.entered(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
         other.bind(("10.77.0.2", PORT))
-        assert "port-taken" in codes(scene.findings())
+        assert "port-refused" in codes(scene.findings())
 
 
 def test_the_machine_has_no_address(home, needs_root):
@@ -524,23 +524,28 @@ def test_an_agent_that_starts_meanwhile_gets_what_is_sent_to_the_machine_alone(s
         assert [*listening.end()[1][0]] == ["summary"]
 
 
-def test_the_check_takes_nothing_from_the_agent(scene):
-    agent = scene.start()
-    with scene.socket_of_device() as device:
-        with scene.computer.entered():
-            checking = [subprocess.Popen([COMMAND], env=environment(scene.home),
-                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-                        for _ in range(4)]
-        number = 0
-        while any(process.poll() is None for process in checking) and number < 900:
-            device.sendto(f"event:disk_mounted;mac:m;ip:10.77.0.1;uuid:{number};label:{number}"
-                          .encode(), ("10.77.0.2", PORT))
-            number += 1
-            time.sleep(0.005)
-    for process in checking:
-        process.wait(PATIENCE)
-    assert number > 3
-    agent.home.wait_for_shortcuts(*(f"{n}.app" for n in range(number)))
+def test_the_trial_of_a_port_takes_nothing_from_whoever_has_it(scene):
+    with (scene.computer.entered(),
+          socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as holder):
+        for option in socket.SO_REUSEADDR, socket.SO_REUSEPORT:
+            holder.setsockopt(socket.SOL_SOCKET, option, 1)
+        holder.bind(("0.0.0.0", PORT))
+        holder.settimeout(5)
+        found = scene.findings()
+        assert "port-free" in codes(found, "ok")
+        assert f"(process {os.getpid()} of " in by_code(found, "port-shared")["sentence"]
+        checking = subprocess.Popen(
+            ["sh", "-c", f"for number in $(seq 30); do '{COMMAND}'; done"],
+            env=environment(scene.home), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        # Each port of a sender may lead to another one of the sockets that share.
+        with contextlib.ExitStack() as stack:
+            devices = [stack.enter_context(scene.socket_of_device()) for _ in range(8)]
+            number = 0
+            while checking.poll() is None:
+                number += 1
+                devices[number % len(devices)].sendto(b"%d" % number, ("10.77.0.2", PORT))
+                assert holder.recv(100) == b"%d" % number
+        assert number > 100
 
 
 def test_hostile_datagrams_do_no_harm(scene):
@@ -612,6 +617,24 @@ def test_listening_ends_by_itself(scene):
     assert (status, errors) == (1, "ravelin-disk-check: no complete announcement has come\n")
     assert f"  ok     group {GROUP}, port {PORT}, on eth0\n" in output
     assert output.endswith("\n0 announcements in 1.0 s: 0 complete, 0 passed over\n")
+
+
+def test_an_interface_that_comes_is_listened_to(scene):
+    with scene.listen() as listening:
+        scene.plug(1)
+        scene.computer.ip(scene.assignment(1))
+        wait_until(lambda: scene.computer.memberships().get("eth1", {}).get(GROUP), "a member")
+        with scene.socket_of_device(1) as device:
+            device.sendto(MOUNTED.encode(), (GROUP, PORT))
+        assert listening.next()["sender"].startswith("10.77.1.1:")
+        # It is another one under the same name.
+        scene.computer.ip("link del eth1")
+        scene.plug(1)
+        scene.computer.ip(scene.assignment(1))
+        wait_until(lambda: scene.computer.memberships().get("eth1", {}).get(GROUP), "a member")
+        with scene.socket_of_device(1) as device:
+            device.sendto(MOUNTED.encode(), (GROUP, PORT))
+        assert listening.next()["sender"].startswith("10.77.1.1:")
 
 
 def test_a_file_can_be_listened_to(scene):

@@ -101,7 +101,7 @@ Findings checkPort(std::uint16_t port, uid_t user,
                        "the agent (process " + std::to_string(having->id) + ") listens on " + name,
                        details));
   } else if (const Text reason = reasonAgainst(port, isHeldEverywhere(port, sockets))) {
-    found.push_back(wrong("port-taken",
+    found.push_back(wrong("port-refused",
                           name + " cannot be had: " + *reason +
                               (others.empty() ? "" : "; it is held by " + joined(others)),
                           details));

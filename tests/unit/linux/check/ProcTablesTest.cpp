@@ -132,7 +132,7 @@ TEST(PortCheckTest, APortThatSomebodyHasAloneIsRefused) {
   const test::UdpSocket other;
   const auto found =
       checkPort(static_cast<std::uint16_t>(other.port()), ::getuid(), udpSockets(), processes());
-  ASSERT_THAT(codesOf(found), ElementsAre("wrong port-taken"));
+  ASSERT_THAT(codesOf(found), ElementsAre("wrong port-refused"));
   EXPECT_THAT(found[0].sentence, HasSubstr("Address already in use; it is held by "
                                            "ravelin-disk-unit-tests (process "));
 }
