@@ -19,7 +19,7 @@ import time
 
 import pytest
 
-from agent import BIN, PATIENCE, wait_until
+from agent import BIN, PATIENCE, STARTED, Agent, wait_until
 from namespaces import GROUP, PORT, Network
 
 COMMAND = BIN / "ravelin-disk-check"
@@ -246,6 +246,27 @@ def _scene(home, needs_root):
     needs_root("the tests of ravelin-disk-check around the configuration (tests/system/test_check.py)")
     with Scene(home) as scene:
         yield scene
+
+
+@pytest.mark.parametrize("name", ["nothing wrong", *BROKEN])
+def test_the_agent_does_what_is_said(scene, name):
+    values, code, _ = BROKEN.get(name, ({}, None, None))
+    scene.configure(**values)
+    found = scene.findings()
+    assert (code is None) or code in codes(found)
+    with scene.computer.entered():
+        agent = Agent(scene.home)
+    if code == "port-out-of-range":
+        assert agent.exit_status() == -signal.SIGABRT
+        return
+    agent.wait_for_log("Success initializing Cocoa.\n")
+    assert agent.terminate() == 0
+    log = agent.log()
+    assert log.count(STARTED) == codes(found, "ok").count("server")
+    assert log.count("Server cannot join multicast group") == codes(found).count(
+        "group-not-multicast")
+    if code == "group-read-as":
+        assert "239.255.0.77" in [finding["details"].get("group") for finding in found]
 
 
 def by_code(found, code):
