@@ -341,6 +341,21 @@ def test_the_agent_of_another_user(scene):
     assert f"(process {agent.pid} of nobody)" in by_code(found, "port-shared")["sentence"]
 
 
+def test_an_agent_in_a_sandbox(scene):
+    """Which does not show what it holds."""
+    program = scene.home.install()
+    os.chmod(scene.home.base, 0o755)
+    scene.home.give_to(65534)
+    nobody = {"user": 65534, "group": 65534, "extra_groups": []}
+    with scene.computer.entered():
+        agent = scene.home.start_as_configured(
+            PORT, command=["unshare", "--user", "--", program], **nobody)
+    found = scene.findings(**nobody)
+    assert by_code(found, "agent-running")["details"]["processes"] == str(agent.pid)
+    assert f"the agent (process {agent.pid}) listens" in by_code(found, "port-of-agent")["sentence"]
+    assert "port-shared" not in codes(found, "note")
+
+
 def test_the_agent_was_started_with_another_configuration(scene):
     scene.start()
     assert "port-of-agent" in codes(scene.findings(), "ok")
