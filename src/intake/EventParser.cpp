@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -39,19 +38,19 @@ bool isAscii(std::string_view text) {
   return (all & HIGH_BITS) == 0;
 }
 
-/// Returns the key of the item where it is none of the five.
-std::optional<std::string_view> takeItem(std::string_view item, Disk& disk) {
+/// False when the item has a key that is none of the five.
+bool takeItem(std::string_view item, Disk& disk) {
   const std::size_t colon = item.find(':');
   if (colon == std::string_view::npos) {
-    return std::nullopt;
+    return true;
   }
   const std::string_view name = item.substr(0, colon);
   const auto* key = std::ranges::find(KEYS, name, &Key::name);
   if (key == KEYS.end()) {
-    return name;
+    return false;
   }
   (disk.*key->set)(Text(std::in_place, item.substr(colon + 1)));
-  return std::nullopt;
+  return true;
 }
 
 std::string_view textOf(std::span<const std::byte> payload) {
@@ -76,8 +75,9 @@ EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk&
   }
   while (true) {
     const std::size_t end = rest.find(';');
-    if (const auto unknown = takeItem(rest.substr(0, end), disk)) {
-      return {.outcome = Outcome::unknownKey, .unknownKey = *unknown};
+    const std::string_view item = rest.substr(0, end);
+    if (!takeItem(item, disk)) {
+      return {.outcome = Outcome::unknownKey, .unknownKey = item.substr(0, item.find(':'))};
     }
     if (end == std::string_view::npos) {
       return {};

@@ -13,7 +13,7 @@ PROGRAMS = {
     "ravelin-disk-announce": (
         ["mounted", "255.255.255.255", "9"],
         "mac ip uuid label disks omit raw every pace interface ttl quiet"),
-    "ravelin-disk-check": ([], "config json"),
+    "ravelin-disk-check": ([], "config json listen"),
     "ravelin-disk-open": (["/nonexistent"], ""),
     "ravelin-disk-tidy": ([], "dry-run force"),
     "ravelin-disk-volume": (["where", "192.0.2.10", "Disk"], ""),

@@ -13,6 +13,7 @@
 #include "GroupAddress.h"
 #include "Target.h"
 #include "base/AsciiCase.h"
+#include "base/Utf8.h"
 #include "common/InQuotes.h"
 #include "core/Configuration.h"
 
@@ -30,11 +31,19 @@ constexpr std::array KEYS{Configuration::MULTICAST_ADDRESSES, Configuration::JOI
 /// Seconds after which the first switches forget a member that they do not hear of.
 constexpr std::int32_t SWITCHES_FORGET = 255;
 
+/// The text in quotes, or its beginning.
+std::string quoted(std::string_view text) {
+  constexpr std::size_t LONGEST = 100;
+  const std::string_view beginning = beginningOf(text, LONGEST);
+  return beginning.size() == text.size() ? inQuotes(text)
+                                         : inQuotes(std::string(beginning).append("..."));
+}
+
 /// The value as a person has written it.
 std::string shown(const PropertyListValue& value) {
   const auto& content = value.content();
   if (const auto* const text = std::get_if<std::string>(&content)) {
-    return inQuotes(*text);
+    return quoted(*text);
   }
   if (const auto* const truth = std::get_if<bool>(&content)) {
     return *truth ? "true" : "false";
@@ -95,12 +104,12 @@ Findings checkKeys(const PropertyListDictionary& dictionary) {
     });
     if (meant != KEYS.end()) {
       found.push_back(wrong("key-misspelt",
-                            "there is no key " + inQuotes(key) +
+                            "there is no key " + quoted(key) +
                                 ", so the agent ignores it; it is spelt " + inQuotes(*meant),
                             about(key, value)));
     } else {
       found.push_back(note("key-unknown",
-                           "there is no key " + inQuotes(key) + ", so the agent ignores it",
+                           "there is no key " + quoted(key) + ", so the agent ignores it",
                            about(key, value)));
     }
   }

@@ -11,6 +11,7 @@
 #include "core/Constants.h"
 #include "core/LocalAddresses.h"
 #include "intake/SenderAddress.h"
+#include "platform/AddressChangeWatch.h"
 #include "platform/RunLoop.h"
 #include "platform/RunLoopSocket.h"
 
@@ -25,6 +26,19 @@ namespace {
 void leaveToLaterSockets(const Server& server) {
   const int off = 0;
   ::setsockopt(server.cfSocket()->native(), SOL_SOCKET, SO_REUSEPORT, &off, sizeof off);
+}
+
+/// Joins the group on each interface on which it is not joined yet. Returns the names of those.
+std::string joinEverywhere(Server& server, const std::string& group) {
+  std::string where;
+  for (const LocalAddress& local : localAddresses()) {
+    const auto joinedBefore = server.multicastSourceAddresses()->size();
+    server.joinMulticastGroup(group, local.address);
+    if (server.multicastSourceAddresses()->size() > joinedBefore) {
+      where.append(where.empty() ? "" : ", ").append(local.interface);
+    }
+  }
+  return where;
 }
 
 }  // namespace
@@ -61,21 +75,14 @@ Finding Listener::_listenToGroup(const Target& target) {
   if (server.port() == 0) {
     return _refused(target);
   }
-  std::string where;
-  for (const LocalAddress& local : localAddresses()) {
-    server.joinMulticastGroup(*target.group, local.address);
-    if (server.hasJoinedMulticastGroup(*target.group, local.address)) {
-      where.append(where.empty() ? "" : ", ").append(local.interface);
-    }
-  }
-  if (where.empty()) {
-    _servers.pop_back();
-    return wrong("group-not-heard",
-                 target.described() + " cannot be listened to: no interface can join the group",
-                 target.details());
-  }
+  const std::string where = joinEverywhere(server, *target.group);
   server.setDelegate({std::shared_ptr<void>(), this});
   _targets[&server] = target;
+  if (where.empty()) {
+    return wrong("group-not-heard",
+                 target.described() + " cannot be heard, as no interface can join the group",
+                 target.details());
+  }
   return ok("group-heard", target.described() + ", on " + where, target.details());
 }
 
@@ -111,6 +118,9 @@ std::optional<Failure> Listener::run(std::optional<std::chrono::seconds> time) {
   const auto forgetting =
       loop.scheduleTimer(RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
                          [this] { _agent.forgetSilent(std::chrono::system_clock::now()); });
+  std::string reason;
+  const auto addresses =
+      platform::AddressChangeWatch::start(loop, [this] { _joinNewInterfaces(); }, reason);
   const auto ending = time ? loop.scheduleTimer(*time, [this] { _hasEnded = true; }) : nullptr;
   while (!_hasEnded && !_failure) {
     loop.runOnce(RunLoop::DISTANT_FUTURE);
@@ -118,6 +128,15 @@ std::optional<Failure> Listener::run(std::optional<std::chrono::seconds> time) {
   _targets.clear();
   _servers.clear();
   return _failure ? _failure : _transcript.end(std::chrono::steady_clock::now() - begin);
+}
+
+/// Also one that has gone and come back, whose memberships have gone with it.
+void Listener::_joinNewInterfaces() {
+  for (Server& server : _servers) {
+    if (const Text& group = _targets.at(&server).group) {
+      joinEverywhere(server, *group);
+    }
+  }
 }
 
 void Listener::server(Server& server, std::span<const std::byte> receivedData,

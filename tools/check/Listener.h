@@ -49,6 +49,7 @@ class Listener : private ServerDelegate {
   Finding _listenToGroup(const Target& target);
   Finding _listenAlone(std::uint16_t port);
   Finding _refused(const Target& target);
+  void _joinNewInterfaces();
 
   Transcript& _transcript;
   LogCollector _log;

@@ -1,10 +1,7 @@
-#include <unistd.h>
-
 #include <charconv>
 #include <chrono>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -15,14 +12,9 @@
 #include "Report.h"
 #include "Target.h"
 #include "Transcript.h"
-#include "check/linux/AgentCheck.h"
-#include "check/linux/DesktopCheck.h"
-#include "check/linux/FirewallCheck.h"
-#include "check/linux/MembershipCheck.h"
+#include "check/linux/MachineCheck.h"
 #include "check/linux/PortCheck.h"
-#include "check/linux/ProgramsCheck.h"
 #include "common/CommandLine.h"
-#include "core/LocalAddresses.h"
 #include "platform/StandardDescriptors.h"
 
 namespace ravelin::check {
@@ -40,46 +32,6 @@ struct Options {
   std::optional<std::chrono::seconds> time;  ///< to listen; absent: until a signal comes
 };
 
-void append(Findings& all, Findings further) {
-  std::ranges::move(further, std::back_inserter(all));
-}
-
-Findings checkNetwork(const std::vector<Target>& targets, bool agentIsRunning,
-                      const std::vector<Process>& all) {
-  const auto sockets = udpSockets();
-  std::set<std::uint16_t> ports;
-  std::set<std::string> groups;
-  for (const Target& target : targets) {
-    ports.insert(target.port);
-    if (target.group) {
-      groups.insert(*target.group);
-    }
-  }
-  Findings found;
-  for (const std::uint16_t port : ports) {
-    append(found, checkPort(port, ::getuid(), sockets, all));
-  }
-  append(found, checkMemberships({groups.begin(), groups.end()}, agentIsRunning, localAddresses(),
-                                 memberships()));
-  append(found, checkFirewall(targets));
-  return found;
-}
-
-Report checkAll() {
-  Report report;
-  const auto files = ConfigurationFiles::find();
-  report.add("configuration", files.findings());
-  const auto all = processes();
-  report.add("agent", checkAgents(::getuid(), all));
-  if (files.inForce != nullptr) {
-    const auto targets = targetsOf(Configuration::of(files.inForce->dictionary));
-    report.add("network", checkNetwork(targets, !agentsOf(::getuid(), all).empty(), all));
-  }
-  report.add("desktop", checkDesktop());
-  report.add("programs", checkPrograms());
-  return report;
-}
-
 ConfigurationFile fileAt(const std::string& path) {
   return ConfigurationFile::at(std::filesystem::absolute(path).string());
 }
@@ -89,7 +41,7 @@ std::optional<Failure> check(const Options& options) {
   if (options.config) {
     report.add("configuration", fileAt(*options.config).findings());
   } else {
-    report = checkAll();
+    report = checkMachine();
   }
   if (auto failure =
           print(options.json ? report.json() : report.text(Colours::ofStandardOutput()))) {

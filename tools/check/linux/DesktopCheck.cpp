@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <string>
 
 #include "base/Text.h"
@@ -12,7 +13,7 @@
 
 namespace ravelin::check {
 
-Findings checkDesktop() {
+Findings checkDesktop(bool agentIsRunning) {
   const Text desktop = DirectoryFinder::desktopDirectory();
   if (!desktop) {
     return {wrong("no-desktop", "this user has no home, and so no desktop folder")};
@@ -39,7 +40,17 @@ Findings checkDesktop() {
                       error->localizedDescription,
                   details)};
   }
-  return {ok("desktop", "shortcuts can be made in the desktop folder " + *desktop, details)};
+  Findings found{ok("desktop", "shortcuts can be made in the desktop folder " + *desktop, details)};
+  const std::size_t left = agentIsRunning ? 0 : files.shortcutsBeneath(*desktop).names.size();
+  if (left > 0) {
+    found.push_back(
+        note("shortcuts-left",
+             std::to_string(left) + (left == 1 ? " shortcut is" : " shortcuts are") +
+                 " there of an agent that was killed; ravelin-disk-tidy removes what is "
+                 "left",
+             details));
+  }
+  return found;
 }
 
 }  // namespace ravelin::check

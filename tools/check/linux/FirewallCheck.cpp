@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <string>
 
@@ -31,7 +30,15 @@ Text nft() {
   return std::nullopt;
 }
 
-std::string firstLineOf(const std::string& text) { return text.substr(0, text.find('\n')); }
+/// What it prints as JSON; null where it fails. Where rules are managed by iptables, too, it says
+/// so on standard error, in the middle of it.
+Text rulesetBy(const std::string& program) {
+  using Output = platform::ChildProcesses::Output;
+  const auto result = platform::service<platform::ChildProcesses>().run(
+      "/bin/sh", {"-c", "exec \"$0\" -j list ruleset 2>/dev/null", program}, Output::standardOutput,
+      PATIENCE);
+  return result.succeeded() ? Text(result.output) : std::nullopt;
+}
 
 Finding findingOf(const Target& target, const FirewallAnswer& answer) {
   using Verdict = FirewallAnswer::Verdict;
@@ -63,14 +70,12 @@ Findings checkFirewall(const std::vector<Target>& targets) {
     return {notRead("the program nft is not installed")};
   }
   try {
-    using Output = platform::ChildProcesses::Output;
-    const auto result = platform::service<platform::ChildProcesses>().run(
-        *program, {"-j", "list", "ruleset"}, Output::collected, PATIENCE);
-    if (!result.succeeded()) {
-      return {
-          notRead(::geteuid() == 0 ? firstLineOf(result.output) : "only root may read its rules")};
+    const Text ruleset = rulesetBy(*program);
+    if (!ruleset) {
+      return {notRead(::geteuid() == 0 ? *program + " does not list the rules"
+                                       : "only root may read its rules")};
     }
-    const auto rules = FirewallRules::of(result.output);
+    const auto rules = FirewallRules::of(*ruleset);
     Findings found;
     std::ranges::transform(targets, std::back_inserter(found), [&](const Target& target) {
       return findingOf(target, FirewallAnswer::about(target.group, target.port, rules));

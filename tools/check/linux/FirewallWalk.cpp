@@ -85,7 +85,8 @@ bool FirewallWalk::_walkRule(const Name& name, const Json& statements, int depth
     } else if (dependsOnMore(kind)) {
       applies = std::min(applies, Truth::maybe);
       // Those of iptables may be verdicts, too.
-      ends.add(kind == "xt" ? FirewallEnds::acceptOrDrop() : FirewallEnds());
+      const bool mayBeVerdict = kind == "xt" && textIn(content, "type") != "match";
+      ends.add(mayBeVerdict ? FirewallEnds::acceptOrDrop() : FirewallEnds());
     } else if (kind == "vmap" ? _walkMap(name, content, depth, applies, ends)
                               : _take(name, kind, content, depth, applies, ends)) {
       return true;

@@ -40,21 +40,34 @@ std::string described(const Process& process) {
          nameOfUser(process.user) + ")";
 }
 
+/// The process that holds the socket; null where none shows it.
+const Process* holderOf(const UdpSocket& socket, const std::vector<Process>& all) {
+  const auto holder =
+      std::ranges::find_if(all, [&](const Process& process) { return holds(process, socket); });
+  return holder == all.end() ? nullptr : &*holder;
+}
+
+/// The agent of the user that holds the socket, or that probably does: what a sandboxed one holds
+/// does not show. Null where there is none.
+const Process* agentWith(const UdpSocket& socket, const std::vector<Process>& agents,
+                         const std::vector<Process>& all) {
+  const Process* const holder = holderOf(socket, all);
+  const auto agent = std::ranges::find_if(agents, [&](const Process& one) {
+    return holder != nullptr ? one.id == holder->id : !one.sockets && one.user == socket.user;
+  });
+  return agent == agents.end() ? nullptr : &*agent;
+}
+
 /// Who holds the port besides the agents of the user, in words.
-std::set<std::string> othersAt(std::uint16_t port, uid_t user,
+std::set<std::string> othersAt(std::uint16_t port, const std::vector<Process>& agents,
                                const std::vector<UdpSocket>& sockets,
                                const std::vector<Process>& all) {
   std::set<std::string> others;
   for (const UdpSocket& socket : sockets) {
-    if (socket.port != port) {
-      continue;
-    }
-    const auto holder =
-        std::ranges::find_if(all, [&](const Process& process) { return holds(process, socket); });
-    if (holder == all.end()) {
-      others.insert("a program of " + nameOfUser(socket.user));
-    } else if (!(holder->isAgent && holder->user == user)) {
-      others.insert(described(*holder));
+    if (socket.port == port && agentWith(socket, agents, all) == nullptr) {
+      const Process* const holder = holderOf(socket, all);
+      others.insert(holder != nullptr ? described(*holder)
+                                      : "a program of " + nameOfUser(socket.user));
     }
   }
   return others;
@@ -68,10 +81,17 @@ std::string joined(const std::set<std::string>& texts) {
   return all;
 }
 
-bool hasPort(const Process& agent, std::uint16_t port, const std::vector<UdpSocket>& sockets) {
-  return std::ranges::any_of(sockets, [&](const UdpSocket& socket) {
-    return socket.port == port && socket.isEverywhere && holds(agent, socket);
-  });
+/// The agent of the user that listens on the port; null where none does.
+const Process* agentAt(std::uint16_t port, const std::vector<Process>& agents,
+                       const std::vector<UdpSocket>& sockets, const std::vector<Process>& all) {
+  for (const UdpSocket& socket : sockets) {
+    const Process* const agent =
+        socket.port == port && socket.isEverywhere ? agentWith(socket, agents, all) : nullptr;
+    if (agent != nullptr) {
+      return agent;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -89,24 +109,22 @@ Findings checkPort(std::uint16_t port, uid_t user,
   const std::string name = "port " + std::to_string(port);
   Details details{{"port", std::to_string(port)}};
   const auto known = sockets.value_or(std::vector<UdpSocket>());
-  const auto others = othersAt(port, user, known, all);
+  const auto agents = agentsOf(user, all);
+  const auto others = othersAt(port, agents, known, all);
   if (!others.empty()) {
     details["holders"] = joined(others);
   }
-  const auto agents = agentsOf(user, all);
-  const auto having = std::ranges::find_if(
-      agents, [&](const Process& agent) { return hasPort(agent, port, known); });
-  if (having != agents.end()) {
+  if (const Process* const agent = agentAt(port, agents, known, all)) {
     found.push_back(ok("port-of-agent",
-                       "the agent (process " + std::to_string(having->id) + ") listens on " + name,
+                       "the agent (process " + std::to_string(agent->id) + ") listens on " + name,
                        details));
   } else if (const Text reason = reasonAgainst(port, isHeldEverywhere(port, sockets))) {
-    found.push_back(wrong("port-taken",
+    found.push_back(wrong("port-refused",
                           name + " cannot be had: " + *reason +
                               (others.empty() ? "" : "; it is held by " + joined(others)),
                           details));
     return found;
-  } else if (!agents.empty() && agents.front().sockets) {
+  } else if (!agents.empty()) {
     found.push_back(wrong("port-not-of-agent",
                           "the agent does not listen on " + name +
                               ", as if it had been started with another configuration: end it and "

@@ -102,6 +102,11 @@ TEST(ConfigurationCheckTest, APortThatIsReadInAnotherWayThanItIsWritten) {
             "MulticastAddresses, pair 1: the port is 4294972373, which is read as 5077");
 }
 
+TEST(ConfigurationCheckTest, ALongValueIsCut) {
+  EXPECT_EQ(withPort("<string>" + std::string(60000, 'x') + "</string>").details.at("value"),
+            "'" + std::string(100, 'x') + "...'");
+}
+
 TEST(ConfigurationCheckTest, APortMayBeAText) {
   EXPECT_THAT(codesOf(found(pairs(pair(GROUP, "<string>5077</string>")) + JOINING + RATE)),
               ElementsAre("ok server"));

@@ -122,6 +122,13 @@ TEST(FirewallTest, WhatIsNotKnownMayGoEitherWay) {
   }
 }
 
+TEST(FirewallTest, WhatIptablesMakesIsAMatchOrAVerdict) {
+  const std::string match = R"({"xt":{"type":"match","name":"conntrack"}})";
+  EXPECT_EQ(verdict(ruleset(rule(match + "," + ACCEPT))), Verdict::accepted);
+  EXPECT_EQ(verdict(ruleset(rule(match + "," + ACCEPT), "drop")), Verdict::unknown);
+  EXPECT_EQ(verdict(ruleset(rule(R"({"xt":{"type":"target","name":"MARK"}})"))), Verdict::unknown);
+}
+
 TEST(FirewallTest, ChainsAreFollowed) {
   const std::string chain = R"(,{"chain":{"family":"inet","table":"t","name":"d","handle":7}})";
   const std::string jump = R"({"jump":{"target":"d"}})";

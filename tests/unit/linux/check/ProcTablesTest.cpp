@@ -117,6 +117,18 @@ TEST(PortCheckTest, ThePortOfTheAgentIsNotTried) {
   EXPECT_THAT(codesOf(checkPort(5077, 1000, sockets(), all)), ElementsAre("ok port-of-agent"));
 }
 
+TEST(PortCheckTest, WhatASandboxedAgentHoldsDoesNotShow) {
+  auto agent = process(5, "ravelin-disk-ag", 1000, {});
+  agent.sockets = std::nullopt;
+  EXPECT_THAT(codesOf(checkPort(5077, 1000, sockets(), {agent})), ElementsAre("ok port-of-agent"));
+  // Somebody else shows as the holder of this one.
+  const test::ReservedPort reserved;
+  const auto port = static_cast<std::uint16_t>(reserved.number());
+  const UdpSocket held{.port = port, .isEverywhere = true, .user = 1000, .inode = 4711};
+  EXPECT_THAT(codesOf(checkPort(port, 1000, {{held}}, {agent, process(6, "other", 1000, {4711})})),
+              ElementsAre("wrong port-not-of-agent", "note port-shared"));
+}
+
 TEST(PortCheckTest, WhoElseHasThePortIsNamed) {
   const std::vector all{process(5, "ravelin-disk-agent", 1000, {4711}),
                         process(6, "avahi", 33, {4714}), process(7, "dns", 33, {1})};
@@ -132,7 +144,7 @@ TEST(PortCheckTest, APortThatSomebodyHasAloneIsRefused) {
   const test::UdpSocket other;
   const auto found =
       checkPort(static_cast<std::uint16_t>(other.port()), ::getuid(), udpSockets(), processes());
-  ASSERT_THAT(codesOf(found), ElementsAre("wrong port-taken"));
+  ASSERT_THAT(codesOf(found), ElementsAre("wrong port-refused"));
   EXPECT_THAT(found[0].sentence, HasSubstr("Address already in use; it is held by "
                                            "ravelin-disk-unit-tests (process "));
 }
