@@ -10,7 +10,7 @@ from agent import BIN, HELPER, icon, wait_until
 
 PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-check",
             "ravelin-disk-open", "ravelin-disk-tidy", "ravelin-disk-volume"]
-HELPERS = [HELPER, "ravelin-disk-volumes-helper"]
+HELPERS = ["ravelin-disk-autostart", HELPER, "ravelin-disk-volumes-helper"]
 
 
 @pytest.fixture(name="prefix", scope="module")
