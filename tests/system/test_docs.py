@@ -11,12 +11,15 @@ import subprocess
 import pytest
 
 import namespaces
-from agent import BIN, STARTED, Agent
+from agent import BIN, STARTED, Agent, wait_until
+from namespaces import GROUP, PORT, Network
+from test_firmware import start_with_sample
 
 DOCS = pathlib.Path(__file__).parents[2] / "docs"
 CONFIGURATION = (DOCS / "configuration.md").read_text(encoding="utf-8")
 PROTOCOL = (DOCS / "protocol.md").read_text(encoding="utf-8")
 SECURITY = (DOCS / "security.md").read_text(encoding="utf-8")
+README = (DOCS.parent / "README.md").read_text(encoding="utf-8")
 SAMPLE = DOCS.parent / "packaging" / "Ravelin Disk Config.plist"
 
 CONFIGURATIONS = re.findall(r"^```xml\n(.*?)^```$", CONFIGURATION, re.MULTILINE | re.DOTALL)
@@ -104,7 +107,7 @@ LIMITS = {
     "lines that datagrams cause, at once": ("core/LogBudget.h", "AT_ONCE"),
     "lines that datagrams cause, in a second": ("core/LogBudget.h", "A_SECOND"),
     "silence for an address that sends more than can be read": ("intake/LoudSenders.h", "silence"),
-    "addresses that are silenced at a time": ("platform/SenderFilter.h", "FILTERED_SENDERS_LIMIT"),
+    "addresses that are silenced at a time, on each port": ("platform/SenderFilter.h", "FILTERED_SENDERS_LIMIT"),
     "memory for looking into a picture": (HELPER, "MEMORY"),
     "time for looking into a picture": ("platform/linux/shortcut/ShortcutHelper.h", "limit"),
     "a configuration file": ("platform/linux/PropertyListShape.h", "PROPERTY_LIST_SIZE_LIMIT"),
@@ -153,8 +156,7 @@ def test_every_example_uses_the_group_and_the_port_of_the_sample():
     announce = subprocess.run([BIN / "ravelin-disk-announce", "--help"], capture_output=True, text=True,
                               check=True).stdout
     manual = (DOCS / "man/ravelin-disk-announce.1").read_text(encoding="utf-8")
-    readme = (DOCS.parent / "README.md").read_text(encoding="utf-8")
-    texts = [PROTOCOL, announce, manual, readme,
+    texts = [PROTOCOL, announce, manual, README,
              *(path.read_text(encoding="utf-8") for path in (DOCS / "examples").iterdir())]
     assert f"**group {group}, port {port}**" in PROTOCOL
     for text in texts:
@@ -162,3 +164,72 @@ def test_every_example_uses_the_group_and_the_port_of_the_sample():
         ports = re.findall(r"\b(?:239|127)(?:\.\d+){3}\"?,? (\d+)\b|\bhtons\((\d+)\)", text)
         assert {one or other for one, other in ports} <= {str(port)}, text
     assert all(str(port) in text for text in texts)
+
+
+# What is named
+
+GUIDES = [DOCS.parent / "README.md", *DOCS.glob("*.md")]
+PRIVATE = {"ravelin-disk-shortcut-helper", "ravelin-disk-volumes-helper"}
+PROGRAMS = sorted({name for guide in GUIDES
+                   for name in re.findall(r"(?<![\w/.-])ravelin-disk-[a-z]+(?![\w.-])",
+                                          guide.read_text(encoding="utf-8"))} - PRIVATE)
+
+
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_a_program_that_is_named_is_there_with_its_options_and_its_manual(program):
+    assert os.access(BIN / program, os.X_OK)
+    assert (DOCS / f"man/{program}.1").is_file()
+    options = {option for guide in GUIDES
+               for line in re.findall(rf"\b{program}((?: [^\s`]+)*)", guide.read_text(encoding="utf-8"))
+               for option in re.findall(r"--[a-z]+", line)}
+    if options:
+        known = subprocess.run([BIN / program, "--help"], capture_output=True, text=True, check=True)
+        assert not {option for option in options if not re.search(rf"{option}\b", known.stdout)}
+
+
+def test_programs_are_named():
+    assert {"ravelin-disk-check", "ravelin-disk-tidy", "ravelin-disk-announce"} <= set(PROGRAMS)
+
+
+@pytest.mark.parametrize("guide", GUIDES, ids=lambda path: path.name)
+def test_what_a_guide_leads_to_is_there(guide):
+    text = guide.read_text(encoding="utf-8")
+    for path in re.findall(r"\]\(([^)#:]+)\)", text):
+        assert (guide.parent / path).is_file(), path
+    for path in re.findall(r"`((?:docs/|examples/|man/|tests/|packaging/)[\w./-]+|[a-z]+\.md)`", text):
+        assert (guide.parent / path).exists() or (DOCS.parent / path).exists(), path
+    for script in re.findall(r"\bscript/[a-z][a-z-]*", text):
+        assert (DOCS.parent / script).is_file(), script
+
+
+def test_the_settings_that_confine_are_those_of_the_unit():
+    unit = (DOCS.parent / "packaging/linux/ravelin-disk.service.in").read_text(encoding="utf-8")
+    confining = unit[unit.index("NoNewPrivileges="):unit.index("[Install]")].split("\n")
+    named = set(re.findall(r"`([A-Z]\w+=[^`]*)`", SECURITY))
+    assert named == set(filter(None, confining)) - {"SystemCallErrorNumber=EPERM"}
+
+
+def test_the_firewall_lets_in_what_the_readme_opens(home, needs_root):
+    needs_root("the test of the firewall's rule (tests/system/test_docs.py)")
+    rule = re.search(r"^    sudo (nft add rule .*)$", README, re.MULTILINE)[1]
+    with Network(1) as network:
+        network.computer.run("nft", "-f", "-", input=b"""
+            table inet filter {
+                chain input {
+                    type filter hook input priority 0; policy drop;
+                    iif lo accept
+                }
+            }""")
+        agent = start_with_sample(home, network)
+
+        def announce():
+            network.device.run(BIN / "ravelin-disk-announce", "--interface", "device0", "mounted",
+                               GROUP, PORT, stdout=subprocess.DEVNULL)
+            return "USBDISK.app" in home.shortcuts()
+
+        announce()
+        agent.mount("Local", uuid="local")
+        assert home.shortcuts() == ["Local.app"]
+        network.computer.run(*rule.split())
+        wait_until(announce, "a disk that is announced through the firewall", period=0.2)
+        assert agent.terminate() == 0
