@@ -15,7 +15,7 @@ import time
 import pytest
 
 from agent import PATIENCE, message, wait_until
-from desktop import Session, SmbServer
+from desktop import BIN, Session, SmbServer
 from namespaces import PORT, Network
 
 ROOT = pathlib.Path(__file__).parents[2]
@@ -135,6 +135,33 @@ def test_a_broadcast_is_heard_too(home, network):
         sender.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
         sender.sendto(message("disk_mounted").encode(), ("10.77.0.255", PORT))
     home.wait_for_shortcuts("USB Disk.app")
+    assert agent.terminate() == 0
+
+
+# The label
+
+
+def test_what_becomes_of_every_character_of_a_label(home):
+    """A shortcut that opens, one that does not, or none, as the document says."""
+    characters = set(map(chr, range(128))) - {";"}
+    without_shortcut = set('"\\/\0')
+    not_opened = {"?", *map(chr, range(1, 32)), chr(127)}
+    agent = home.start()
+    for character in characters:
+        agent.announce("disk_mounted", uuid=character, label=f"a{character}b")
+    agent.mount("Later", uuid="later")
+    home.wait_for_shortcuts(
+        "Later.app", *(f"a{character}b.app" for character in characters - without_shortcut))
+    # Without a session that could mount anything the opener says just this of what it would open.
+    environment = {"HOME": str(home.path), "GIO_USE_VFS": "local"}
+    refused = set()
+    for character in characters - without_shortcut:
+        result = subprocess.run([BIN / "ravelin-disk-open", home.desktop / f"a{character}b.app"],
+                                env=environment, capture_output=True, check=False, timeout=PATIENCE)
+        assert result.returncode == 1
+        if b"nothing here can open SMB shares" not in result.stderr:
+            refused.add(character)
+    assert refused == not_opened
     assert agent.terminate() == 0
 
 
