@@ -95,12 +95,8 @@ std::vector<Process> processes() {
   const auto agents =
       platform::runningAgentsOfAll().value_or(std::vector<platform::RunningAgent>());
   for (Process& process : found) {
-    const auto agent = std::ranges::find(agents, process.id, &platform::RunningAgent::process);
-    if (agent != agents.end()) {
-      process.isAgent = true;
-      // The folder of a process that may not be looked into is root's.
-      process.user = agent->user;
-    }
+    process.isAgent =
+        std::ranges::find(agents, process.id, &platform::RunningAgent::process) != agents.end();
   }
   std::ranges::sort(found, {}, &Process::id);
   return found;
