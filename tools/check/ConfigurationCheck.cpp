@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <numeric>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -91,26 +92,29 @@ std::size_t distance(std::string_view one, std::string_view other) {
   return row.back();
 }
 
-Findings checkKeys(const PropertyListDictionary& dictionary) {
+/// The key that was probably meant; null where it is none of them.
+std::optional<std::string_view> keyMeantBy(std::string_view key) {
   constexpr std::size_t SLIP = 3;
   constexpr std::size_t LONGEST = 100;
+  const auto* const meant = std::ranges::find_if(KEYS, [key](std::string_view known) {
+    return key.size() <= LONGEST && distance(key, known) <= SLIP;
+  });
+  return meant != KEYS.end() ? std::optional(*meant) : std::nullopt;
+}
+
+Findings checkKeys(const PropertyListDictionary& dictionary) {
   Findings found;
   for (const auto& [key, value] : dictionary) {
     if (std::ranges::find(KEYS, key) != KEYS.end()) {
       continue;
     }
-    const auto* const meant = std::ranges::find_if(KEYS, [&key = key](std::string_view known) {
-      return key.size() <= LONGEST && distance(key, known) <= SLIP;
-    });
-    if (meant != KEYS.end()) {
-      found.push_back(wrong("key-misspelt",
-                            "there is no key " + quoted(key) +
-                                ", so the agent ignores it; it is spelt " + inQuotes(*meant),
-                            about(key, value)));
+    const std::string sentence =
+        std::string("there is no key ").append(quoted(key)).append(", so the agent ignores it");
+    if (const auto meant = keyMeantBy(key)) {
+      found.push_back(
+          wrong("key-misspelt", sentence + "; it is spelt " + inQuotes(*meant), about(key, value)));
     } else {
-      found.push_back(note("key-unknown",
-                           "there is no key " + quoted(key) + ", so the agent ignores it",
-                           about(key, value)));
+      found.push_back(note("key-unknown", sentence, about(key, value)));
     }
   }
   return found;

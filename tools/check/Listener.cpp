@@ -71,7 +71,7 @@ Findings Listener::start(const std::vector<Target>& targets, const IsHeld& isHel
 /// A socket at the address of the group gets nothing but what is sent to the group.
 Finding Listener::_listenToGroup(const Target& target) {
   Server& server = _servers.emplace_back();
-  server.startOnAddress(*target.group, target.port);
+  server.startOnAddress(target.group, target.port);
   if (server.port() == 0) {
     return _refused(target);
   }

@@ -22,7 +22,10 @@ const std::string PORT = "<integer>5077</integer>";
 const std::string JOINING = "<key>JoinIGMP</key><true/>";
 const std::string RATE = "<key>IGMPMembershipRefreshRate</key><integer>60</integer>";
 
-std::string addresses(const std::string& value) { return "<key>MulticastAddresses</key>" + value; }
+std::string keyed(const std::string& key, const std::string& value) {
+  return "<key>" + key + "</key>" + value;
+}
+std::string addresses(const std::string& value) { return keyed("MulticastAddresses", value); }
 std::string pair(const std::string& group, const std::string& port) {
   return "<array>" + group + port + "</array>";
 }
@@ -152,9 +155,9 @@ TEST(ConfigurationCheckTest, AnEntryThatIsNoPairIsPassedOver) {
   for (const auto& [entry, is] : std::vector<std::pair<std::string, std::string>>{
            {"<string>239.255.77.1:5077</string>", "'239.255.77.1:5077'"},
            {"<array>" + GROUP + "</array>", "an array of 1 item"},
-           {"<array>" + GROUP + PORT + PORT + "</array>", "an array of 3 items"},
+           {pair(GROUP, PORT + PORT), "an array of 3 items"},
            {"<dict><key>Port</key>" + PORT + "</dict>", "a dictionary"}}) {
-    const auto all = found(pairs(pair(GROUP, PORT) + entry) + JOINING + RATE);
+    const auto all = found(pairs(pair(GROUP, PORT).append(entry)).append(JOINING).append(RATE));
     ASSERT_THAT(codesOf(all), ElementsAre("ok server", "wrong entry-not-a-pair"));
     EXPECT_EQ(all[1].sentence,
               "MulticastAddresses, pair 2: it is " + is +
@@ -175,7 +178,7 @@ TEST(ConfigurationCheckTest, WithoutPairsTheAgentListensNowhere) {
 
 TEST(ConfigurationCheckTest, AKeyThatIsMisspelt) {
   for (const char* key : {"multicastaddresses", "MulticastAdresses", "MulticastAddress"}) {
-    const auto all = found("<key>" + std::string(key) + "</key><array/>" + JOINING + RATE);
+    const auto all = found(keyed(key, "<array/>").append(JOINING).append(RATE));
     ASSERT_THAT(codesOf(all), ElementsAre("wrong key-misspelt", "wrong addresses-missing"));
     EXPECT_EQ(all[0].sentence, "there is no key '" + std::string(key) +
                                    "', so the agent ignores it; it is spelt 'MulticastAddresses'");
