@@ -375,12 +375,13 @@ std::unique_ptr<platform::Image> Controller::_getImage() {
 void Controller::setImageInMainThread(const Disk& disk) {
   const std::string path = _shortcutPathForDisk(disk);
   const auto image = _getImage();
+  auto& workspace = platform::service<platform::Workspace>();
   if (!image) {
+    workspace.forgetIcon(path, DirectoryFinder::desktopDirectory());
     return;
   }
   try {
-    platform::service<platform::Workspace>().setIcon(*image, path,
-                                                     DirectoryFinder::desktopDirectory());
+    workspace.setIcon(*image, path, DirectoryFinder::desktopDirectory());
   } catch (const platform::WorkspaceException& exception) {
     Logger::consolePeerMessage(std::string("Ooops could not set image with NSWorkspace! Reason: ") +
                                exception.what());
