@@ -49,9 +49,6 @@ class NoDesktop {
                                                            std::string_view /*content*/) override {
       return std::nullopt;
     }
-    platform::ShortcutListing shortcutsBeneath(const std::string& /*folder*/) override {
-      return {};
-    }
   };
   class NoScripts final : public platform::ScriptRunner {
     bool _execute(const platform::Script& /*script*/) override { return true; }
