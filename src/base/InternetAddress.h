@@ -1,6 +1,9 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
+
+#include <string>
 
 namespace ravelin {
 
@@ -20,6 +23,13 @@ void setLength(Address& address) {
   address.sin_port = port;
   address.sin_addr.s_addr = host;
   return address;
+}
+
+/// Whether the text is an IPv4 address of four decimal numbers without zeros in front. Any thread.
+[[nodiscard]] inline bool isDottedAddress(const std::string& text) {
+  in_addr address{};
+  // It reads up to a NUL only.
+  return text.find('\0') == std::string::npos && ::inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 }  // namespace ravelin

@@ -16,31 +16,29 @@ std::string dotted(std::uint32_t address) {
   return text;
 }
 
-std::string reasonOf(Admission::Limit limit) {
-  using Limit = Admission::Limit;
+}  // namespace
+
+std::string Admission::reasonOf(Limit limit) {
   switch (limit) {
     case Limit::knownDisksOfSender:
-      return std::to_string(Admission::KNOWN_DISKS_OF_SENDER) +
+      return std::to_string(KNOWN_DISKS_OF_SENDER) +
              " of its disks are known, and no sender may have more";
     case Limit::knownDisks:
-      return std::to_string(Admission::KNOWN_DISKS) + " disks are known, and there may not be more";
+      return std::to_string(KNOWN_DISKS) + " disks are known, and there may not be more";
     case Limit::waitingEventsOfSender:
-      return std::to_string(Admission::WAITING_EVENTS_OF_SENDER) +
+      return std::to_string(WAITING_EVENTS_OF_SENDER) +
              " of its announcements wait, and no sender may have more waiting";
     case Limit::waitingEvents:
-      return std::to_string(Admission::WAITING_EVENTS) +
-             " announcements wait, and there may not be more";
+      return std::to_string(WAITING_EVENTS) + " announcements wait, and there may not be more";
     case Limit::textOfSender:
       return "the texts of its announcements would be longer than the " +
-             std::to_string(Admission::TEXT_OF_SENDER) + " bytes that a sender may have";
+             std::to_string(TEXT_OF_SENDER) + " bytes that a sender may have";
     case Limit::text:
-      return "the texts of all announcements would be longer than " +
-             std::to_string(Admission::TEXT) + " bytes";
+      return "the texts of all announcements would be longer than " + std::to_string(TEXT) +
+             " bytes";
   }
   return "";
 }
-
-}  // namespace
 
 std::optional<Admission::Limit> Admission::admit(const DiskPtr& event) {
   const Text& uuid = event->uuid();
@@ -99,6 +97,10 @@ void Admission::queueWasReplaced() {
       _charge(*event);
     }
   }
+}
+
+bool Admission::isKnownOrGoingToBe(const Text& uuid) const {
+  return uuid && (_known.find(uuid) != nullptr || _charged.contains(TextKey(*uuid)));
 }
 
 bool Admission::_wouldMount(const Disk& event) const {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <string>
 
 #include "controller/MountedDisks.h"
 #include "disk/Disk.h"
@@ -69,6 +70,12 @@ class Admission {
   /// To be called right after the queue's events have been replaced, before anything else: counts
   /// afresh those that are going to make a disk known.
   void queueWasReplaced();
+
+  /// Whether the disk with the uuid is known, or becomes known by an announcement that is waiting.
+  [[nodiscard]] bool isKnownOrGoingToBe(const Text& uuid) const;
+
+  /// What the limit is, in words for people: "1024 of its disks are known, ...".
+  [[nodiscard]] static std::string reasonOf(Limit limit);
 
   /// The line to log now about a drop, or null.
   [[nodiscard]] Text lineAbout(std::uint32_t sender, Limit limit, Time now);

@@ -18,6 +18,7 @@
 #include "core/Constants.h"
 #include "core/DirectoryFinder.h"
 #include "core/Logger.h"
+#include "intake/Completeness.h"
 #include "intake/EventParser.h"
 #include "intake/SenderAddress.h"
 #include "platform/Clock.h"
@@ -169,19 +170,7 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
   _diskEventHandlerTimer.wake();
 }
 
-bool Controller::_isDiskValid(const Disk* disk) {
-  if (disk == nullptr) {
-    return false;
-  }
-  const Text& event = disk->eventName();
-  if (event == "disk_mounted" || event == "disk_status") {
-    return disk->uuid() && disk->macAddress() && disk->ipAddress() && disk->label();
-  }
-  if (event == "disk_unmounted") {
-    return disk->macAddress() && disk->uuid();
-  }
-  return event == "no_disk" && disk->macAddress();
-}
+bool Controller::_isDiskValid(const Disk* disk) { return disk != nullptr && !lackOf(*disk); }
 
 bool Controller::_isUniqueEvent(const Disk& event) const {
   return !_diskEventQueue.containsReceiverEqualTo(event);
@@ -402,12 +391,13 @@ std::unique_ptr<platform::Image> Controller::_getImage() {
 void Controller::setImageInMainThread(const Disk& disk) {
   const std::string path = _shortcutPathForDisk(disk);
   const auto image = _getImage();
+  auto& workspace = platform::service<platform::Workspace>();
   if (!image) {
+    workspace.forgetIcon(path, DirectoryFinder::desktopDirectory());
     return;
   }
   try {
-    platform::service<platform::Workspace>().setIcon(*image, path,
-                                                     DirectoryFinder::desktopDirectory());
+    workspace.setIcon(*image, path, DirectoryFinder::desktopDirectory());
   } catch (const platform::WorkspaceException& exception) {
     Logger::consolePeerMessage(std::string("Ooops could not set image with NSWorkspace! Reason: ") +
                                exception.what());

@@ -10,12 +10,6 @@ namespace ravelin {
 using platform::SearchPathDirectory;
 using platform::SearchPathDomain;
 
-namespace {
-
-const char* const SUPPORT_FOLDER_NAME = "RavelinDisk";
-
-}  // namespace
-
 Text DirectoryFinder::_findOrCreateDirectory(SearchPathDirectory directory,
                                              SearchPathDomain inDomain,
                                              const Text& appendPathComponent) {
@@ -39,12 +33,12 @@ Text DirectoryFinder::desktopDirectory() {
 
 Text DirectoryFinder::LocalApplicationSupportDirectory() {
   return _findOrCreateDirectory(SearchPathDirectory::applicationSupport, SearchPathDomain::local,
-                                SUPPORT_FOLDER_NAME);
+                                std::string(platform::SUPPORT_FOLDER_NAME));
 }
 
 Text DirectoryFinder::UserApplicationSupportDirectory() {
   return _findOrCreateDirectory(SearchPathDirectory::applicationSupport, SearchPathDomain::user,
-                                SUPPORT_FOLDER_NAME);
+                                std::string(platform::SUPPORT_FOLDER_NAME));
 }
 
 std::string DirectoryFinder::diskMountDirectory(const Text& label) {

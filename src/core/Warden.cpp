@@ -1,45 +1,26 @@
 #include "core/Warden.h"
 
-#include <ifaddrs.h>
-#include <netinet/in.h>
-
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <utility>
 
 #include "controller/Controller.h"
 #include "core/AgentState.h"
 #include "core/DirectoryFinder.h"
+#include "core/LocalAddresses.h"
 #include "core/Logger.h"
 #include "intake/Server.h"
 
 namespace ravelin {
 
-using platform::PropertyListArray;
 using platform::PropertyListDictionary;
-using platform::PropertyListValue;
 using platform::RunLoop;
 
 namespace {
 
-const char* const CONFIG_FILE = "Ravelin Disk Config.plist";
-
 std::optional<PropertyListDictionary> dictionaryInFolder(const Text& folder) {
-  return folder ? platform::dictionaryWithContentsOfFile(*folder + "/" + CONFIG_FILE)
+  return folder ? platform::dictionaryWithContentsOfFile(*folder + "/" +
+                                                         std::string(Configuration::FILE_NAME))
                 : std::nullopt;
-}
-
-/// The value of the key, or an absent one, which counts as 0 and false.
-PropertyListValue valueForKey(const std::optional<PropertyListDictionary>& dictionary,
-                              std::string_view key) {
-  if (!dictionary) {
-    return {};
-  }
-  const auto found = dictionary->find(key);
-  return found == dictionary->end() ? PropertyListValue() : found->second;
 }
 
 }  // namespace
@@ -165,34 +146,27 @@ std::optional<PropertyListDictionary> Warden::_getConfigDictionary() {
 }
 
 void Warden::_initializeServers() {
-  const auto config = _getConfigDictionary();
-  IGMPMembershipRefreshRate = valueForKey(config, "IGMPMembershipRefreshRate").intValue();
+  const auto config = Configuration::of(_getConfigDictionary());
+  IGMPMembershipRefreshRate = config.igmpMembershipRefreshRate;
   IGMPMembershipRefreshTimer.reset();
   IGMPMembershipRefreshTimer = RunLoop::current().scheduleTimer(
       RunLoop::Seconds(IGMPMembershipRefreshRate), [this] { _refreshIGMPMembership(); });
-  const bool joinIGMP = valueForKey(config, "JoinIGMP").boolValue();
-  const PropertyListValue addresses = valueForKey(config, "MulticastAddresses");
   // The old servers go first, so that their ports are free again.
   setServerArray({});
   _serversJoin = false;
   _addressesChangedWhileBuilding = false;
   _refusedJoins.clear();
-  if (addresses.array() == nullptr) {
-    return;
-  }
-  for (const PropertyListValue& entry : *addresses.array()) {
-    if (entry.array() != nullptr && entry.array()->size() == 2) {
-      _startServer(*entry.array(), joinIGMP);
-    }
+  for (const Configuration::Entry& entry : config.multicastAddresses) {
+    _startServer(entry, config.joinIGMP);
   }
 }
 
-void Warden::_startServer(const PropertyListArray& entry, bool joinIGMP) {
+void Warden::_startServer(const Configuration::Entry& entry, bool joinIGMP) {
   auto server = std::make_shared<Server>();
-  server->startOnPort(entry[1].intValue());
+  server->startOnPort(entry.port);
   auto servers = serverArray();
   if (joinIGMP) {
-    const std::string group = textOrNull(entry[0].stringValue());
+    const std::string group = textOrNull(entry.group);
     const auto addresses = _getLocalIPAdresses();
     // The servers before this one have not joined on these, and the notice of the change is yet to
     // come.
@@ -243,28 +217,9 @@ void Warden::_refreshIGMPMembership() {
 
 std::vector<std::string> Warden::_getLocalIPAdresses() {
   std::vector<std::string> addresses;
-  ifaddrs* interfaces = nullptr;
-  if (::getifaddrs(&interfaces) != 0) {
-    return addresses;
+  for (LocalAddress& local : localAddresses()) {
+    addresses.push_back(std::move(local.address));
   }
-  for (const ifaddrs* entry = interfaces; entry != nullptr; entry = entry->ifa_next) {
-    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) {
-      continue;
-    }
-    sockaddr_in local{};
-    std::memcpy(&local, entry->ifa_addr, sizeof local);
-    const std::uint32_t address = ntohl(local.sin_addr.s_addr);
-    if (address == 0) {
-      continue;
-    }
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%u.%u.%u.%u", address >> 24U, address >> 16U & 0xFFU,
-                  address >> 8U & 0xFFU, address & 0xFFU);
-    if (std::strcmp(text.data(), "127.0.0.1") != 0) {
-      addresses.emplace_back(text.data());
-    }
-  }
-  ::freeifaddrs(interfaces);
   return addresses;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/AtomicProperty.h"
+#include "core/Configuration.h"
 #include "platform/AddressChangeWatch.h"
 #include "platform/PropertyList.h"
 #include "platform/RunLoop.h"
@@ -94,7 +95,7 @@ class Warden {
   std::unique_ptr<platform::AddressChangeWatch> _watchAddresses(std::string& reason);
   void _lookAtInterfaces();
   void _initializeServersAndStartNotifier();
-  void _startServer(const platform::PropertyListArray& entry, bool joinIGMP);
+  void _startServer(const Configuration::Entry& entry, bool joinIGMP);
   void _join(const std::shared_ptr<Server>& server, const std::string& group,
              const std::string& address);
   void _renewMemberships();

@@ -53,6 +53,10 @@ bool takeItem(std::string_view item, Disk& disk) {
   return true;
 }
 
+std::string_view textOf(std::span<const std::byte> payload) {
+  return {reinterpret_cast<const char*>(payload.data()), payload.size()};
+}
+
 void logReceived(std::string_view text, const Disk& disk) {
   Logger::logPeerMessage(
       "Received event message\n" + std::string(text) +
@@ -64,25 +68,31 @@ void logReceived(std::string_view text, const Disk& disk) {
 
 }  // namespace
 
-DiskPtr EventParser::parse(std::span<const std::byte> payload) {
-  auto disk = std::make_shared<Disk>();
-  const std::string_view text(reinterpret_cast<const char*>(payload.data()), payload.size());
-  if (!isAscii(text)) {
-    return disk;
+EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk& disk) {
+  std::string_view rest = textOf(payload);
+  if (!isAscii(rest)) {
+    return {.outcome = Outcome::notAscii, .unknownKey = {}};
   }
-  std::string_view rest = text;
   while (true) {
     const std::size_t end = rest.find(';');
-    if (!takeItem(rest.substr(0, end), *disk)) {
-      return nullptr;
+    const std::string_view item = rest.substr(0, end);
+    if (!takeItem(item, disk)) {
+      return {.outcome = Outcome::unknownKey, .unknownKey = item.substr(0, item.find(':'))};
     }
     if (end == std::string_view::npos) {
-      break;
+      return {};
     }
     rest.remove_prefix(end + 1);
   }
+}
+
+DiskPtr EventParser::parse(std::span<const std::byte> payload) {
+  auto disk = std::make_shared<Disk>();
+  if (read(payload, *disk).outcome == Outcome::unknownKey) {
+    return nullptr;
+  }
   if (disk->eventName() == "disk_mounted" || disk->eventName() == "disk_unmounted") {
-    logReceived(text, *disk);
+    logReceived(textOf(payload), *disk);
   }
   return disk;
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 #include "disk/Disk.h"
 
@@ -10,6 +11,21 @@ namespace ravelin {
 /// Turns the text of an announcement into a record.
 class EventParser {
  public:
+  /// What became of a text.
+  enum class Outcome {
+    read,
+    notAscii,    ///< the record has no text
+    unknownKey,  ///< the record has what stands before that key
+  };
+  struct Reading {
+    Outcome outcome = Outcome::read;
+    std::string_view unknownKey;  ///< a part of the payload
+  };
+
+  /// Reads the pairs as `parse` does into a record without texts, but writes nothing to the log.
+  /// Any thread.
+  static Reading read(std::span<const std::byte> payload, Disk& disk);
+
   /// Reads the "key:value" pairs of one datagram, cut at every ";". An item without a colon is
   /// passed over; with an unknown key the result is null. Bytes outside 7-bit ASCII make it a
   /// record without any text. Whether the announcement is complete is not judged here. An

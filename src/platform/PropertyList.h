@@ -36,6 +36,9 @@ class PropertyListValue {
   /// The text, or a number or truth written as text; null for anything else.
   [[nodiscard]] std::optional<std::string> stringValue() const;
 
+  /// The value as it stands in the list.
+  [[nodiscard]] const Variant& content() const { return _value; }
+
   /// The array or dictionary, or null when the value is none.
   [[nodiscard]] const PropertyListArray* array() const;
   [[nodiscard]] const PropertyListDictionary* dictionary() const;

@@ -26,6 +26,11 @@ class Workspace {
   /// it is. False when that fails, wholly or in part. May raise WorkspaceException, and take some
   /// seconds.
   virtual bool setIcon(const Image& image, const std::string& forFile, const Text& beneath) = 0;
+
+  /// The shortcut at the path, which has just been made, shows no picture that an earlier one of
+  /// this path was given. Where the icon goes with the file there is nothing to do. May take some
+  /// seconds.
+  virtual void forgetIcon(const std::string& /*ofFile*/, const Text& /*beneath*/) {}
 };
 
 template <>

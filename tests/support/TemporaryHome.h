@@ -41,6 +41,8 @@ class TemporaryHome {
   TemporaryHome() {
     std::filesystem::create_directories(desktop());
     std::filesystem::create_directories(machineWide());
+    std::filesystem::create_directories(path() + "/system");
+    std::filesystem::create_directory_symlink("/usr/share/mime", path() + "/system/mime");
   }
 
   [[nodiscard]] const std::string& path() const { return _directory.path(); }
@@ -59,8 +61,9 @@ class TemporaryHome {
   const EnvironmentVariable _home{"HOME", path()};
   const EnvironmentVariable _data{"XDG_DATA_HOME", path() + "/data"};
   const EnvironmentVariable _configuration{"XDG_CONFIG_HOME", path() + "/config"};
-  /// The system's own folder stays behind it: libraries look up the kinds of files there.
-  const EnvironmentVariable _dataFolders{"XDG_DATA_DIRS", machineWide() + ":/usr/share"};
+  /// What libraries need of the system's own folder stays behind it: the kinds of files. The rest
+  /// of it may have an agent's configuration.
+  const EnvironmentVariable _dataFolders{"XDG_DATA_DIRS", machineWide() + ":" + path() + "/system"};
   /// So that what a death test's process leaves behind goes with this folder.
   const EnvironmentVariable _temporary{"TMPDIR", path()};
 };

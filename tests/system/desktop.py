@@ -127,9 +127,9 @@ class Session(contextlib.AbstractContextManager):
 
 class SmbServer(contextlib.AbstractContextManager):
     """A private smbd on one loopback address of the session. Its shares are folders, some of them
-    for guests and some not."""
+    for guests and some not; of two settings with one name, these count."""
 
-    def __init__(self, session, address, guests=(), members=()):
+    def __init__(self, session, address, guests=(), members=(), settings=()):
         self._session = session
         self.address = address
         self.folder = session.base / f"server-{address}"
@@ -151,6 +151,7 @@ class SmbServer(contextlib.AbstractContextManager):
             folder = self.folder / setting.split()[0]
             folder.mkdir(parents=True)
             lines.append(f"{setting} = {folder}")
+        lines += settings
         for name in [*guests, *members]:
             share = self.share(name)
             share.mkdir(parents=True)
@@ -175,14 +176,27 @@ class SmbServer(contextlib.AbstractContextManager):
 
     def stop(self):
         """Ends the server and every process that serves a client."""
+        self._signal(signal.SIGKILL)
+        self._process.wait(PATIENCE)
+        wait_until(lambda: not self._answers(), f"the end of the SMB server {self.address}")
+
+    def pause(self):
+        """From now on the server takes connections, as the system does so for it, and is silent."""
+        self._signal(signal.SIGSTOP)
+
+    def resume(self):
+        self._signal(signal.SIGCONT)
+        # What has brought it into the namespaces stops with it.
+        self._process.send_signal(signal.SIGCONT)
+
+    def _signal(self, number):
+        """To the server and every process that serves a client."""
         pids = [int(path.name) for path in pathlib.Path("/proc").iterdir() if path.name.isdigit()]
         for pid in pids:
             with contextlib.suppress(OSError):
                 command = pathlib.Path(f"/proc/{pid}/cmdline").read_bytes()
                 if command.startswith(b"smbd\0") and os.fsencode(self._configuration) in command:
-                    os.kill(pid, signal.SIGKILL)
-        self._process.wait(PATIENCE)
-        wait_until(lambda: not self._answers(), f"the end of the SMB server {self.address}")
+                    os.kill(pid, number)
 
     def _answers(self):
         status, _, _ = self._session.run(
@@ -209,13 +223,14 @@ def silent_server(session, address):
     _python_server(session, address, "time.sleep(1e6)\n")
 
 
-def junk_server(session, address):
-    """A server that answers with what is no SMB."""
-    _python_server(session, address, """
-while True:
+def junk_server(session, address, times=1000):
+    """A server that answers with what is no SMB, so often, and ends."""
+    _python_server(session, address, f"""
+for _ in range({times}):
     connection, _ = server.accept()
     connection.recv(65536)
     connection.sendall(b"\\0\\0\\0\\4junk")
+    connection.close()
 """)
 
 

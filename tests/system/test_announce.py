@@ -198,9 +198,9 @@ def test_a_raw_text_is_sent_as_it_is(peer):
 
 
 def test_disks_are_told_apart_by_uuid_and_label(peer):
-    received, printed = announce(peer, "--disks", 3, "--ip", "i", "--label", "L", "mounted")
+    received, printed = announce(peer, "--disks", 3, "--ip", "192.0.2.9", "--label", "L", "mounted")
     assert received == [
-        b"event:disk_mounted;mac:02:00:00:00:00:01;ip:i;uuid:1234-ABCD-%d;label:L-%d" % (n, n)
+        b"event:disk_mounted;mac:02:00:00:00:00:01;ip:192.0.2.9;uuid:1234-ABCD-%d;label:L-%d" % (n, n)
         for n in (1, 2, 3)
     ]
     assert printed == b"".join(text + b"\n" for text in received)
@@ -359,7 +359,6 @@ def test_wrong_arguments_are_named_with_what_is_wanted(peer):
         (["-mac", "x", "mounted", *to], "'-mac': no option"),
         (["--label", "a;b", "mounted", *to], f"--label: wanted {ascii_only}, not 'a;b'"),
         (["--mac", "\u00fc", "mounted", *to], f"--mac: wanted {ascii_only}, not '\u00fc'"),
-        (["--ip", ";", "no-disk", *to], f"--ip: wanted {ascii_only}, not ';'"),
         (["--uuid", "\n\x80", "no-disk", *to], f"--uuid: wanted {ascii_only}, not '\\n\\xc2\\x80'"),
         (["--disks", "0", "mounted", *to], f"--disks: wanted {number}, not '0'"),
         (["--disks", "1000001", "mounted", *to], f"--disks: wanted {number}, not '1000001'"),
@@ -402,6 +401,21 @@ def test_a_period_is_a_plain_number_of_seconds(peer, seconds):
     assert refusal("--every", seconds, "mounted", "127.0.0.1", peer.port) == (
         f"--every: wanted a number of seconds from 0.001 to 1000000, not '{seconds}'"
     )
+
+
+@pytest.mark.parametrize("server", [
+    "", "device", "device.local", "192.0.2", "192.0.2.256", "192.0.2.010", "192.0.2.10:445", " 192.0.2.10",
+    "192.0.2.10;", "192.0.2.10\n", "3221225994", "::1", "::ffff:192.0.2.10"])
+def test_a_server_is_an_ipv4_address(peer, server):
+    to = ("mounted", "127.0.0.1", peer.port)
+    shown = server.replace("\n", "\\n")
+    assert refusal("--ip", server, *to) == (
+        f"--ip: wanted an IPv4 address, as nothing else opens (--raw sends any text), not '{shown}'")
+    assert refusal("--ip", "192.0.2.10", f"--ip={server}", *to).startswith("--ip: wanted")
+    assert peer.receive_all() == []
+    # Whoever wants to see what becomes of it sends it all the same.
+    text = f"event:disk_mounted;mac:m;ip:{server};uuid:u;label:l"
+    assert announce(peer, "--quiet", "--raw", text)[0] == [text.encode()]
 
 
 @pytest.mark.parametrize("port", ["0", "65536", "-1", "010x", "+5", "5x", "http", "", "5.0", "99999999999"])

@@ -1,10 +1,14 @@
 """The agent's helper for pictures: what it may use, and what its troubles may do to the agent."""
 
 import os
+import plistlib
 import struct
 import zlib
 
+import pytest
+
 from agent import BIN, EXECUTABLE, HELPER, icon
+from desktop import Session, wait_until
 
 MEBIBYTE = 1024 * 1024
 # What the helper may use for a picture, and what it needs anyway, a sanitizer included.
@@ -76,3 +80,82 @@ def test_a_verdict_is_heard_also_where_the_parent_ignored_the_end_of_its_childre
     shortcut = agent.mount()
     agent.check_works()
     assert f"Icon={path}" not in shortcut.read_text()
+
+
+class IconSession:
+    """A user's session in which file managers keep what they know of files, and an agent."""
+
+    PORT = 5078
+
+    def __init__(self, session):
+        self._session = session
+        self._support = session.home / ".local/share/RavelinDisk"
+        self._support.mkdir(parents=True)
+        (self._support / "Ravelin Disk Config.plist").write_bytes(
+            plistlib.dumps({"MulticastAddresses": [["239.255.0.1", self.PORT]]}))
+        self.picture = self._support / "icon.ico"
+        self.shortcut = session.desktop / "USB Disk.app"
+        session.start(EXECUTABLE)
+
+    def make(self):
+        """The shortcut, anew."""
+        self._announce("unmounted", False)
+        self._announce("mounted", True)
+
+    def _announce(self, event, is_there):
+        def is_done():
+            command = (BIN / "ravelin-disk-announce", event, "127.0.0.1", self.PORT,
+                       "--label", "USB Disk")
+            assert self._session.run(*command)[0] == 0
+            return self.shortcut.exists() == is_there
+
+        wait_until(is_done, f"the shortcut after {event}")
+        if is_there:
+            # Another disk is mounted after this one has its icon.
+            other = self._session.desktop / "Other.app"
+            for wanted, what in ((True, "mounted"), (False, "unmounted")):
+                wait_until(lambda: self._session.run(
+                    BIN / "ravelin-disk-announce", what, "127.0.0.1", self.PORT, "--label", "Other",
+                    "--uuid", "other")[0] == 0 and other.exists() == wanted, "the other shortcut")
+
+    def icon(self):
+        """The icon that is kept for the shortcut."""
+        status, output, errors = self._session.run(
+            "gio", "info", "--attributes=metadata::custom-icon", self.shortcut)
+        assert status == 0, errors
+        _, found, value = output.partition("metadata::custom-icon: ")
+        return value.strip() if found else None
+
+    def choose(self, uri):
+        """The icon that the user gives the shortcut in a file manager."""
+        command = ("gio", "set", self.shortcut, "metadata::custom-icon", uri)
+        assert self._session.run(*command)[0] == 0
+
+
+@pytest.fixture(name="icons")
+def _icons(needs_root):
+    needs_root("tests of what file managers keep of shortcuts")
+    with Session() as session:
+        yield IconSession(session)
+
+
+def test_an_icon_goes_when_its_picture_has_gone(icons):
+    icons.make()
+    assert icons.icon() is None
+    icons.picture.write_bytes(icon())
+    icons.make()
+    assert icons.icon() == icons.picture.as_uri()
+    icons.picture.unlink()
+    icons.make()
+    assert icons.icon() is None
+    assert "Icon=ravelin-disk\n" in icons.shortcut.read_text()
+
+
+def test_an_icon_that_the_user_has_chosen_stays(icons):
+    icons.picture.write_bytes(icon())
+    icons.make()
+    icons.picture.unlink()
+    for uri in ("file:///home/user/icon.ico", "file:///home/user/RavelinDisk/icon.png"):
+        icons.choose(uri)
+        icons.make()
+        assert icons.icon() == uri

@@ -6,14 +6,22 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/InternetAddress.h"
+
 namespace ravelin::announce {
 
 namespace {
 
 constexpr std::string_view PURPOSE =
-    "Plays a network device: announces its disk in a UDP datagram.\n";
+    R"(Plays a network device: announces its disk in a UDP datagram. With the sample configuration, these
+reach the agents of the local network and the one on this computer:
+
+  ravelin-disk-announce mounted 239.255.77.1 5077
+  ravelin-disk-announce mounted 127.0.0.1 5077
+)";
 
 constexpr const char* ANNOUNCEABLE = "7-bit ASCII without ';', as nothing else can be announced";
+constexpr const char* SERVER = "an IPv4 address, as nothing else opens (--raw sends any text)";
 constexpr const char* POSITIVE = "a whole number from 1 to 1000000";
 
 template <class Number>
@@ -84,10 +92,14 @@ OptionReader::OptionReader()
 
 void OptionReader::_addContent() {
   _line.heading("What is announced");
-  _addValue(Key::mac, "ADDRESS", "the device (default 02:00:00:00:00:01)");
-  _addValue(Key::ip, "ADDRESS", "its SMB server (default: the address the datagram leaves from)");
-  _addValue(Key::uuid, "UUID", "the disk (default 1234-ABCD)");
-  _addValue(Key::label, "LABEL", "the disk's label, also the name of its share (default USBDISK)");
+  _addValue(Key::mac, "ADDRESS", "the device (default 02:00:00:00:00:01)", ANNOUNCEABLE,
+            isAnnounceable);
+  _addValue(Key::ip, "ADDRESS",
+            "its SMB server, an IPv4 address (default: the one the datagram leaves from)", SERVER,
+            isDottedAddress);
+  _addValue(Key::uuid, "UUID", "the disk (default 1234-ABCD)", ANNOUNCEABLE, isAnnounceable);
+  _addValue(Key::label, "LABEL", "the disk's label, also the name of its share (default USBDISK)",
+            ANNOUNCEABLE, isAnnounceable);
   _line.option("--disks", "N", "N disks, with -1 to -N behind uuid and label", POSITIVE,
                [this](const std::string& value) {
                  _composing = "--disks";
@@ -107,13 +119,15 @@ void OptionReader::_addContent() {
                });
 }
 
-void OptionReader::_addValue(Key key, const std::string& value, const std::string& description) {
+void OptionReader::_addValue(Key key, const std::string& value, const std::string& description,
+                             const std::string& wanted, bool (*isWanted)(const std::string&)) {
   const std::string name = std::string("--").append(nameOf(key));
-  _line.option(name, value, description, ANNOUNCEABLE, [this, key, name](const std::string& given) {
-    _composing = name;
-    _given.emplace_back(key, given);
-    return isAnnounceable(given);
-  });
+  _line.option(name, value, description, wanted,
+               [this, key, name, isWanted](const std::string& given) {
+                 _composing = name;
+                 _given.emplace_back(key, given);
+                 return isWanted(given);
+               });
 }
 
 std::variant<Options, Failure> OptionReader::options(const std::vector<std::string>& arguments) {

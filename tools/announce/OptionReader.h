@@ -26,7 +26,8 @@ class OptionReader {
 
  private:
   void _addContent();
-  void _addValue(Key key, const std::string& value, const std::string& description);
+  void _addValue(Key key, const std::string& value, const std::string& description,
+                 const std::string& wanted, bool (*isWanted)(const std::string&));
 
   CommandLine _line;
   // All that the options say, before it is known whether it fits together.

@@ -100,9 +100,12 @@ int CommandLine::_conclude(const std::optional<Failure>& failure) const {
   if (!failure) {
     return SUCCEEDED;
   }
-  std::cerr << _name << ": " << visibleLine(failure->message)
-            << (failure->status == MISUSED ? "; see --help\n" : "\n");
+  tell(failure->message + (failure->status == MISUSED ? "; see --help" : ""));
   return failure->status;
+}
+
+void CommandLine::tell(std::string_view message) const {
+  std::cerr << _name + ": " + visibleLine(message) + "\n";
 }
 
 std::optional<Failure> CommandLine::_run(int count, char** arguments, const Work& work) {

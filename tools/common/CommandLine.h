@@ -57,6 +57,9 @@ class CommandLine {
   /// are not right. Returns the status of the process. No exception leaves it, the work's neither.
   [[nodiscard]] int run(int count, char** arguments, const Work& work);
 
+  /// Says something in one line on standard error, as a failure is told. The work may go on.
+  void tell(std::string_view message) const;
+
  private:
   /// Tells a failure in one line on standard error. Returns the status of the process.
   [[nodiscard]] int _conclude(const std::optional<Failure>& failure) const;

@@ -4,9 +4,8 @@
 
 namespace ravelin::open {
 
-void notify(const std::string& summary, const std::string& body) {
+void Notification::show(const std::string& summary, const std::string& body) {
   constexpr int PATIENCE = 5000;  // milliseconds
-  constexpr guint32 NEW = 0;
   constexpr gint32 AS_LONG_AS_USUAL = -1;
   const Owned<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
   if (bus == nullptr) {
@@ -16,9 +15,12 @@ void notify(const std::string& summary, const std::string& body) {
   const Variant answer(g_dbus_connection_call_sync(
       bus.get(), "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
       "org.freedesktop.Notifications", "Notify",
-      g_variant_new("(susssasa{sv}i)", "Ravelin Disk", NEW, "ravelin-disk", summary.c_str(),
+      g_variant_new("(susssasa{sv}i)", "Ravelin Disk", _number, "ravelin-disk", summary.c_str(),
                     markup.get(), nullptr, nullptr, AS_LONG_AS_USUAL),
-      nullptr, G_DBUS_CALL_FLAGS_NONE, PATIENCE, nullptr, nullptr));
+      G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, PATIENCE, nullptr, nullptr));
+  if (answer != nullptr) {
+    g_variant_get(answer.get(), "(u)", &_number);
+  }
 }
 
 }  // namespace ravelin::open

@@ -7,8 +7,11 @@
 
 namespace ravelin::open {
 
+// The URL is always that of one share; see ShareUrl.h. Every failure is one sentence that says what
+// is wrong and what to do. In the main thread, whose loop runs meanwhile.
+
 /// Mounts the share for this session, as guest and without a question to the user. Null when it is
-/// mounted, also when it was before. Takes half a minute at most.
+/// mounted, also when it was before, and its device answers. Takes a minute at most.
 std::optional<Failure> mountShare(const std::string& url);
 
 /// Has the share shown by the application for folders. Null when that has been started. Takes half

@@ -1,12 +1,13 @@
 #include "ShareUrl.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <algorithm>
 #include <string>
+#include <utility>
 
+#include "base/InternetAddress.h"
 #include "base/PercentEscaping.h"
+#include "base/Text.h"
+#include "common/InQuotes.h"
 
 namespace ravelin::open {
 
@@ -14,13 +15,6 @@ namespace {
 
 constexpr std::string_view SCHEME = "smb://";
 constexpr std::string_view GUEST = "guest:@";
-
-/// Four decimal numbers without zeros in front.
-bool isIpv4Address(const std::string& text) {
-  in_addr address{};
-  // It reads up to a NUL only.
-  return text.find('\0') == std::string::npos && ::inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
 
 /// GVfs takes a slash for the end of the name, SMB a backslash, also where they are escaped.
 bool mayNameShare(char character) {
@@ -30,42 +24,58 @@ bool mayNameShare(char character) {
          std::string_view("\"/\\").find(character) == std::string_view::npos;
 }
 
-const char* whyNoShare(std::string_view escaped) {
+constexpr const char* WAS_CHANGED = "; delete the shortcut, as somebody has changed it";
+constexpr const char* NEEDS_LABEL = "; give the disk another label on the device";
+
+Text whyNoShare(std::string_view escaped) {
   if (escaped.find_first_of("/?#") != std::string_view::npos) {
-    return "it leads further than to a share";
+    return std::string("it leads further than to a share").append(NEEDS_LABEL);
   }
   const std::string name = removingPercentEscapes(escaped);
   if (name.empty() || name == "." || name == "..") {
-    return "it names no share";
+    return std::string("it names no share").append(NEEDS_LABEL);
   }
   if (addingPercentEscapes(name) != escaped || !std::ranges::all_of(name, mayNameShare)) {
-    return "it has a name for a share that Ravelin Disk does not open";
+    return std::string("it has a name for a share that Ravelin Disk does not open")
+        .append(NEEDS_LABEL);
   }
-  return nullptr;
+  return std::nullopt;
 }
 
-const char* whyNoShareUrl(std::string_view url) {
+/// Divides what is behind the user at the first slash.
+std::pair<std::string_view, std::string_view> divided(std::string_view url) {
+  const std::size_t end = std::min(url.find('/'), url.size());
+  return {url.substr(0, end), url.substr(std::min(end + 1, url.size()))};
+}
+
+Text whyNoShareUrl(std::string_view url) {
   if (!url.starts_with(SCHEME)) {
-    return "it leads to something else than an SMB share";
+    return std::string("it leads to something else than an SMB share").append(WAS_CHANGED);
   }
   url.remove_prefix(SCHEME.size());
   if (!url.starts_with(GUEST)) {
-    return "it would log in as somebody else than the guest without a password";
+    return std::string("it would log in as somebody else than the guest without a password")
+        .append(WAS_CHANGED);
   }
   url.remove_prefix(GUEST.size());
-  const std::size_t end = std::min(url.find('/'), url.size());
-  if (!isIpv4Address(std::string(url.substr(0, end)))) {
-    return "it does not name its server by an IPv4 address";
+  const auto [server, share] = divided(url);
+  if (!isDottedAddress(std::string(server))) {
+    return "the shortcut's address " + inQuotes(server) +
+           " is no IPv4 address; have the device announce its own";
   }
-  url.remove_prefix(end);
-  return whyNoShare(url.substr(std::min<std::size_t>(1, url.size())));
+  return whyNoShare(share);
 }
 
 }  // namespace
 
 std::optional<Failure> failureOfShareUrl(std::string_view url) {
-  const char* const why = whyNoShareUrl(url);
-  return why == nullptr ? std::nullopt : std::optional(Failure{FAILED, why});
+  const Text why = whyNoShareUrl(url);
+  return why ? std::optional(Failure{FAILED, *why}) : std::nullopt;
+}
+
+ShareName nameInShareUrl(std::string_view url) {
+  const auto [server, share] = divided(url.substr(SCHEME.size() + GUEST.size()));
+  return {.server = std::string(server), .share = removingPercentEscapes(share)};
 }
 
 }  // namespace ravelin::open

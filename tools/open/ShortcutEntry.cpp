@@ -36,7 +36,8 @@ class Entry {
 
   [[nodiscard]] std::variant<std::string, Failure> url() const {
     if (_urls > 1) {
-      return Failure{FAILED, "it has more than one URL"};
+      return Failure{FAILED,
+                     "it has more than one URL; delete the shortcut, as somebody has changed it"};
     }
     if (_types != 1 || _type != "Link" || !_url) {
       return foreign();
@@ -85,7 +86,9 @@ class Entry {
 
 }  // namespace
 
-Failure foreign() { return {FAILED, "this is not a shortcut of Ravelin Disk"}; }
+Failure foreign() {
+  return {FAILED, "this is not a shortcut of Ravelin Disk; open it with another application"};
+}
 
 std::variant<std::string, Failure> urlInEntry(std::string_view entry) {
   if (entry.find('\0') != std::string_view::npos || !isUtf8(entry)) {

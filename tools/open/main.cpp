@@ -2,12 +2,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "Notification.h"
 #include "Share.h"
+#include "ShareUrl.h"
 #include "Shortcut.h"
+#include "Waiting.h"
 #include "base/Visible.h"
 #include "common/CommandLine.h"
 #include "common/Failure.h"
@@ -57,16 +60,48 @@ std::string nameOf(const std::string& path) {
   return visibleLine(name);
 }
 
-std::optional<Failure> open(const std::string& path) {
-  const auto url = urlOfShortcut(path);
-  if (const auto* const failure = std::get_if<Failure>(&url)) {
-    return *failure;
+/// Opening one shortcut, and what the user is told of it, on standard error and on the desktop.
+class Opening {
+ public:
+  Opening(const CommandLine& line, std::string path) : _line(line), _path(std::move(path)) {}
+
+  std::optional<Failure> open() {
+    const auto found = urlOfShortcut(_path);
+    if (const auto* const failure = std::get_if<Failure>(&found)) {
+      return *failure;
+    }
+    const auto& url = std::get<std::string>(found);
+    std::string awaited = "the device " + nameInShareUrl(url).server;
+    const Waiting waiting([&] { _say("waiting for " + awaited, "is being opened"); });
+    if (auto failure = mountShare(url)) {
+      return failure;
+    }
+    awaited = "the file manager";
+    if (auto failure = showShare(url)) {
+      return failure;
+    }
+    if (waiting.isTold()) {
+      _say("it is open now", "is open");
+    }
+    return std::nullopt;
   }
-  if (auto failure = mountShare(std::get<std::string>(url))) {
-    return failure;
+
+  void showFailure(const std::string& why) { _show("cannot be opened", why); }
+
+ private:
+  void _say(const std::string& what, const std::string& state) {
+    _line.tell(_path + ": " + what);
+    _show(state, what);
   }
-  return showShare(std::get<std::string>(url));
-}
+
+  void _show(const std::string& state, const std::string& what) {
+    _notification.show("“" + nameOf(_path) + "” " + state, visibleLine(what));
+  }
+
+  const CommandLine& _line;
+  const std::string _path;
+  Notification _notification;
+};
 
 }  // namespace
 }  // namespace ravelin::open
@@ -78,7 +113,7 @@ int main(int count, char** arguments) {
   std::setlocale(LC_ALL, "");
   CommandLine line("ravelin-disk-open", {"FILE"}, PURPOSE);
   line.argument("FILE", "the path of the shortcut, or its file:// URI");
-  std::string shortcut;
+  std::optional<Opening> opening;
   std::optional<std::string> why;
   const int status = line.run(count, arguments,
                               [&](const std::vector<std::string>& words) -> std::optional<Failure> {
@@ -86,8 +121,8 @@ int main(int count, char** arguments) {
                                 if (const auto* const failure = std::get_if<Failure>(&path)) {
                                   return *failure;
                                 }
-                                shortcut = std::get<std::string>(path);
-                                const auto failure = open::open(shortcut);
+                                const auto& shortcut = std::get<std::string>(path);
+                                const auto failure = opening.emplace(line, shortcut).open();
                                 if (!failure) {
                                   return std::nullopt;
                                 }
@@ -95,7 +130,7 @@ int main(int count, char** arguments) {
                                 return Failure{failure->status, shortcut + ": " + failure->message};
                               });
   if (why) {
-    notify("“" + nameOf(shortcut) + "” cannot be opened", visibleLine(*why));
+    opening->showFailure(*why);
   }
   return status;
 }

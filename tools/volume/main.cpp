@@ -1,5 +1,3 @@
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "LookUp.h"
+#include "base/InternetAddress.h"
 #include "base/PathComponents.h"
 #include "base/Text.h"
 #include "common/CommandLine.h"
@@ -53,11 +52,6 @@ struct Request {
   std::string share;
 };
 
-bool isAddress(const std::string& text) {
-  in_addr address{};
-  return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
-
 bool isShareName(const std::string& text) {
   return !text.empty() && std::ranges::all_of(text, [](char character) {
     return character >= ' ' && character <= '~' && character != '/';
@@ -72,7 +66,7 @@ std::variant<Request, Failure> requestOf(const std::vector<std::string>& argumen
   if (choice == CHOICES.end()) {
     return unwanted("COMMAND", "mount, unmount, where, try or alias", arguments[0]);
   }
-  if (!isAddress(arguments[1])) {
+  if (!isDottedAddress(arguments[1])) {
     return unwanted("SERVER", "an IPv4 address", arguments[1]);
   }
   if (!isShareName(arguments[2])) {

@@ -10,10 +10,10 @@ namespace ravelin::platform {
 ChildResult HelperProgram::run(const std::vector<std::string>& arguments,
                                std::chrono::milliseconds limit,
                                ChildProcesses::Output output) const {
-  return service<ChildProcesses>().run(_located(), arguments, output, limit);
+  return service<ChildProcesses>().run(located(), arguments, output, limit);
 }
 
-std::string HelperProgram::_located() const {
+std::string HelperProgram::located() const {
   std::error_code error;
   const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
   if (error) {

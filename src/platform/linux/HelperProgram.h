@@ -21,9 +21,11 @@ class HelperProgram {
       const std::vector<std::string>& arguments, std::chrono::milliseconds limit,
       ChildProcesses::Output output = ChildProcesses::Output::collected) const;
 
- private:
-  [[nodiscard]] std::string _located() const;
+  /// Where the helper is, or where it would be installed. Raises LaunchException where this program
+  /// does not know its own place.
+  [[nodiscard]] std::string located() const;
 
+ private:
   std::string _name;
 };
 

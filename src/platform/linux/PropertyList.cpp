@@ -8,6 +8,7 @@
 
 #include "base/Text.h"
 #include "platform/FileManager.h"
+#include "platform/PropertyListFault.h"
 #include "platform/Service.h"
 #include "platform/linux/PropertyListShape.h"
 
@@ -113,6 +114,19 @@ std::optional<PropertyListDictionary> dictionaryWithContents(std::string_view co
     return std::nullopt;
   }
   return dictionaryOf(root.get());
+}
+
+Text faultOfPropertyList(std::string_view content) {
+  if (const Text fault = faultOfShape(content)) {
+    return fault;
+  }
+  const Plist root = parse(content);
+  if (root == nullptr) {
+    return "it holds a value that cannot be read";
+  }
+  return plist_get_node_type(root.get()) == PLIST_DICT
+             ? std::nullopt
+             : Text("it is a property list, but there is no dictionary at its top");
 }
 
 }  // namespace ravelin::platform

@@ -16,7 +16,7 @@ constexpr std::string_view BLANKS = " \t\n\r";
 /// without a name that holds all the others.
 class XmlShape {
  public:
-  explicit XmlShape(std::string_view text) : _rest(text) {
+  explicit XmlShape(std::string_view text) : _text(text), _rest(text) {
     constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
     _rest.remove_prefix(_rest.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
   }
@@ -34,6 +34,9 @@ class XmlShape {
     return _open.size() == 1 && _isComplete(_open.back()) ? std::optional(std::move(_plain))
                                                           : std::nullopt;
   }
+
+  /// How far it was read: to the end, or to where it turned out not to be well-formed.
+  [[nodiscard]] std::size_t position() const { return _text.size() - _rest.size(); }
 
  private:
   struct Element {
@@ -147,6 +150,7 @@ class XmlShape {
     return element.name != "dict" || element.children % 2 == 0;
   }
 
+  std::string_view _text;
   std::string_view _rest;
   std::string _plain;
   std::vector<Element> _open{Element{}};
@@ -335,6 +339,34 @@ std::optional<std::string> soundPropertyList(std::string_view content) {
     return XmlShape(content).plain();
   }
   return BinaryShape(content).isSound() ? std::optional(std::string(content)) : std::nullopt;
+}
+
+Text faultOfShape(std::string_view content) {
+  if (content.size() > PROPERTY_LIST_SIZE_LIMIT) {
+    return "it has more than " + std::to_string(PROPERTY_LIST_SIZE_LIMIT) + " bytes";
+  }
+  if (isBinaryPropertyList(content)) {
+    return soundPropertyList(content)
+               ? std::nullopt
+               : Text("it begins as a binary property list, but is damaged or too large");
+  }
+  const std::size_t begin = content.find_first_not_of(std::string("\xEF\xBB\xBF").append(BLANKS));
+  if (begin == std::string_view::npos) {
+    return "it is empty";
+  }
+  if (content[begin] != '<') {
+    return "it is no property list at all";
+  }
+  XmlShape shape(content);
+  if (shape.plain()) {
+    return std::nullopt;
+  }
+  const std::string_view read = content.substr(0, shape.position());
+  if (read.size() == content.size()) {
+    return "it ends before everything in it is closed, or has nothing in it";
+  }
+  return "it is no property list from line " + std::to_string(std::ranges::count(read, '\n') + 1) +
+         " on";
 }
 
 }  // namespace ravelin::platform

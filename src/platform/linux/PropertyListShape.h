@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/Text.h"
+
 namespace ravelin::platform {
 
 /// How many arrays and dictionaries of a property list may lie within one another.
@@ -30,5 +32,9 @@ inline constexpr std::size_t PROPERTY_LIST_TEXT_LIMIT = std::size_t{64} * 1024;
 /// that libplist cannot understand the rest, such as quotes in a declaration, in another way than
 /// it was understood here. The values themselves are not looked at. Any thread.
 [[nodiscard]] std::optional<std::string> soundPropertyList(std::string_view content);
+
+/// Why there is none, in words for people that begin with "it"; null where there is one. Any
+/// thread.
+[[nodiscard]] Text faultOfShape(std::string_view content);
 
 }  // namespace ravelin::platform

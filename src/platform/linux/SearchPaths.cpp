@@ -1,11 +1,13 @@
 #include "platform/SearchPaths.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -163,6 +165,12 @@ std::vector<std::string> absoluteEntries(std::string_view list) {
   return entries;
 }
 
+bool hasSupportFolder(const std::string& folder) {
+  struct stat status{};
+  return ::stat(appended(folder, SUPPORT_FOLDER_NAME).c_str(), &status) == 0 &&
+         S_ISDIR(status.st_mode);
+}
+
 std::vector<std::string> machineWideFolders() {
   const char* const listed = std::getenv("XDG_DATA_DIRS");
   std::vector<std::string> folders = absoluteEntries(listed != nullptr ? listed : "");
@@ -171,6 +179,12 @@ std::vector<std::string> machineWideFolders() {
   }
   const std::size_t local = std::erase(folders, LOCAL_DATA_DIR);
   folders.insert(folders.begin(), local, std::string(LOCAL_DATA_DIR));
+  // What a package has put into a folder further down counts until the administrator makes a folder
+  // of the same name before it.
+  const auto inUse = std::ranges::find_if(folders, hasSupportFolder);
+  if (inUse != folders.end()) {
+    std::rotate(folders.begin(), inUse, std::next(inUse));
+  }
   return folders;
 }
 

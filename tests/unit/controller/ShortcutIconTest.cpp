@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/Service.h"
 #include "platform/Workspace.h"
@@ -28,8 +29,13 @@ class RefusingWorkspace final : public platform::Workspace {
     return false;
   }
 
+  void forgetIcon(const std::string& ofFile, const Text& beneath) override {
+    forgotten.push_back(ofFile + " beneath " + textOrNull(beneath));
+  }
+
   bool raises = false;
   int timesAsked = 0;
+  std::vector<std::string> forgotten;
 };
 
 class ShortcutIcon : public testing::Test {
@@ -72,6 +78,18 @@ TEST_F(ShortcutIcon, BothFoldersAreTriedForIcoBeforeIcns) {
   EXPECT_EQ(chosen(), userIco);
   Pictures::write(machineIco, Pictures::ico());
   EXPECT_EQ(chosen(), machineIco);
+}
+
+TEST_F(ShortcutIcon, WithoutAPictureAnEarlierOneIsForgotten) {
+  RefusingWorkspace workspace;
+  const platform::Substitute<platform::Workspace> substitute(workspace);
+  mountAndCaptureLog("One");
+  EXPECT_EQ(workspace.forgotten,
+            std::vector{home.desktop() + "/One.app beneath " + home.desktop()});
+  Pictures::write(userIco, Pictures::ico());
+  mountAndCaptureLog("Other");
+  EXPECT_EQ(workspace.forgotten.size(), 1U);
+  EXPECT_EQ(workspace.timesAsked, 1);
 }
 
 TEST_F(ShortcutIcon, AFileThatIsNoReadableImageIsSkipped) {

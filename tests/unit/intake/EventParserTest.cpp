@@ -127,6 +127,29 @@ TEST_F(EventParserTest, TheLaterOfTwoValuesCounts) {
   EXPECT_EQ(parsed("label:one;label:"), (Texts{.label = ""}));
 }
 
+TEST_F(EventParserTest, ReadingSaysWhatBecameOfTheTextAndLogsNothing) {
+  using Outcome = EventParser::Outcome;
+  const auto read = [](std::string_view message, Disk& disk) {
+    return EventParser::read(bytesOf(message), disk);
+  };
+  Disk whole;
+  EXPECT_EQ(read(EXAMPLE, whole).outcome, Outcome::read);
+  EXPECT_EQ(textsOf(whole), EXAMPLE_TEXTS);
+  Disk odd;
+  const auto reading = read("mac:m;uuid:u;Label:l;label:k", odd);
+  EXPECT_EQ(reading.outcome, Outcome::unknownKey);
+  EXPECT_EQ(reading.unknownKey, "Label");
+  EXPECT_EQ(textsOf(odd), (Texts{.mac = "m", .uuid = "u"}));
+  Disk nameless;
+  const auto empty = read(":", nameless);
+  EXPECT_EQ(empty.outcome, Outcome::unknownKey);
+  EXPECT_EQ(empty.unknownKey, "");
+  Disk wide;
+  EXPECT_EQ(read("mac:m;odd:\x80", wide).outcome, Outcome::notAscii);
+  EXPECT_EQ(textsOf(wide), Texts());
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(EventParserTest, AnUnknownKeyUndoesTheWholeMessage) {
   for (const char* item : {" label:x", "label :x", "Label:x", "LABEL:x", ":x", ":",
                            "::", "events:x", "even:x", "\nmac:x", "size:5", "label\n:x"}) {

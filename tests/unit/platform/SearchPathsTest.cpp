@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -109,7 +110,12 @@ TEST_F(SearchPathsTest, AUserWithoutAnyHomeHasNoFolders) {
 }
 
 TEST_F(SearchPathsTest, MachineWideSupportIsTheLocalFolderByDefault) {
-  const Paths byDefault{"/usr/local/share", "/usr/share"};
+  Paths byDefault{"/usr/local/share", "/usr/share"};
+  // Where an agent is installed that no administrator has configured.
+  if (!fs::is_directory("/usr/local/share/RavelinDisk") &&
+      fs::is_directory("/usr/share/RavelinDisk")) {
+    std::ranges::reverse(byDefault);
+  }
   EXPECT_EQ(localSupport(), byDefault);
   set("XDG_DATA_DIRS", "");
   EXPECT_EQ(localSupport(), byDefault);
@@ -118,13 +124,36 @@ TEST_F(SearchPathsTest, MachineWideSupportIsTheLocalFolderByDefault) {
 }
 
 TEST_F(SearchPathsTest, MachineWideSupportIsTheFirstFolderListed) {
-  set("XDG_DATA_DIRS", "/opt/share/:relative::/usr/share");
-  EXPECT_EQ(localSupport(), (Paths{"/opt/share", "/usr/share"}));
+  set("XDG_DATA_DIRS", _home + "/one/:relative::" + _home + "/other");
+  EXPECT_EQ(localSupport(), (Paths{_home + "/one", _home + "/other"}));
+}
+
+TEST_F(SearchPathsTest, MachineWideSupportIsTheFirstFolderThatHasTheAgents) {
+  const std::string one = _home + "/one";
+  const std::string other = _home + "/other";
+  const std::string third = _home + "/third";
+  set("XDG_DATA_DIRS", one + ":" + other + "/:" + third);
+  fs::create_directories(third + "/RavelinDisk");
+  EXPECT_EQ(localSupport(), (Paths{third, one, other}));
+  fs::create_directories(other + "/RavelinDisk");
+  EXPECT_EQ(localSupport(), (Paths{other, one, third}));
+  fs::create_directory(one);
+  EXPECT_EQ(localSupport(), (Paths{other, one, third}));
+  fs::create_directory_symlink(third + "/RavelinDisk", one + "/RavelinDisk");
+  EXPECT_EQ(localSupport(), (Paths{one, other, third}));
+}
+
+TEST_F(SearchPathsTest, AFileIsNotTheAgentsFolder) {
+  fs::create_directories(_home + "/one");
+  fs::create_directories(_home + "/other/RavelinDisk");
+  std::ofstream(_home + "/one/RavelinDisk") << "";
+  set("XDG_DATA_DIRS", _home + "/one:" + _home + "/other");
+  EXPECT_EQ(localSupport(), (Paths{_home + "/other", _home + "/one"}));
 }
 
 TEST_F(SearchPathsTest, TheLocalFolderComesFirstWhereverItIsListed) {
-  set("XDG_DATA_DIRS", "/usr/share/gnome:/usr/local/share/:/usr/share");
-  EXPECT_EQ(localSupport(), (Paths{"/usr/local/share", "/usr/share/gnome", "/usr/share"}));
+  set("XDG_DATA_DIRS", _home + "/gnome:/usr/local/share/:" + _home + "/share");
+  EXPECT_EQ(localSupport(), (Paths{"/usr/local/share", _home + "/gnome", _home + "/share"}));
 }
 
 TEST_F(SearchPathsTest, ThereIsNoMachineWideDesktop) {

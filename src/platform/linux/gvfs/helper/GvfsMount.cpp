@@ -2,16 +2,14 @@
 
 #include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
-#include <clocale>
-#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "platform/linux/gvfs/PathUsers.h"
+#include "platform/linux/gvfs/gio/MountTrouble.h"
 
 namespace ravelin::volumes {
 
@@ -33,49 +31,17 @@ constexpr std::chrono::minutes LATE_LIMIT{30};
 constexpr int BUSY_ATTEMPTS = 50;
 constexpr guint BUSY_INTERVAL = 100;  // milliseconds
 
-struct Meaning {
-  int error;
-  Situation situation;
-};
-
-// GVfs passes on the text of the system's error in the session's language, and nothing else.
-constexpr std::array MEANINGS{
-    Meaning{ENOENT, Situation::noSuchShare},    Meaning{ENODEV, Situation::noSuchShare},
-    Meaning{EACCES, Situation::notPermitted},   Meaning{EPERM, Situation::notPermitted},
-    Meaning{ECONNREFUSED, Situation::noServer}, Meaning{EHOSTUNREACH, Situation::noServer},
-    Meaning{ENETUNREACH, Situation::noServer},  Meaning{EHOSTDOWN, Situation::noServer},
-    Meaning{ENETDOWN, Situation::noServer},     Meaning{ETIMEDOUT, Situation::noServer},
-    Meaning{ECONNRESET, Situation::noServer},   Meaning{ECONNABORTED, Situation::noServer},
-};
-
-class Locale {
- public:
-  explicit Locale(const char* name) : _locale(::newlocale(LC_ALL_MASK, name, nullptr)) {}
-  ~Locale() {
-    if (_locale != nullptr) {
-      ::freelocale(_locale);
-    }
-  }
-  Locale(const Locale&) = delete;
-  Locale& operator=(const Locale&) = delete;
-
-  [[nodiscard]] std::string_view textOf(int error) const {
-    return _locale != nullptr ? ::strerror_l(error, _locale) : "";
-  }
-
- private:
-  locale_t _locale;
-};
-
 Situation situationBehind(std::string_view message) {
-  for (const char* name : {"", "C"}) {
-    const Locale locale(name);
-    for (const Meaning& meaning : MEANINGS) {
-      const std::string_view text = locale.textOf(meaning.error);
-      if (!text.empty() && message.ends_with(text)) {
-        return meaning.situation;
-      }
-    }
+  switch (gvfs::mountTroubleBehind(message)) {
+    case gvfs::MountTrouble::noSuchShare:
+      return Situation::noSuchShare;
+    case gvfs::MountTrouble::notPermitted:
+      return Situation::notPermitted;
+    case gvfs::MountTrouble::refused:
+    case gvfs::MountTrouble::noAnswer:
+      return Situation::noServer;
+    case gvfs::MountTrouble::unknown:
+      break;
   }
   return Situation::failed;
 }

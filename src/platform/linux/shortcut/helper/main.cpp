@@ -1,6 +1,7 @@
 // The agent's short-lived helper for shortcuts: "check FILE" tells by its exit status whether there
 // is a readable picture in the file, "set FILE PICTURE" has file managers show the file with it,
-// "trash FILE DEVICE INODE" moves what has these numbers to the user's trash.
+// "unset FILE" has them show it without one of the agent's pictures, "trash FILE DEVICE INODE"
+// moves what has these numbers to the user's trash.
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gio/gio.h>
@@ -14,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/SearchPaths.h"
 #include "platform/linux/GioTypes.h"
 
 namespace {
@@ -51,13 +53,42 @@ bool isPicture(const char* path) {
   return report(error) && picture != nullptr;
 }
 
+constexpr const char* ICON = "metadata::custom-icon";
+
 bool setIcon(const char* path, const char* picture) {
   const Owned<GFile> file(g_file_new_for_path(path));
   const Owned<GFile> pictureFile(g_file_new_for_path(picture));
   const String uri(g_file_get_uri(pictureFile.get()));
   GError* error = nullptr;
-  g_file_set_attribute_string(file.get(), "metadata::custom-icon", uri.get(),
-                              G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS, nullptr, &error);
+  g_file_set_attribute_string(file.get(), ICON, uri.get(), G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS,
+                              nullptr, &error);
+  return report(error);
+}
+
+/// An icon that the user has chosen stays.
+bool unsetIcon(const char* path) {
+  const Owned<GFile> file(g_file_new_for_path(path));
+  GError* error = nullptr;
+  const Owned<GFileInfo> info(
+      g_file_query_info(file.get(), ICON, G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS, nullptr, &error));
+  if (!report(error)) {
+    return false;
+  }
+  const char* const uri = g_file_info_get_attribute_string(info.get(), ICON);
+  if (uri == nullptr) {
+    return true;
+  }
+  const Owned<GFile> picture(g_file_new_for_uri(uri));
+  const Owned<GFile> folder(g_file_get_parent(picture.get()));
+  const String name(g_file_get_basename(picture.get()));
+  const String folderName(folder != nullptr ? g_file_get_basename(folder.get()) : nullptr);
+  const std::string_view base = name != nullptr ? name.get() : "";
+  if ((base != "icon.ico" && base != "icon.icns") || folderName == nullptr ||
+      folderName.get() != platform::SUPPORT_FOLDER_NAME) {
+    return true;
+  }
+  g_file_set_attribute(file.get(), ICON, G_FILE_ATTRIBUTE_TYPE_INVALID, nullptr,
+                       G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS, nullptr, &error);
   return report(error);
 }
 
@@ -86,10 +117,13 @@ int main(int count, char** arguments) {
   if (command == "set" && count == 4) {
     return setIcon(arguments[2], arguments[3]) ? EXIT_SUCCESS : EXIT_FAILURE;
   }
+  if (command == "unset" && count == 3) {
+    return unsetIcon(arguments[2]) ? EXIT_SUCCESS : EXIT_FAILURE;
+  }
   if (command == "trash" && count == 5) {
     return moveToTrash(arguments[2], arguments[3], arguments[4]) ? EXIT_SUCCESS : EXIT_FAILURE;
   }
-  std::cerr << "usage: ravelin-disk-shortcut-helper check FILE | set FILE PICTURE |\n"
+  std::cerr << "usage: ravelin-disk-shortcut-helper check FILE | set FILE PICTURE | unset FILE |\n"
                "       trash FILE DEVICE INODE\n";
   return 2;
 }
