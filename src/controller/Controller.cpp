@@ -149,7 +149,6 @@ void Controller::server(Server& /*server*/, std::span<const std::byte> receivedD
     return;
   }
   const DiskPtr event = EventParser::parse(receivedData);
-  _haveSuppressedLinesTold();
   if (!_isDiskValid(event.get())) {
     return;
   }
@@ -181,12 +180,8 @@ void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
   // Taken before the timer starts, so that the timer always finds its check due or already made.
   _nextCheck = std::chrono::steady_clock::now() + LIVENESS_INTERVAL;
   _diskEventHandlerTimer.start(
-      runLoop, RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL),
-      [this] {
-        _processNextDiskEvent();
-        Logger::tellSuppressed();
-      },
-      [this] { return waitingEvents() > 0 || Logger::hasSuppressed(); });
+      runLoop, RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL), [this] { _processNextDiskEvent(); },
+      [this] { return waitingEvents() > 0; });
   _diskUpdateTimeCheckerTimer.start(
       runLoop, RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
       [this] { _checkUpdateTimesWhenDue(); },
@@ -344,7 +339,6 @@ void Controller::unmountAll() {
       _deleteAliasAtPath(path);
     }
   }
-  _haveSuppressedLinesTold();
 }
 
 void Controller::_deleteAliasAtPath(const std::string& path) {
@@ -431,13 +425,6 @@ void Controller::_checkUpdateTimesWhenDue() {
     }
   }
   _checkUpdateTimesAndUnmountDisksIfNecessary();
-  _haveSuppressedLinesTold();
-}
-
-void Controller::_haveSuppressedLinesTold() {
-  if (Logger::hasSuppressed()) {
-    _diskEventHandlerTimer.wake();
-  }
 }
 
 void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {

@@ -112,9 +112,6 @@ class Controller : public ServerDelegate {
  private:
   using Time = std::chrono::steady_clock::time_point;
 
-  /// Has the handler thread report what the log has suppressed. Any thread.
-  void _haveSuppressedLinesTold();
-
   /// Never held across a hand-over, a script or a file operation.
   mutable Mutex _mutex;
   MountedDisks _mountedDisks GUARDED_BY(_mutex);

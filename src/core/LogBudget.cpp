@@ -7,7 +7,22 @@
 namespace ravelin {
 
 bool LogBudget::reserve(Clock::time_point now) {
-  const LockGuard lock(_mutex);
+  bool isFirst = false;
+  {
+    const LockGuard lock(_mutex);
+    if (_take(now)) {
+      return true;
+    }
+    isFirst = _suppressed++ == 0;
+    _lastSuppressed = now;
+  }
+  if (isFirst && _firstIsSuppressed) {
+    _firstIsSuppressed();
+  }
+  return false;
+}
+
+bool LogBudget::_take(Clock::time_point now) {
   // Whole milliseconds, so that what is left of one counts the next time.
   constexpr std::chrono::milliseconds FULL{AT_ONCE * 1000 / A_SECOND};
   const auto passed = std::chrono::floor<std::chrono::milliseconds>(
@@ -21,8 +36,6 @@ bool LogBudget::reserve(Clock::time_point now) {
     _refilled += passed;
   }
   if (_available < LOG_LINE_LIMIT) {
-    ++_suppressed;
-    _lastSuppressed = now;
     return false;
   }
   _available -= LOG_LINE_LIMIT;

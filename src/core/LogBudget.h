@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 #include "base/ThreadSafety.h"
 
@@ -22,9 +24,14 @@ class LogBudget {
   /// Suppressing counts as ended when no line has been suppressed for this long.
   static constexpr std::chrono::seconds QUIET{1};
 
+  /// From now on the action is called, on the thread of `reserve`, when a line is suppressed and
+  /// there are none before it that have not been reported.
+  explicit LogBudget(std::function<void()> firstIsSuppressed = nullptr)
+      : _firstIsSuppressed(std::move(firstIsSuppressed)) {}
+
   /// Takes the bytes of the longest line; if there are too few, returns false and counts a
   /// suppressed line. `now` may be a little earlier than another thread's.
-  bool reserve(Clock::time_point now);
+  bool reserve(Clock::time_point now) EXCLUDES(_mutex);
 
   /// Gives back, after `reserve`, what the line has not used.
   void settle(std::size_t used);
@@ -41,6 +48,9 @@ class LogBudget {
   std::uint64_t takeSuppressed();
 
  private:
+  bool _take(Clock::time_point now) REQUIRES(_mutex);
+
+  const std::function<void()> _firstIsSuppressed;
   Mutex _mutex;
   std::size_t _available GUARDED_BY(_mutex) = AT_ONCE;
   Clock::time_point _refilled GUARDED_BY(_mutex);

@@ -1,10 +1,12 @@
 #include "core/Logger.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "core/LogBudget.h"
 #include "platform/ConsoleLog.h"
+#include "platform/RunLoop.h"
 #include "platform/Service.h"
 #include "platform/SystemLog.h"
 
@@ -12,11 +14,28 @@ namespace ravelin {
 
 namespace {
 
+using platform::RunLoop;
 using platform::SystemLog;
 
+void reportWhenEnded();
+
 LogBudget& peerBudget() {
-  static auto& budget = *new LogBudget;
+  static auto& budget = *new LogBudget([] { RunLoop::main().perform(reportWhenEnded); });
   return budget;
+}
+
+/// Main thread.
+void reportWhenEnded() {
+  constexpr RunLoop::Seconds INTERVAL{0.5};
+  static auto& timer = *new std::unique_ptr<RunLoop::Timer>;
+  if (timer == nullptr) {
+    timer = RunLoop::main().scheduleTimer(INTERVAL, [] {
+      Logger::tellSuppressed();
+      if (!peerBudget().hasSuppressed()) {
+        timer.reset();
+      }
+    });
+  }
 }
 
 /// The log service under the agent's identity, opened at the first line.
@@ -77,8 +96,6 @@ void Logger::logPeerMessage(std::string_view message, std::int32_t logType) {
 void Logger::consolePeerMessage(std::string_view text) {
   writeWithinBudget([text] { return platform::consoleLog(text); });
 }
-
-bool Logger::hasSuppressed() { return peerBudget().hasSuppressed(); }
 
 void Logger::tellSuppressed() { tell(peerBudget().takeEnded(LogBudget::Clock::now())); }
 

@@ -22,11 +22,9 @@ class Logger {
   /// Writes the text, which is data, to the platform's console log, within the same budget.
   static void consolePeerMessage(std::string_view text);
 
-  /// Whether lines have been suppressed that nothing has reported yet. Costs next to nothing.
-  static bool hasSuppressed();
-
-  /// Reports in one line how many lines have been suppressed, once that has ended. To be called
-  /// regularly while there are any: the next line, which would report them too, may never come.
+  /// Reports in one line how many lines have been suppressed, once that has ended. While there are
+  /// any, the main thread's loop calls this twice a second: the next line, which would report them
+  /// too, may never come.
   static void tellSuppressed();
 };
 
