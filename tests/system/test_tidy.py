@@ -1,6 +1,7 @@
 """ravelin-disk-tidy, on what agents leave that were killed."""
 
 import os
+import shutil
 import signal
 import subprocess
 
@@ -17,13 +18,15 @@ def _root(needs_root):
     needs_root("process numbers of their own")
 
 
-def tidy(home, *options, sees_agents=False, wrapper=()):
-    """Its status, what it printed, and what it said on standard error. It does not see the agents of
-    other tests, unless it sees all."""
+def tidy(home, *options, sees_agents=False, user=0):
+    """Its status, what it printed, and what it said on standard error, run by the user. It does not see
+    the agents of other tests, unless it sees all."""
     alone = () if sees_agents else ("unshare", "--pid", "--fork", "--mount-proc", "--kill-child")
     environment = {"PATH": os.environ["PATH"], "HOME": str(home.path), "LC_ALL": "C.UTF-8"}
-    result = subprocess.run([*wrapper, *alone, BIN / "ravelin-disk-tidy", *options], env=environment,
-                            capture_output=True, text=True, timeout=PATIENCE, check=False)
+    program = shutil.copy(BIN / "ravelin-disk-tidy", home.base)
+    result = subprocess.run(
+        [*alone, "setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", program, *options],
+        env=environment, capture_output=True, text=True, timeout=PATIENCE, check=False)
     return result.returncode, result.stdout, result.stderr.removeprefix("ravelin-disk-tidy: ")
 
 
@@ -76,6 +79,7 @@ def test_an_agent_of_another_user_and_a_dead_one_do_not_count(home):
         done
         {BIN}/ravelin-disk-tidy; echo $?
         kill -KILL $own
+        while grep -qs '^State:.[RSD]' /proc/$own/status; do sleep 0.01; done
         {BIN}/ravelin-disk-tidy; echo $?
         kill $other
         exit 0
@@ -148,14 +152,13 @@ def test_what_cannot_be_looked_at_is_told_and_the_rest_is_done(home):
     home.give_to(65534)
     home.base.chmod(0o755)
     secret.chmod(0)
-    as_user = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--inh-caps=-all")
-    assert tidy(home, wrapper=as_user, sees_agents=True) == (
+    assert tidy(home, user=65534) == (
         1, "removed: Left.app\n", f"{secret}/: Permission denied\n")
     home.desktop.chmod(0o500)
     secret.chmod(0o700)
     (home.desktop / "Second.app").write_text(MARK)
     os.chown(home.desktop / "Second.app", 65534, 65534)
-    assert tidy(home, wrapper=as_user, sees_agents=True) == (
+    assert tidy(home, user=65534) == (
         1, "removed: secret/Left.app\n", f"{home.desktop}/Second.app: Permission denied\n")
 
 
