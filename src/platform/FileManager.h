@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Text.h"
 #include "platform/Service.h"
@@ -22,6 +23,18 @@ struct FileContents {
 
   /// Whether there is nothing at the path, as far as the system can tell.
   [[nodiscard]] bool isAbsent() const { return !text && !error; }
+};
+
+/// What a look for shortcuts beneath a folder has come to. Names are paths from that folder on.
+struct ShortcutListing {
+  /// Where it has been stopped, and why: a folder with a slash at its end, or empty for the first.
+  struct Failure {
+    std::string name;
+    FileError error;
+  };
+
+  std::vector<std::string> names;
+  std::vector<Failure> failures;
 };
 
 /// The file system. Paths are absolute; one that holds a NUL names nothing, and every operation on
@@ -72,9 +85,14 @@ class FileManager {
   virtual std::optional<FileError> makeWayAtPath(const std::string& path, const Text& beneath) = 0;
 
   /// Removes the shortcut at the path, with its content where it is a folder, in which no link is
-  /// followed. Null on success, an error also when there is none.
+  /// followed, or what is left of one. Null on success, an error also when there is none.
   virtual std::optional<FileError> removeShortcutAtPath(const std::string& path,
                                                         const Text& beneath) = 0;
+
+  /// The shortcuts beneath the folder, and what an agent that was killed has left of some: looked
+  /// for in that folder and in those in it, so far down as is reasonable. A folder that is not
+  /// there has none.
+  virtual ShortcutListing shortcutsBeneath(const std::string& folder) = 0;
 
   /// Makes a shortcut that is a file with the content (mode 0644), or replaces the shortcut that is
   /// there, wholly or not at all: it is written under a temporary name beside it, then renamed.

@@ -9,8 +9,8 @@ import pytest
 from agent import BIN, HELPER, icon, wait_until
 
 PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-open",
-            "ravelin-disk-volume"]
-HELPERS = [HELPER, "ravelin-disk-volumes-helper"]
+            "ravelin-disk-tidy", "ravelin-disk-volume"]
+HELPERS = ["ravelin-disk-autostart", HELPER, "ravelin-disk-volumes-helper"]
 
 
 @pytest.fixture(name="prefix", scope="module")

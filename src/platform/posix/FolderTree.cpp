@@ -1,15 +1,13 @@
 #include "platform/posix/FolderTree.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
-#include <string_view>
 #include <vector>
 
+#include "platform/posix/FolderListing.h"
 #include "platform/posix/StepwiseAccess.h"
 
 namespace ravelin::platform {
@@ -18,32 +16,6 @@ namespace {
 
 /// Deeper than any folder tree that is meant seriously; each level takes a descriptor.
 constexpr int DEPTH_LIMIT = 64;
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
-
-/// The names in the folder; 0 or the error number.
-int listFolder(const Descriptor& folder, std::vector<std::string>& names) {
-  Descriptor own(::openat(folder.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const std::unique_ptr<DIR, CloseFolder> opened(own.isOpen() ? ::fdopendir(own.number())
-                                                              : nullptr);
-  if (opened == nullptr) {
-    return errno;
-  }
-  own.release();  // belongs to the listing now
-  for (;;) {
-    errno = 0;
-    const dirent* const entry = ::readdir(opened.get());
-    if (entry == nullptr) {
-      return errno;
-    }
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") {
-      names.emplace_back(name);
-    }
-  }
-}
 
 int removeItem(int folder, const std::string& name, int depth);
 
@@ -55,10 +27,10 @@ int emptyFolder(int folder, const std::string& name, int depth) {
   if (!inside.isOpen()) {
     return errno;
   }
-  std::vector<std::string> names;
-  int error = listFolder(inside, names);
-  for (auto item = names.begin(); error == 0 && item != names.end(); ++item) {
-    error = removeItem(inside.number(), *item, depth - 1);
+  std::vector<FolderEntry> entries;
+  int error = listFolder(inside.number(), entries);
+  for (auto entry = entries.begin(); error == 0 && entry != entries.end(); ++entry) {
+    error = removeItem(inside.number(), entry->name, depth - 1);
   }
   return error;
 }

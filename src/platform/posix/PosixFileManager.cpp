@@ -10,6 +10,7 @@
 
 #include "platform/posix/Descriptor.h"
 #include "platform/posix/FileErrors.h"
+#include "platform/posix/ShortcutSearch.h"
 #include "platform/posix/TemporaryFile.h"
 
 namespace ravelin::platform {
@@ -162,6 +163,10 @@ std::optional<FileError> PosixFileManager::removeShortcutAtPath(const std::strin
                                                                 const Text& beneath) {
   const Place place = _resolver.resolve(path, beneath);
   return place.error != 0 ? fileError(place.error) : _shortcuts.remove(place);
+}
+
+ShortcutListing PosixFileManager::shortcutsBeneath(const std::string& folder) {
+  return ShortcutSearch(_access, _shortcuts).beneath(folder);
 }
 
 std::optional<FileError> PosixFileManager::writeShortcutAtPath(const std::string& path,

@@ -25,6 +25,7 @@ class PosixFileManager final : public FileManager {
   std::optional<FileError> makeWayAtPath(const std::string& path, const Text& beneath) override;
   std::optional<FileError> removeShortcutAtPath(const std::string& path,
                                                 const Text& beneath) override;
+  ShortcutListing shortcutsBeneath(const std::string& folder) override;
   std::optional<FileError> writeShortcutAtPath(const std::string& path, const Text& beneath,
                                                std::string_view content) override;
 

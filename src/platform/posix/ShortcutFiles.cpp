@@ -23,11 +23,16 @@ bool ShortcutFiles::exists(const Place& place) const {
   return error == 0 || error == EXDEV;
 }
 
+bool ShortcutFiles::isShortcut(int folder, const std::string& name) const {
+  return _lookAt(folder, name, _acceptedUnder(name)).kind == Kind::shortcut;
+}
+
 std::optional<FileError> ShortcutFiles::remove(const Place& place) {
+  const Accept accept = _acceptedUnder(place.name);
   // Before the look: what another thread has just taken aside would not be seen.
   const LockGuard lock(_removal);
-  const Item item = _lookAt(place.folder.number(), place.name);
-  return item.kind == Kind::shortcut ? _removeShortcutLocked(place) : item.error;
+  const Item item = _lookAt(place.folder.number(), place.name, accept);
+  return item.kind == Kind::shortcut ? _removeShortcutLocked(place, accept) : item.error;
 }
 
 std::optional<FileError> ShortcutFiles::makeWay(const Place& place) {
@@ -93,7 +98,15 @@ std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_vi
   return fileError(EBUSY);
 }
 
-ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name) const {
+/// An empty file under the name of a new one is a shortcut whose content was still to come. Under
+/// other names, and where it has been taken aside, it may be the user's.
+ShortcutFiles::Accept ShortcutFiles::_acceptedUnder(const std::string& name) {
+  return TemporaryFile::isFreshName(name, TemporaryFile::Purpose::content) ? Accept::remainsToo
+                                                                           : Accept::shortcuts;
+}
+
+ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name,
+                                           Accept accept) const {
   FoundItem found = _access.find(folder, name);
   if (found.error != 0) {
     const int error = found.error;
@@ -101,7 +114,10 @@ ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name) 
             .found = std::move(found),
             .error = fileError(error)};
   }
-  if (_native.isShortcut(folder, name, found)) {
+  // Content is written at once, or not at all.
+  const bool isHalfMade =
+      accept == Accept::remainsToo && S_ISREG(found.status.st_mode) && found.status.st_size == 0;
+  if (isHalfMade || _native.isShortcut(folder, name, found)) {
     return {.kind = Kind::shortcut, .found = std::move(found), .error = {}};
   }
   const bool isFolder = S_ISDIR(found.status.st_mode);
@@ -145,18 +161,18 @@ std::optional<FileError> ShortcutFiles::_removeShortcut(const Place& place) {
 /// Nothing tells the system to remove a file only if it is a certain one. So the file is taken
 /// aside, where nobody else finds it, looked at, and only then removed. Should the process be
 /// killed in between, a hidden file is left.
-std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place) {
+std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place, Accept accept) {
   const int folder = place.folder.number();
   std::string taken;
   do {
-    taken = TemporaryFile::freshName();
+    taken = TemporaryFile::freshName(TemporaryFile::Purpose::removal);
   } while (_access.find(folder, taken).error == 0);
   if (::renameat(folder, place.name.c_str(), folder, taken.c_str()) != 0) {
     const int refusal = errno;
     const int error = isFull(refusal) ? _native.remove(folder, place.name) : refusal;
     return error == 0 ? std::nullopt : std::optional(fileError(error));
   }
-  const Item item = _lookAt(folder, taken);
+  const Item item = _lookAt(folder, taken, accept);
   const int failure = item.kind == Kind::shortcut ? _native.remove(folder, taken) : 0;
   if (item.kind == Kind::shortcut && failure == 0) {
     return std::nullopt;

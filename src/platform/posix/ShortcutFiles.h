@@ -25,7 +25,11 @@ class ShortcutFiles {
   /// Whether there is something at the place, also something mounted.
   [[nodiscard]] bool exists(const Place& place) const;
 
-  /// Removes the shortcut at the place. Null on success.
+  /// Whether it is a shortcut that has this name in the folder, or what an agent that was killed
+  /// has left of one: a file of a name that only such files have.
+  [[nodiscard]] bool isShortcut(int folder, const std::string& name) const;
+
+  /// Removes the shortcut at the place, or what is left of one. Null on success.
   std::optional<FileError> remove(const Place& place);
 
   /// Removes what is at the place: a shortcut for good, anything else to the user's trash. Null
@@ -44,11 +48,17 @@ class ShortcutFiles {
     FileError error;  ///< why it cannot be removed, where it is no shortcut
   };
 
-  [[nodiscard]] Item _lookAt(int folder, const std::string& name) const;
+  enum class Accept { shortcuts, remainsToo };
+
+  [[nodiscard]] static Accept _acceptedUnder(const std::string& name);
+  [[nodiscard]] Item _lookAt(int folder, const std::string& name,
+                             Accept accept = Accept::shortcuts) const;
   [[nodiscard]] int _moveIfFree(int folder, const std::string& from, const std::string& to) const;
   void _putBack(int folder, const std::string& from, const std::string& to) const;
   std::optional<FileError> _removeShortcut(const Place& place) EXCLUDES(_removal);
-  std::optional<FileError> _removeShortcutLocked(const Place& place) REQUIRES(_removal);
+  std::optional<FileError> _removeShortcutLocked(const Place& place,
+                                                 Accept accept = Accept::shortcuts)
+      REQUIRES(_removal);
 
   const FolderAccess& _access;
   NativeShortcuts& _native;

@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 
 #include "platform/posix/Descriptor.h"
 
@@ -14,6 +16,14 @@ namespace ravelin::platform {
 namespace {
 
 constexpr mode_t FILE_MODE = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+
+std::string_view beginningOf(TemporaryFile::Purpose purpose) {
+  return purpose == TemporaryFile::Purpose::content ? ".ravelin-disk-" : ".ravelin-disk-removal-";
+}
+
+bool isNumber(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
 
 bool writeWholly(int file, std::string_view content) {
   while (!content.empty()) {
@@ -32,7 +42,7 @@ TemporaryFile::TemporaryFile(int folder, std::string_view content, Mode mode) : 
   constexpr int ATTEMPTS = 100;
   Descriptor file;
   for (int attempt = 0; attempt < ATTEMPTS && !file.isOpen(); ++attempt) {
-    _name = freshName();
+    _name = freshName(Purpose::content);
     file = Descriptor(::openat(folder, _name.c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, FILE_MODE));
     // The name is taken by a file that an earlier process with this number left: try the next.
@@ -64,9 +74,23 @@ int TemporaryFile::replace(const std::string& name) {
   return 0;
 }
 
-std::string TemporaryFile::freshName() {
+std::string TemporaryFile::freshName(Purpose purpose) {
   static std::atomic<unsigned long> counter{0};
-  return ".ravelin-disk-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+  return std::string(beginningOf(purpose))
+      .append(std::to_string(::getpid()))
+      .append("-")
+      .append(std::to_string(counter++));
+}
+
+bool TemporaryFile::isFreshName(std::string_view name, Purpose purpose) {
+  const std::string_view beginning = beginningOf(purpose);
+  if (!name.starts_with(beginning)) {
+    return false;
+  }
+  name.remove_prefix(beginning.size());
+  const std::size_t hyphen = std::min(name.find('-'), name.size());
+  return isNumber(name.substr(0, hyphen)) &&
+         isNumber(name.substr(std::min(hyphen + 1, name.size())));
 }
 
 }  // namespace ravelin::platform

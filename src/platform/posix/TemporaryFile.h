@@ -11,6 +11,12 @@ class TemporaryFile {
  public:
   enum class Mode { exact, lessUmask };
 
+  /// What has a name that nobody else uses.
+  enum class Purpose {
+    content,  ///< a file of this class
+    removal   ///< what somebody takes aside to look whether it may be removed
+  };
+
   /// Writes the file (mode 0644, or that less the user's mask) into the folder, whose descriptor
   /// must outlive this object.
   TemporaryFile(int folder, std::string_view content, Mode mode);
@@ -30,7 +36,13 @@ class TemporaryFile {
   void release() { _name.clear(); }
 
   /// A name that nobody else uses, hidden and never the same again in this process.
-  [[nodiscard]] static std::string freshName();
+  [[nodiscard]] static std::string freshName(Purpose purpose);
+
+  /// Whether this is such a name, of whatever process.
+  [[nodiscard]] static bool isFreshName(std::string_view name, Purpose purpose);
+  [[nodiscard]] static bool isFreshName(std::string_view name) {
+    return isFreshName(name, Purpose::content) || isFreshName(name, Purpose::removal);
+  }
 
  private:
   int _folder;
