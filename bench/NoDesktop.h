@@ -41,6 +41,9 @@ class NoDesktop {
                                                             const Text& /*beneath*/) override {
       return std::nullopt;
     }
+    platform::ShortcutListing shortcutsBeneath(const std::string& /*folder*/) override {
+      return {};
+    }
     std::optional<platform::FileError> writeShortcutAtPath(const std::string& /*path*/,
                                                            const Text& /*beneath*/,
                                                            std::string_view /*content*/) override {

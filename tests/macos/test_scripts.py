@@ -324,16 +324,6 @@ def test_nothing_is_done_as_root(mac, script):
     assert mac.calls("brew") == mac.calls("cmake") == []
 
 
-@pytest.mark.parametrize("script, instead", [
-    ("install", "cmake --install build/release"), ("uninstall", "install_manifest.txt")])
-def test_linux_is_told_what_to_do_instead(mac, script, instead):
-    executable(mac.bin / "uname", "#!/bin/sh\necho Linux\n")
-    text = mac.run(script, status=1)
-    assert text.startswith(f"script/{script}: this is for macOS; on Linux, ")
-    assert instead in text and text.count("\n") == 1
-    assert files(mac.home) == []
-
-
 @pytest.mark.parametrize("script", ["install", "uninstall"])
 def test_options_are_refused(mac, script):
     assert mac.run(script, "--help", status=2) == f"usage: script/{script}\n"
