@@ -1,13 +1,17 @@
 """A screen of its own for a session, with windows that can be looked at and clicked."""
 
 import contextlib
+import pathlib
 import re
-import time
+import sys
 
 import gi
 
 gi.require_version("GdkPixbuf", "2.0")
 from gi.repository import GdkPixbuf  # noqa: E402
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "system"))
+from agent import wait_until  # noqa: E402
 
 PATIENCE = 30
 
@@ -97,23 +101,13 @@ class Screen(contextlib.AbstractContextManager):
                                     "-nolisten", "tcp", "-noreset")
         session.environment["DISPLAY"] = f":{int(self._server.stdout.readline())}"
         session.start("openbox")
-        self._wait(lambda: "window id" in self._property("-root", "_NET_SUPPORTING_WM_CHECK"),
-                   "the window manager")
+        wait_until(lambda: "window id" in self._property("-root", "_NET_SUPPORTING_WM_CHECK"),
+                   "the window manager", PATIENCE)
 
     def __exit__(self, *_):
         # So that it takes its lock and its socket away.
         self._session.run("pkill", "-x", "Xvfb")
         self._server.communicate(timeout=PATIENCE)
-
-    @staticmethod
-    def _wait(condition, what, patience=PATIENCE):
-        end = time.monotonic() + patience
-        while True:
-            value = condition()
-            if value:
-                return value
-            assert time.monotonic() < end, f"not within {patience} s: {what}"
-            time.sleep(0.2)
 
     def _property(self, window, *names):
         return self._session.run("xprop", *window.split(), *names)[1]
@@ -136,7 +130,7 @@ class Screen(contextlib.AbstractContextManager):
 
     def wait_for(self, seen, path, what):
         """Looks at the screen until there is what is to be seen. The file has the last look."""
-        return self._wait(lambda: seen(self.picture(path)), f"{what}; see {path}")
+        return wait_until(lambda: seen(self.picture(path)), f"{what}; see {path}", PATIENCE, 0.2)
 
     def double_click(self, place):
         x, y = place

@@ -5,16 +5,15 @@ RAVELIN_DISK_SCREENS."""
 import contextlib
 import os
 import pathlib
-import plistlib
-import sys
 import time
 import urllib.parse
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "system"))
-from desktop import Session, SmbServer, wait_until  # noqa: E402
-from screen import Picture, Screen, write_square  # noqa: E402
+# This first: it says where the others are.
+from screen import PATIENCE, Picture, Screen, write_square
+from agent import wait_until
+from desktop import Session, SmbServer
 
 PREFIX = pathlib.Path(os.environ["RAVELIN_DISK_PREFIX"])
 SCREENS = pathlib.Path(os.environ["RAVELIN_DISK_SCREENS"])
@@ -22,7 +21,6 @@ DRAWING = PREFIX / "share/icons/hicolor/scalable/mimetypes/ravelin-disk.svg"
 SERVER = "127.0.0.7"
 SHARE = "USB Disk"
 PORT = 5077
-SUPPORT = ".local/share/RavelinDisk"
 
 # The program, what has it show the folder, and its entry for folders.
 FILE_MANAGERS = {
@@ -66,14 +64,13 @@ class Desktop(contextlib.AbstractContextManager):
     def _configure(self, entry):
         environment = self.session.environment
         environment["PATH"] = f"{PREFIX}/bin:{environment['PATH']}"
-        environment["XDG_DATA_DIRS"] = f"{PREFIX}/share:{environment['XDG_DATA_DIRS']}"
+        # Without what an administrator of this computer may have configured.
+        environment["XDG_DATA_DIRS"] = f"{PREFIX}/share:/usr/share"
         environment |= {"GDK_BACKEND": "x11", "GSK_RENDERER": "cairo", "GSETTINGS_BACKEND": "memory",
                         "NO_AT_BRIDGE": "1"}
         # What has been started by the bus, too.
         self.session.run("dbus-update-activation-environment", "PATH", "XDG_DATA_DIRS")
         files = {
-            f"{SUPPORT}/Ravelin Disk Config.plist": plistlib.dumps(
-                {"MulticastAddresses": [["239.255.77.1", PORT]]}).decode(),
             ".local/share/mime/packages/proof.xml": PROOF_KIND,
             ".local/share/icons/hicolor/scalable/mimetypes/proof.svg": PROOF_ICON,
             ".config/mimeapps.list": f"[Default Applications]\ninode/directory={entry}\n",
@@ -96,10 +93,9 @@ class Desktop(contextlib.AbstractContextManager):
             status, _, errors = self.session.run(
                 "ravelin-disk-announce", event, "127.0.0.1", PORT, "--ip", SERVER, "--label", SHARE)
             assert status == 0, errors
-            time.sleep(0.3)
             return shortcut.exists() == (event == "mounted")
 
-        wait_until(is_done, f"the shortcut after {event}")
+        wait_until(is_done, f"the shortcut after {event}", PATIENCE, 0.3)
 
     def show_desktop_folder(self):
         self.session.start(*self._command, self.session.desktop)
@@ -139,7 +135,8 @@ def test_a_picture_is_shown_for_as_long_as_it_is_there(name):
     """By those that show the icons of single files."""
     with Desktop(name) as desktop:
         screen = desktop.screen
-        picture = desktop.session.home / SUPPORT / "icon.ico"
+        picture = desktop.session.home / ".local/share/RavelinDisk/icon.ico"
+        picture.parent.mkdir()
         write_square(picture, COLOUR)
         desktop.announce()
         desktop.show_desktop_folder()
