@@ -226,8 +226,10 @@ def silent_server(session, address):
 def junk_server(session, address, times=1000):
     """A server that answers with what is no SMB, so often, and ends."""
     _python_server(session, address, f"""
-for _ in range({times}):
+for left in reversed(range({times})):
     connection, _ = server.accept()
+    if left == 0:
+        server.close()  # whoever has the last answer finds nobody
     connection.recv(65536)
     connection.sendall(b"\\0\\0\\0\\4junk")
     connection.close()
