@@ -6,9 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
+#include <string_view>
 
 #include "base/Text.h"
+#include "platform/posix/FileReading.h"
 
 namespace ravelin::platform {
 
@@ -27,13 +28,14 @@ Descriptor openByKernel(int folder, const std::string& name) {
 
 /// The number of the mount to which the descriptor belongs, without asking the mount itself.
 Text mountOf(int descriptor) {
-  std::ifstream file("/proc/self/fdinfo/" + std::to_string(descriptor));
-  for (std::string word; file >> word;) {
-    if (word == "mnt_id:" && file >> word) {
-      return word;
-    }
-  }
-  return std::nullopt;
+  constexpr std::size_t LIMIT = 65536;
+  constexpr std::string_view KEY = "\nmnt_id:";
+  const std::string path = "/proc/self/fdinfo/" + std::to_string(descriptor);
+  const Text text = contentsOf(Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), LIMIT).text;
+  const std::size_t found = text ? text->find(KEY) : std::string::npos;
+  return found == std::string::npos
+             ? std::nullopt
+             : Text(text->substr(found, text->find('\n', found + KEY.size()) - found));
 }
 
 Descriptor openChecked(int folder, const std::string& name) {

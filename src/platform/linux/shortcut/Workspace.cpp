@@ -1,8 +1,8 @@
 #include "platform/Workspace.h"
 
+#include <cstddef>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <string>
 #include <system_error>
 
 #include "platform/FileManager.h"
@@ -15,6 +15,9 @@
 namespace ravelin::platform {
 
 namespace {
+
+/// Larger files are not looked into, and may hold anything.
+constexpr std::size_t METADATA_LIMIT = std::size_t{16} * 1024 * 1024;
 
 /// Whether what file managers keep of the user's files may speak of a picture that was in one of
 /// the agent's folders: of files that have gone, too, and for as long as it takes to be written
@@ -30,9 +33,9 @@ bool mayRememberPicture() {
       if (std::error_code ignored; !file->is_regular_file(ignored)) {
         continue;
       }
-      std::ifstream stream(file->path(), std::ios::binary);
-      const std::string content(std::istreambuf_iterator<char>(stream), {});
-      if (content.find(part) != std::string::npos) {
+      const Text content =
+          service<FileManager>().contentsAtPath(file->path().string(), METADATA_LIMIT).text;
+      if (!content || content->find(part) != std::string::npos) {
         return true;
       }
     }
