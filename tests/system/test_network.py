@@ -355,7 +355,7 @@ def test_as_many_addresses_that_include_all_old_ones_are_no_change(scene):
     at.plug(1)
     at.computer.ip(at.assignment(0), "address add 10.77.0.2/24 dev eth1")
     at.start()
-    assert at.agent.log().count(CANNOT_JOIN) == 1
+    wait_until(lambda: at.agent.log().count(CANNOT_JOIN) == 1, "the refusal")
     with at.rebuilding_at_once(0):
         at.computer.ip("address del 10.77.0.2/24 dev eth1", at.assignment(1))
     at.hears(0)
