@@ -4,8 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <string_view>
-#include <utility>
 
 #include "core/Logger.h"
 
@@ -15,14 +16,14 @@ namespace {
 
 struct Key {
   std::string_view name;
-  void (Disk::*set)(Text);
+  std::optional<std::string_view> Disk::TextViews::* text;
 };
 
-constexpr std::array<Key, 5> KEYS = {{{"event", &Disk::setEventName},
-                                      {"mac", &Disk::setMacAddress},
-                                      {"ip", &Disk::setIpAddress},
-                                      {"uuid", &Disk::setUuid},
-                                      {"label", &Disk::setLabel}}};
+constexpr std::array<Key, 5> KEYS = {{{"event", &Disk::TextViews::eventName},
+                                      {"mac", &Disk::TextViews::macAddress},
+                                      {"ip", &Disk::TextViews::ipAddress},
+                                      {"uuid", &Disk::TextViews::uuid},
+                                      {"label", &Disk::TextViews::label}}};
 
 bool isAscii(std::string_view text) {
   constexpr std::uint64_t HIGH_BITS = 0x8080808080808080U;
@@ -39,7 +40,7 @@ bool isAscii(std::string_view text) {
 }
 
 /// False when the item has a key that is none of the five.
-bool takeItem(std::string_view item, Disk& disk) {
+bool takeItem(std::string_view item, Disk::TextViews& texts) {
   const std::size_t colon = item.find(':');
   if (colon == std::string_view::npos) {
     return true;
@@ -49,7 +50,7 @@ bool takeItem(std::string_view item, Disk& disk) {
   if (key == KEYS.end()) {
     return false;
   }
-  (disk.*key->set)(Text(std::in_place, item.substr(colon + 1)));
+  texts.*key->text = item.substr(colon + 1);
   return true;
 }
 
@@ -65,15 +66,15 @@ void logReceived(std::string_view text, const Disk& disk) {
 }  // namespace
 
 DiskPtr EventParser::parse(std::span<const std::byte> payload) {
-  auto disk = std::make_shared<Disk>();
   const std::string_view text(reinterpret_cast<const char*>(payload.data()), payload.size());
   if (!isAscii(text)) {
-    return disk;
+    return std::make_shared<Disk>();
   }
+  Disk::TextViews texts;
   std::string_view rest = text;
   while (true) {
     const std::size_t end = rest.find(';');
-    if (!takeItem(rest.substr(0, end), *disk)) {
+    if (!takeItem(rest.substr(0, end), texts)) {
       return nullptr;
     }
     if (end == std::string_view::npos) {
@@ -81,7 +82,8 @@ DiskPtr EventParser::parse(std::span<const std::byte> payload) {
     }
     rest.remove_prefix(end + 1);
   }
-  if (disk->eventName() == "disk_mounted" || disk->eventName() == "disk_unmounted") {
+  auto disk = std::make_shared<Disk>(texts);
+  if (texts.eventName == "disk_mounted" || texts.eventName == "disk_unmounted") {
     logReceived(text, *disk);
   }
   return disk;
