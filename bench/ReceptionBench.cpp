@@ -30,6 +30,8 @@ using platform::RunLoop;
 constexpr int ROUNDS = 8;
 /// As many as may wait of one sender.
 constexpr std::size_t MOST_DATAGRAMS = 1024;
+/// So many different ones come again and again.
+constexpr std::size_t REPEATED_DATAGRAMS = 64;
 /// What the kernel may take from the receive buffer for one small datagram.
 constexpr std::size_t BUFFER_PER_DATAGRAM = 1280;
 constexpr std::size_t DATAGRAM_LIMIT = 65536;
@@ -104,17 +106,18 @@ double workedSeconds() {
 
 void nothing() {}
 
-/// Fills the socket again and again, and times only how it is drained. `drain` returns whether it
-/// got that many datagrams; `tidyUp` follows each time.
+/// Fills the socket again and again, with so many different datagrams, and times only how it is
+/// drained. `drain` returns whether it got that many datagrams; `tidyUp` follows each time.
 void measure(benchmark::State& state, int descriptor, std::uint16_t port,
              const std::function<bool(std::size_t)>& drain,
-             const std::function<void()>& tidyUp = nothing) {
+             const std::function<void()>& tidyUp = nothing,
+             std::size_t different = MOST_DATAGRAMS) {
   const std::size_t count = enlarge(descriptor);
   const Socket sender;
   const sockaddr_in receiver = loopback(port);
   for ([[maybe_unused]] const auto round : state) {
     for (std::size_t index = 0; index < count; ++index) {
-      const std::string& text = announcements()[index];
+      const std::string& text = announcements()[index % different];
       ::sendto(sender.descriptor(), text.data(), text.size(), 0, generic(receiver),
                sizeof receiver);
     }
@@ -196,7 +199,7 @@ void server(benchmark::State& state) {
 /// All the disks are known, so that the handler thread, which runs beside this as it always does,
 /// has nothing to hand back to the main thread. What waits after a round is handled before the
 /// next.
-void intake(benchmark::State& state) {
+void intakeOf(benchmark::State& state, std::size_t different) {
   const NoDesktop noDesktop;
   test::OpenController controller;
   mountAnnounced(controller, MOST_DATAGRAMS);
@@ -214,16 +217,23 @@ void intake(benchmark::State& state) {
       [&] {
         waited += controller.waitingEvents();
         controller._processNextDiskEvent();
-      });
+      },
+      different);
   // The handler thread takes some. If it took all, or none were queued, nothing was measured.
   if (waited == 0) {
     state.SkipWithError("nothing was queued");
   }
 }
 
+void intake(benchmark::State& state) { intakeOf(state, MOST_DATAGRAMS); }
+
+/// All but the first of each are dropped, since their like is waiting.
+void repeatedIntake(benchmark::State& state) { intakeOf(state, REPEATED_DATAGRAMS); }
+
 BENCHMARK(bare)->Name("reception/bare")->UseManualTime()->Iterations(ROUNDS);
 BENCHMARK(server)->Name("reception/server")->UseManualTime()->Iterations(ROUNDS);
 BENCHMARK(intake)->Name("reception/intake")->UseManualTime()->Iterations(ROUNDS);
+BENCHMARK(repeatedIntake)->Name("reception/repeated")->UseManualTime()->Iterations(ROUNDS);
 
 }  // namespace
 

@@ -175,12 +175,12 @@ class KnownDisks {
     }
   }
 
-  std::array<Text, BATCH> knownUuids() {
-    std::array<Text, BATCH> uuids;
-    for (Text& uuid : uuids) {
-      uuid = uuidOf(_numbers.known());
+  Batch knownDisks() {
+    Batch events;
+    for (DiskPtr& event : events) {
+      event = announcedDisk(_numbers.known());
     }
-    return uuids;
+    return events;
   }
 
   Batch unknownDisks() {
@@ -201,10 +201,10 @@ void listFind(benchmark::State& state) {
   KnownDisks known(state);
   Stopwatch stopwatch(state);
   for ([[maybe_unused]] const auto turn : state) {
-    const auto uuids = known.knownUuids();
+    const Batch events = known.knownDisks();
     stopwatch.time([&] {
-      for (const Text& uuid : uuids) {
-        if (known.list.find(uuid) == nullptr) {
+      for (const DiskPtr& event : events) {
+        if (known.list.find(*event) == nullptr) {
           state.SkipWithError("a known disk was not found");
         }
       }
@@ -235,8 +235,8 @@ void listRemove(benchmark::State& state) {
     // The controller has always just found the disk that it removes.
     Batch victims;
     std::size_t index = 0;
-    for (const Text& uuid : known.knownUuids()) {
-      victims[index++] = known.list.find(uuid);
+    for (const DiskPtr& event : known.knownDisks()) {
+      victims[index++] = known.list.find(*event);
     }
     stopwatch.time([&] {
       for (const DiskPtr& victim : victims) {

@@ -1,5 +1,7 @@
 #include "base/PercentEscaping.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <system_error>
@@ -8,27 +10,35 @@ namespace ravelin {
 
 namespace {
 
-bool mayStandInUrl(unsigned char character) {
-  static constexpr std::string_view PUNCTUATION = "!$&'()*+,-./:;=?@_~";
-  return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
-         (character >= '0' && character <= '9') ||
-         PUNCTUATION.find(static_cast<char>(character)) != std::string_view::npos;
-}
+/// Whether the character with that number may stand in a URL.
+constexpr auto MAY_STAND_IN_URL = [] {
+  constexpr std::string_view STANDING =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!$&'()*+,-./:;=?@_~";
+  std::array<bool, 256> may{};
+  for (const char character : STANDING) {
+    may.at(static_cast<unsigned char>(character)) = true;
+  }
+  return may;
+}();
 
 }  // namespace
 
 Text addingPercentEscapes(std::string_view text) {
   static constexpr std::string_view DIGITS = "0123456789ABCDEF";
   std::string escaped;
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte >= 0x80) {
-      return std::nullopt;
-    }
-    if (mayStandInUrl(byte)) {
-      escaped += character;
-    } else {
+  while (!text.empty()) {
+    const auto* const other = std::ranges::find_if_not(text, [](char character) {
+      return MAY_STAND_IN_URL[static_cast<unsigned char>(character)];  // NOLINT: any byte is inside
+    });
+    escaped.append(text.begin(), other);
+    text.remove_prefix(static_cast<std::size_t>(other - text.begin()));
+    if (!text.empty()) {
+      const auto byte = static_cast<unsigned char>(text.front());
+      if (byte >= 0x80) {
+        return std::nullopt;
+      }
       escaped += {'%', DIGITS[byte >> 4U], DIGITS[byte & 0xFU]};
+      text.remove_prefix(1);
     }
   }
   return escaped;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace ravelin {
 
@@ -20,9 +22,16 @@ std::size_t characterLength(std::string_view bytes) {
 
 bool isUtf8(std::string_view bytes) {
   // Most texts are ASCII, which is passed over faster so.
-  const auto* const other = std::ranges::find_if(
-      bytes, [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; });
-  return utf8::is_valid(other, bytes.end());
+  constexpr std::uint64_t HIGH_BITS = 0x8080808080808080U;
+  std::uint64_t word = 0;
+  while (bytes.size() >= sizeof word) {
+    std::memcpy(&word, bytes.data(), sizeof word);
+    if ((word & HIGH_BITS) != 0) {
+      break;
+    }
+    bytes.remove_prefix(sizeof word);
+  }
+  return utf8::is_valid(bytes.begin(), bytes.end());
 }
 
 std::string_view beginningOf(std::string_view bytes, std::size_t limit) {

@@ -106,10 +106,10 @@ bool Admission::isKnownOrGoingToBe(const Text& uuid) const {
 bool Admission::_wouldMount(const Disk& event) const {
   const Text& name = event.eventName();
   return (name == "disk_mounted" || name == "disk_status") && event.uuid() &&
-         _known.find(event.uuid()) == nullptr;
+         _known.find(event) == nullptr;
 }
 
-bool Admission::_isHandOnly() const { return _inHand && _known.find(_inHand->uuid()) != _inHand; }
+bool Admission::_isHandOnly() const { return _inHand && _known.find(*_inHand) != _inHand; }
 
 std::optional<Admission::Limit> Admission::_limitOfKnown(std::uint32_t sender) const {
   std::size_t all = _known.count() + _charged.size();

@@ -259,7 +259,7 @@ void Controller::_process(const DiskPtr& event) {
 
 DiskPtr Controller::_findMountedInternalDisk(const Disk& event) const {
   const LockGuard lock(_mutex);
-  return _mountedDisks.find(event.uuid());
+  return _mountedDisks.find(event);
 }
 
 bool Controller::_isDiskMounted(const Disk& event) const {

@@ -6,12 +6,14 @@
 namespace ravelin {
 
 void MountedDisks::append(DiskPtr disk) {
-  const auto record =
-      _records.insert(_records.end(), {.disk = std::move(disk), .byUuid = {}, .byMacAddress = {}});
-  // Among equal keys a multimap puts the new one last.
-  if (const Text& uuid = record->disk->uuid()) {
-    record->byUuid = _byUuid.emplace(TextKey(*uuid), record);
+  const auto record = _records.insert(
+      _records.end(),
+      {.disk = std::move(disk), .number = _numberOfNext++, .place = {}, .byMacAddress = {}});
+  record->place = record;
+  if (record->disk->uuid()) {
+    _byUuid.insert(record->disk->hashOfUuid(), *record);
   }
+  // Among equal keys a multimap puts the new one last.
   if (const Text& macAddress = record->disk->macAddress()) {
     record->byMacAddress = _byMacAddress.emplace(TextKey(*macAddress), record);
   }
@@ -20,7 +22,7 @@ void MountedDisks::append(DiskPtr disk) {
 
 void MountedDisks::_remove(Place record) {
   if (record->disk->uuid()) {
-    _byUuid.erase(record->byUuid);
+    _byUuid.erase(record->disk->hashOfUuid(), *record);
   }
   if (record->disk->macAddress()) {
     _byMacAddress.erase(record->byMacAddress);
@@ -31,13 +33,12 @@ void MountedDisks::_remove(Place record) {
 
 void MountedDisks::remove(const Disk& disk) {
   std::vector<Place> equals;
-  if (const Text& uuid = disk.uuid()) {
-    const auto [begin, end] = _byUuid.equal_range(TextKey(*uuid));
-    for (auto at = begin; at != end; ++at) {
-      if (disk.isEqual(*at->second->disk)) {
-        equals.push_back(at->second);
+  if (disk.uuid()) {
+    _byUuid.forEach(disk.hashOfUuid(), [&](const Record& record) {
+      if (disk.isEqual(*record.disk)) {
+        equals.push_back(record.place);
       }
-    }
+    });
   } else {
     for (auto record = _records.begin(); record != _records.end(); ++record) {
       if (disk.isEqual(*record->disk)) {
@@ -50,13 +51,17 @@ void MountedDisks::remove(const Disk& disk) {
   }
 }
 
-DiskPtr MountedDisks::find(const Text& uuid) const {
-  if (!uuid) {
-    return nullptr;
+const DiskPtr& MountedDisks::find(const Disk& event) const {
+  static const DiskPtr none;
+  const Record* first = nullptr;
+  if (event.uuid()) {
+    _byUuid.forEach(event.hashOfUuid(), [&](const Record& record) {
+      if (record.disk->uuid() == event.uuid() && (!first || record.number < first->number)) {
+        first = &record;
+      }
+    });
   }
-  const TextKey key(*uuid);
-  const auto first = _byUuid.lower_bound(key);
-  return first == _byUuid.end() || first->first != key ? nullptr : first->second->disk;
+  return first == nullptr ? none : first->disk;
 }
 
 std::vector<DiskPtr> MountedDisks::ofDevice(const Text& macAddress) const {

@@ -1,7 +1,6 @@
 #include "disk/Disk.h"
 
-#include <cstddef>
-
+#include "base/KeyedHash.h"
 #include "disk/DiskManager.h"
 #include "platform/Service.h"
 #include "platform/Volumes.h"
@@ -9,8 +8,6 @@
 namespace ravelin {
 
 namespace {
-
-std::size_t sizeOf(const Text& text) { return text ? text->size() : 0; }
 
 bool matches(const Text& mine, const Text& theirs) { return !mine || mine == theirs; }
 
@@ -25,8 +22,46 @@ void Disk::setLastUpdateTime(std::optional<Date> lastUpdateTime) {
   _lastUpdateTime.store(lastUpdateTime ? lastUpdateTime->time_since_epoch().count() : NO_DATE);
 }
 
-std::size_t Disk::textSize() const {
-  return sizeOf(_eventName) + sizeOf(_macAddr) + sizeOf(_ipAddr) + sizeOf(_uuid) + sizeOf(_label);
+std::array<const Text*, Disk::TEXT_COUNT> Disk::_texts() const {
+  return {&_label, &_macAddr, &_ipAddr, &_eventName, &_uuid};
+}
+
+void Disk::_digest() const {
+  Digest digest;
+  Texts bit = 1;
+  for (const Text* text : _texts()) {
+    if (*text) {
+      digest.present |= bit;
+      digest.size += (*text)->size();
+    }
+    bit <<= 1U;
+  }
+  if (_uuid) {
+    KeyedHash hash;
+    hash.add(*_uuid);
+    digest.hashOfUuid = hash.take();
+  }
+  _digestOfTexts = digest;
+  _digestOfTexts.hash = _hashOf(digest.present);
+  _isDigested = true;
+}
+
+std::uint64_t Disk::hashOf(Texts texts) const {
+  const Digest& digest = _digested();
+  return texts == digest.present ? digest.hash : _hashOf(texts);
+}
+
+std::uint64_t Disk::_hashOf(Texts texts) const {
+  KeyedHash hash;
+  hash.add(std::uint64_t{texts});
+  for (const Text* text : _texts()) {
+    if ((texts & 1U) != 0) {
+      // The uuid has been hashed already.
+      text == &_uuid ? hash.add(_digestOfTexts.hashOfUuid) : hash.add(**text);
+    }
+    texts >>= 1U;
+  }
+  return hash.take();
 }
 
 bool Disk::isEqual(const Disk& other) const {

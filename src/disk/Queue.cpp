@@ -8,10 +8,9 @@
 namespace ravelin {
 
 Queue::Turn Queue::_turnOfNext(std::uint32_t sender) {
-  const Turn current = _lastOfTurn.empty() ? 0 : _lastOfTurn.begin()->first;
   Position& position = _positions[sender];
-  if (position.turn < current) {
-    position = {.turn = current};
+  if (position.turn < _turnOfHead) {
+    position = {.turn = _turnOfHead};
   }
   if (position.taken == TURN) {
     position = {.turn = position.turn + 1};
@@ -24,19 +23,22 @@ void Queue::enqueue(DiskPtr disk) {
   precondition(disk != nullptr, "Queue::enqueue(disk)", "disk != null");
   _index.insert(*disk);
   _tally.add(*disk);
-  const Turn turn = _turnOfNext(disk->sender());
-  const auto later = _lastOfTurn.upper_bound(turn);
-  const auto after =
-      later == _lastOfTurn.begin() ? _array.begin() : std::next(std::prev(later)->second);
-  _lastOfTurn[turn] = _array.insert(after, std::move(disk));
+  const auto turn = static_cast<std::size_t>(_turnOfNext(disk->sender()) - _turnOfHead);
+  if (turn < _lastOfTurn.size()) {
+    Place& last = _lastOfTurn[turn];
+    last = _array.insert(std::next(last), std::move(disk));
+  } else {
+    _lastOfTurn.push_back(_array.insert(_array.end(), std::move(disk)));
+  }
 }
 
 DiskPtr Queue::dequeue() {
   if (_array.empty()) {
     return nullptr;
   }
-  if (_lastOfTurn.begin()->second == _array.begin()) {
-    _lastOfTurn.erase(_lastOfTurn.begin());
+  if (_lastOfTurn.front() == _array.begin()) {
+    _lastOfTurn.pop_front();
+    _turnOfHead = _lastOfTurn.empty() ? 0 : _turnOfHead + 1;
   }
   DiskPtr head = std::move(_array.front());
   _array.pop_front();

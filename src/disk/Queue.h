@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <map>
 
@@ -59,7 +60,10 @@ class Queue {
 
   /// The waiting events, head first. A list in spite of its name, so that places in it stay valid.
   std::list<DiskPtr> _array;
-  std::map<Turn, Place> _lastOfTurn;  // of the turns that have events
+  /// Each turn from the head's to the last one has events: a sender whose next event belongs to a
+  /// later turn has filled all before that.
+  std::deque<Place> _lastOfTurn;
+  Turn _turnOfHead = 0;
   std::map<std::uint32_t, Position> _positions;
   WaitingIndex _index;
   SenderTally _tally;

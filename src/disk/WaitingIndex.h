@@ -3,21 +3,20 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <set>
 
 #include "disk/Disk.h"
+#include "disk/HashIndex.h"
 
 namespace ravelin {
 
 /// Tells whether one of many disks is equal, as the receiver, to another disk, without a walk over
 /// all of them. The receivers' absent texts match anything, so each disk is found by those texts
-/// that it has: one look-up for each set of texts that some receivers have. The sets are ordered,
-/// so no choice of texts makes a look-up slow. The disks are not owned; while they are in the index
-/// they must exist and keep their texts. One thread at a time.
+/// that it has: one look-up for each set of texts that some receivers have. No choice of texts
+/// makes a look-up slow, since their hashes are keyed. There should not be many disks that have all
+/// texts alike. The disks are not owned; while they are in the index they must exist and keep their
+/// texts. One thread at a time.
 class WaitingIndex {
  public:
-  WaitingIndex();
-
   void insert(const Disk& disk);
 
   /// Takes out this very disk, which must be in the index.
@@ -26,28 +25,12 @@ class WaitingIndex {
   [[nodiscard]] bool containsReceiverEqualTo(const Disk& other) const;
 
  private:
-  /// A set of texts: one bit for each of the five.
-  using Kind = std::uint32_t;
-  static constexpr Kind KINDS = 1U << 5U;
+  static constexpr std::size_t KINDS = std::size_t{1} << Disk::TEXT_COUNT;
 
-  /// A disk, and the hash of those of its texts that make up a kind.
-  struct Entry {
-    Entry(const Disk& entered, Kind kind);
-    const Disk* disk;
-    std::size_t hash = 0;
-  };
-
-  /// Orders disks by the hash and, where it is the same, by the texts that make up the kind; all
-  /// must have these.
-  struct Before {
-    Kind kind = 0;
-    bool operator()(const Entry& one, const Entry& other) const;
-  };
-
-  static Kind _kindOf(const Disk& disk);
-
-  std::array<std::multiset<Entry, Before>, KINDS> _disks;  // by their kinds
-  Kind _kindsInUse = 0;                                    // one bit for each kind
+  HashIndex<const Disk> _disks;
+  /// How many have these texts and no other ones, and one bit for each such set that some have.
+  std::array<std::size_t, KINDS> _countOfKind{};
+  std::uint32_t _kindsInUse = 0;
 };
 
 }  // namespace ravelin

@@ -4,8 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <string_view>
-#include <utility>
 
 #include "core/Logger.h"
 
@@ -15,14 +16,14 @@ namespace {
 
 struct Key {
   std::string_view name;
-  void (Disk::*set)(Text);
+  std::optional<std::string_view> Disk::TextViews::* text;
 };
 
-constexpr std::array<Key, 5> KEYS = {{{"event", &Disk::setEventName},
-                                      {"mac", &Disk::setMacAddress},
-                                      {"ip", &Disk::setIpAddress},
-                                      {"uuid", &Disk::setUuid},
-                                      {"label", &Disk::setLabel}}};
+constexpr std::array<Key, 5> KEYS = {{{"event", &Disk::TextViews::eventName},
+                                      {"mac", &Disk::TextViews::macAddress},
+                                      {"ip", &Disk::TextViews::ipAddress},
+                                      {"uuid", &Disk::TextViews::uuid},
+                                      {"label", &Disk::TextViews::label}}};
 
 bool isAscii(std::string_view text) {
   constexpr std::uint64_t HIGH_BITS = 0x8080808080808080U;
@@ -39,7 +40,7 @@ bool isAscii(std::string_view text) {
 }
 
 /// False when the item has a key that is none of the five.
-bool takeItem(std::string_view item, Disk& disk) {
+bool takeItem(std::string_view item, Disk::TextViews& texts) {
   const std::size_t colon = item.find(':');
   if (colon == std::string_view::npos) {
     return true;
@@ -49,7 +50,7 @@ bool takeItem(std::string_view item, Disk& disk) {
   if (key == KEYS.end()) {
     return false;
   }
-  (disk.*key->set)(Text(std::in_place, item.substr(colon + 1)));
+  texts.*key->text = item.substr(colon + 1);
   return true;
 }
 
@@ -68,7 +69,7 @@ void logReceived(std::string_view text, const Disk& disk) {
 
 }  // namespace
 
-EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk& disk) {
+EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk::TextViews& texts) {
   std::string_view rest = textOf(payload);
   if (!isAscii(rest)) {
     return {.outcome = Outcome::notAscii, .unknownKey = {}};
@@ -76,7 +77,7 @@ EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk&
   while (true) {
     const std::size_t end = rest.find(';');
     const std::string_view item = rest.substr(0, end);
-    if (!takeItem(item, disk)) {
+    if (!takeItem(item, texts)) {
       return {.outcome = Outcome::unknownKey, .unknownKey = item.substr(0, item.find(':'))};
     }
     if (end == std::string_view::npos) {
@@ -87,11 +88,12 @@ EventParser::Reading EventParser::read(std::span<const std::byte> payload, Disk&
 }
 
 DiskPtr EventParser::parse(std::span<const std::byte> payload) {
-  auto disk = std::make_shared<Disk>();
-  if (read(payload, *disk).outcome == Outcome::unknownKey) {
+  Disk::TextViews texts;
+  if (read(payload, texts).outcome == Outcome::unknownKey) {
     return nullptr;
   }
-  if (disk->eventName() == "disk_mounted" || disk->eventName() == "disk_unmounted") {
+  auto disk = std::make_shared<Disk>(texts);
+  if (texts.eventName == "disk_mounted" || texts.eventName == "disk_unmounted") {
     logReceived(textOf(payload), *disk);
   }
   return disk;

@@ -14,17 +14,17 @@ class EventParser {
   /// What became of a text.
   enum class Outcome {
     read,
-    notAscii,    ///< the record has no text
-    unknownKey,  ///< the record has what stands before that key
+    notAscii,    ///< there are no texts
+    unknownKey,  ///< the texts are what stands before that key
   };
   struct Reading {
     Outcome outcome = Outcome::read;
     std::string_view unknownKey;  ///< a part of the payload
   };
 
-  /// Reads the pairs as `parse` does into a record without texts, but writes nothing to the log.
-  /// Any thread.
-  static Reading read(std::span<const std::byte> payload, Disk& disk);
+  /// Reads the pairs as `parse` does, but writes nothing to the log. The texts, none of which there
+  /// is before, are parts of the payload. Any thread.
+  static Reading read(std::span<const std::byte> payload, Disk::TextViews& texts);
 
   /// Reads the "key:value" pairs of one datagram, cut at every ";". An item without a colon is
   /// passed over; with an unknown key the result is null. Bytes outside 7-bit ASCII make it a

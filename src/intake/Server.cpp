@@ -22,12 +22,12 @@
 
 namespace ravelin {
 
+using platform::DatagramReader;
 using platform::RunLoop;
 using platform::RunLoopSocket;
 
 namespace {
 
-constexpr std::size_t DATAGRAM_LIMIT = 65536;
 constexpr std::size_t HOST_LIMIT = 1025;
 constexpr std::size_t SERVICE_LIMIT = 32;
 
@@ -36,6 +36,8 @@ in_addr_t addressOf(const Text& text) {
 }
 
 const sockaddr* asSocketAddress(const void* bytes) { return static_cast<const sockaddr*>(bytes); }
+
+void logFailedRead() { Logger::logPeerMessage("Server could not read data", LogTypeError); }
 
 /// 0, or the error number.
 int makeNonBlocking(int descriptor) {
@@ -119,6 +121,7 @@ bool Server::_setupSocketListeningOnAddress(const Text& address, unsigned long a
   }
   if (failure == 0) {
     platform::hearOnlyJoinedGroups(descriptor);
+    _reader = std::make_shared<DatagramReader>();
     setCfSocket(new RunLoopSocket(descriptor, [this](const RunLoopSocket& socket) {
       return SocketReadCallback(socket, *this);
     }));
@@ -148,6 +151,7 @@ void Server::stop() {
   if (RunLoopSocket* socket = _cfSocket.exchange(nullptr); socket != nullptr) {
     socket->invalidate();
     delete socket;
+    _reader.reset();
   }
   Logger::logMessage("Server has been stopped!", LogTypeInfo);
 }
@@ -162,25 +166,32 @@ bool Server::_readData() {
   const int descriptor = cfSocket()->native();
   precondition(descriptor >= 0, "Server::_readData()", "native(cfSocket) >= 0");
 
-  std::array<std::byte, DATAGRAM_LIMIT> buffer;  // NOLINT: filled by recvfrom as far as it is read
-  sockaddr_storage sender;                       // NOLINT: likewise
-  socklen_t senderSize = sizeof sender;
-  const ssize_t size = ::recvfrom(descriptor, buffer.data(), buffer.size(), 0,
-                                  reinterpret_cast<sockaddr*>(&sender), &senderSize);
-  if (size > 0) {
-    const auto fromAddress = std::as_bytes(std::span(&sender, 1)).first(senderSize);
-    _loudSenders.heard(senderIn(fromAddress), descriptor);
+  const std::shared_ptr<DatagramReader> reader = _reader;
+  const auto datagrams = reader->read(descriptor);
+  if (datagrams.empty()) {
+    const bool nothingThere = errno == EAGAIN || errno == EWOULDBLOCK;
+    if (!nothingThere || !cfSocket()->isFurtherRead()) {
+      logFailedRead();
+    }
+    return false;
+  }
+  for (const DatagramReader::Datagram& datagram : datagrams) {
+    if (datagram.data.empty()) {
+      logFailedRead();
+      continue;
+    }
+    _loudSenders.heard(senderIn(datagram.sender), descriptor);
     if (_delegate) {
       const std::shared_ptr<ServerDelegate> delegate = _delegate;
-      delegate->server(*this, std::span(buffer).first(static_cast<std::size_t>(size)), fromAddress);
+      delegate->server(*this, datagram.data, datagram.sender);
+      // A server that has been stopped, or is no more, has let go of it. What has been read from
+      // its socket is dropped like what still waits there.
+      if (reader.use_count() == 1) {
+        return false;
+      }
     }
-    return true;
   }
-  const bool nothingThere = size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-  if (!nothingThere || !cfSocket()->isFurtherRead()) {
-    Logger::logPeerMessage("Server could not read data", LogTypeError);
-  }
-  return size == 0;
+  return reader->wasFilled();
 }
 
 void Server::_sendData(std::optional<std::span<const std::byte>> data,

@@ -12,6 +12,7 @@
 #include "base/Text.h"
 #include "intake/LoudSenders.h"
 #include "intake/ServerDelegate.h"
+#include "platform/DatagramReader.h"
 #include "platform/RunLoopSocket.h"
 
 namespace ravelin {
@@ -89,13 +90,14 @@ class Server {
  private:
   /// On failure `error`, where given, holds the error number.
   bool _setupSocketListeningOnAddress(const Text& address, unsigned long andPort, int* error);
-  /// Whether there was a datagram to read.
+  /// Whether there may be more datagrams to read.
   bool _readData();
   [[nodiscard]] bool _changeMembership(int option, const std::string& group,
                                        const Text& sourceAddress) const;
 
   unsigned long _port = 0;
   std::atomic<platform::RunLoopSocket*> _cfSocket = nullptr;
+  std::shared_ptr<platform::DatagramReader> _reader;  // while there is a socket
   LoudSenders _loudSenders;
   Text _multicastGroup;
   std::optional<std::vector<std::string>> _multicastSourceAddresses;

@@ -15,8 +15,8 @@ class RunLoopSocket {
   /// How often the callback is called at the most for one wake-up of the run loop.
   static constexpr int READS_PER_WAKE = 16;
 
-  /// Reads once from the socket and returns whether it got something, so that a further read may
-  /// find more. It may invalidate or destroy the socket.
+  /// Reads once from the socket and returns whether a further read may find more. It may invalidate
+  /// or destroy the socket.
   using Callback = std::function<bool(RunLoopSocket& socket)>;
 
   /// Takes over the descriptor, which must be open.

@@ -92,9 +92,11 @@ Text obstacleTo(const Disk& announced) {
 
 ImaginedAgent::Judgement ImaginedAgent::take(std::span<const std::byte> payload,
                                              std::uint32_t sender) {
-  const auto announced = std::make_shared<Disk>();
+  Disk::TextViews texts;
+  const auto reading = EventParser::read(payload, texts);
+  const auto announced = std::make_shared<Disk>(texts);
   announced->setSender(sender);
-  Verdict verdict = _verdictOnReading(payload, *announced);
+  Verdict verdict = _verdictOnReading(payload, reading, *announced);
   if (verdict.kind != Kind::nothing) {
     // Before the announcement itself waits.
     verdict = _verdictOnComplete(*announced);
@@ -110,9 +112,9 @@ ImaginedAgent::Judgement ImaginedAgent::take(std::span<const std::byte> payload,
 }
 
 Verdict ImaginedAgent::_verdictOnReading(std::span<const std::byte> payload,
-                                         Disk& announced) const {
+                                         const EventParser::Reading& reading,
+                                         const Disk& announced) {
   using Outcome = EventParser::Outcome;
-  const auto reading = EventParser::read(payload, announced);
   if (reading.outcome == Outcome::notAscii) {
     return passedOver("not-ascii", "not ASCII at byte " +
                                        std::to_string(placeBeyondAscii(payload)) +

@@ -12,6 +12,7 @@
 #include "controller/MountedDisks.h"
 #include "disk/Disk.h"
 #include "disk/Queue.h"
+#include "intake/EventParser.h"
 
 namespace ravelin::check {
 
@@ -37,8 +38,9 @@ class ImaginedAgent {
   void forgetSilent(Disk::Date now);
 
  private:
-  [[nodiscard]] Verdict _verdictOnReading(std::span<const std::byte> payload,
-                                          Disk& announced) const;
+  [[nodiscard]] static Verdict _verdictOnReading(std::span<const std::byte> payload,
+                                                 const EventParser::Reading& reading,
+                                                 const Disk& announced);
   [[nodiscard]] Verdict _verdictOnComplete(const Disk& announced) const;
   [[nodiscard]] Verdict _verdictOnNew(const Disk& announced) const;
   [[nodiscard]] Verdict _verdictOnRemoval(const Disk& announced) const;

@@ -67,7 +67,7 @@ class AdmissionTest : public testing::Test {
     if (event == nullptr) {
       return;
     }
-    const DiskPtr record = known.find(event->uuid());
+    const DiskPtr record = known.find(*event);
     const bool mounts = event->eventName() == "disk_mounted" || event->eventName() == "disk_status";
     if (mounts && record == nullptr) {
       known.append(event);
@@ -152,7 +152,7 @@ TEST_F(AdmissionTest, TheDiskThatIsBeingMountedCountsOnce) {
   EXPECT_NE(admission.admit(announced(STRANGER, "third")), std::nullopt);
   known.append(event);
   EXPECT_NE(admission.admit(announced(STRANGER, "third")), std::nullopt);
-  known.remove(*known.find("d0"));
+  known.remove(*known.find(*announced(DEVICE, "d0")));
   EXPECT_EQ(admission.admit(announced(STRANGER, "third")), std::nullopt);
   EXPECT_NE(admission.admit(announced(STRANGER, "fourth")), std::nullopt);
 }
@@ -163,7 +163,7 @@ TEST_F(AdmissionTest, ADiskTakenOverFromAnotherSenderMeetsTheLimitAtItsTurn) {
   EXPECT_EQ(admission.admit(announced(STRANGER, "of device 0", "disk_unmounted")), std::nullopt);
   EXPECT_EQ(admission.admit(announced(STRANGER, "of device 0")), std::nullopt);
   handleAll();
-  EXPECT_EQ(known.find("of device 0"), nullptr);
+  EXPECT_EQ(known.find(*announced(DEVICE, "of device 0")), nullptr);
   EXPECT_EQ(known.count(), 1024U);
 }
 
@@ -172,7 +172,7 @@ TEST_F(AdmissionTest, ADiskThatGoesAndComesWhileAnnouncedKeepsItsPlace) {
   EXPECT_EQ(admission.admit(announced(DEVICE, "d0", "disk_unmounted")), std::nullopt);
   EXPECT_EQ(admission.admit(announced(DEVICE, "d0", "disk_status")), std::nullopt);
   handleAll();
-  EXPECT_NE(known.find("d0"), nullptr);
+  EXPECT_NE(known.find(*announced(DEVICE, "d0")), nullptr);
   EXPECT_EQ(known.count(), 1024U);
 }
 
@@ -189,7 +189,7 @@ TEST_F(AdmissionTest, AQueueThatWasReplacedIsCountedAnew) {
   admission.queueWasReplaced();
   EXPECT_EQ(admission.admit(announced(DEVICE, "d")), Limit::knownDisksOfSender);
   handleAll();
-  EXPECT_NE(known.find("c"), nullptr);
+  EXPECT_NE(known.find(*announced(DEVICE, "c")), nullptr);
 }
 
 TEST_F(AdmissionTest, OneSenderMayHave1024WaitingEvents) {

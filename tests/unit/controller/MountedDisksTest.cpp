@@ -27,12 +27,14 @@ DiskPtr diskOf(Text mac, Text uuid) {
                    .label = "L"});
 }
 
+DiskPtr withUuid(Text uuid) { return makeDisk({.uuid = std::move(uuid)}); }
+
 TEST(MountedDisksTest, ANewListIsEmpty) {
   const MountedDisks disks;
   EXPECT_EQ(disks.count(), 0U);
   EXPECT_THAT(disks.copy(), IsEmpty());
-  EXPECT_EQ(disks.find("u"), nullptr);
-  EXPECT_EQ(disks.find(std::nullopt), nullptr);
+  EXPECT_EQ(disks.find(*withUuid("u")), nullptr);
+  EXPECT_EQ(disks.find(*withUuid(std::nullopt)), nullptr);
   EXPECT_THAT(disks.ofDevice("m"), IsEmpty());
   EXPECT_THAT(disks.ofDevice(std::nullopt), IsEmpty());
 }
@@ -60,18 +62,18 @@ TEST(MountedDisksTest, TheFirstRecordWithTheUuidIsFound) {
   const DiskPtr second = diskOf("m2", "u");
   disks.append(first);
   disks.append(second);
-  EXPECT_EQ(disks.find("u"), first);
+  EXPECT_EQ(disks.find(*withUuid("u")), first);
   disks.remove(*first);
-  EXPECT_EQ(disks.find("u"), second);
-  EXPECT_EQ(disks.find("U"), nullptr);
+  EXPECT_EQ(disks.find(*withUuid("u")), second);
+  EXPECT_EQ(disks.find(*withUuid("U")), nullptr);
 }
 
 TEST(MountedDisksTest, ARecordWithoutUuidIsNotFoundByANullOne) {
   MountedDisks disks;
   disks.append(diskOf("m", std::nullopt));
   disks.append(diskOf(std::nullopt, ""));
-  EXPECT_EQ(disks.find(std::nullopt), nullptr);
-  EXPECT_NE(disks.find(""), nullptr);
+  EXPECT_EQ(disks.find(*withUuid(std::nullopt)), nullptr);
+  EXPECT_NE(disks.find(*withUuid("")), nullptr);
   EXPECT_THAT(disks.ofDevice(std::nullopt), IsEmpty());
 }
 
@@ -80,13 +82,13 @@ TEST(MountedDisksTest, ARecordIsLetGoOfWhenItIsRemoved) {
   disks.append(diskOf("m", "u"));
   disks.append(diskOf("m", "v"));
   disks.append(diskOf("m", "u"));
-  const std::weak_ptr<Disk> watched = disks.find("u");
+  const std::weak_ptr<Disk> watched = disks.find(*withUuid("u"));
   // The record itself is the argument, and nobody else keeps it.
   const Disk& record = *watched.lock();
   disks.remove(record);
   EXPECT_TRUE(watched.expired());
   EXPECT_EQ(disks.count(), 1U);
-  EXPECT_THAT(disks.ofDevice("m"), ElementsAre(disks.find("v")));
+  EXPECT_THAT(disks.ofDevice("m"), ElementsAre(disks.find(*withUuid("v"))));
 }
 
 /// Random records, with texts from the alphabet, come and go; every result is that of a plain list.
@@ -116,7 +118,7 @@ void compareWithPlainList(const std::vector<Text>& alphabet, std::size_t size, i
       const Text text = any();
       const auto found = std::ranges::find_if(
           plain, [&](const DiskPtr& disk) { return text && disk->uuid() == text; });
-      ASSERT_EQ(disks.find(text), found == plain.end() ? nullptr : *found);
+      ASSERT_EQ(disks.find(*withUuid(text)), found == plain.end() ? nullptr : *found);
       std::vector<DiskPtr> ofDevice;
       std::ranges::copy_if(plain, std::back_inserter(ofDevice),
                            [&](const DiskPtr& disk) { return text && disk->macAddress() == text; });

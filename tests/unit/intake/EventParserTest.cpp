@@ -129,24 +129,24 @@ TEST_F(EventParserTest, TheLaterOfTwoValuesCounts) {
 
 TEST_F(EventParserTest, ReadingSaysWhatBecameOfTheTextAndLogsNothing) {
   using Outcome = EventParser::Outcome;
-  const auto read = [](std::string_view message, Disk& disk) {
-    return EventParser::read(bytesOf(message), disk);
+  const auto read = [](std::string_view message, Disk::TextViews& texts) {
+    return EventParser::read(bytesOf(message), texts);
   };
-  Disk whole;
+  Disk::TextViews whole;
   EXPECT_EQ(read(EXAMPLE, whole).outcome, Outcome::read);
-  EXPECT_EQ(textsOf(whole), EXAMPLE_TEXTS);
-  Disk odd;
+  EXPECT_EQ(textsOf(Disk(whole)), EXAMPLE_TEXTS);
+  Disk::TextViews odd;
   const auto reading = read("mac:m;uuid:u;Label:l;label:k", odd);
   EXPECT_EQ(reading.outcome, Outcome::unknownKey);
   EXPECT_EQ(reading.unknownKey, "Label");
-  EXPECT_EQ(textsOf(odd), (Texts{.mac = "m", .uuid = "u"}));
-  Disk nameless;
+  EXPECT_EQ(textsOf(Disk(odd)), (Texts{.mac = "m", .uuid = "u"}));
+  Disk::TextViews nameless;
   const auto empty = read(":", nameless);
   EXPECT_EQ(empty.outcome, Outcome::unknownKey);
   EXPECT_EQ(empty.unknownKey, "");
-  Disk wide;
+  Disk::TextViews wide;
   EXPECT_EQ(read("mac:m;odd:\x80", wide).outcome, Outcome::notAscii);
-  EXPECT_EQ(textsOf(wide), Texts());
+  EXPECT_EQ(textsOf(Disk(wide)), Texts());
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 

@@ -32,6 +32,9 @@ std::string_view take(std::string_view& text, char separator) {
 
 /// The kernel writes blanks and the like as a backslash and three octal digits.
 std::string withoutOctalEscapes(std::string_view text) {
+  if (text.find('\\') == std::string_view::npos) {
+    return std::string(text);
+  }
   constexpr std::size_t DIGIT_COUNT = 3;
   constexpr unsigned DIGIT_BITS = 3;
   std::string plain;
@@ -122,16 +125,20 @@ bool isShare(const Mount& mount) {
   return mount.source.starts_with("//") && std::ranges::find(TYPES, mount.type) != TYPES.end();
 }
 
-/// What stands behind the source of a mount in a listing.
-std::string restOfLine(const Mount& mount) {
-  std::string line = " on ";
-  line.append(mount.point).append(" (").append(mount.type);
+/// Appends what stands behind the source of a mount in a listing.
+void appendRestOfLine(const Mount& mount, std::string& text) {
+  const std::size_t begin = text.size();
+  text.append(" on ").append(mount.point).append(" (").append(mount.type);
   std::string_view options = mount.options;
   while (!options.empty()) {
-    line.append(", ").append(take(options, ','));
+    text.append(", ").append(take(options, ','));
   }
-  line.append(")\n");
-  return line;
+  text.append(")\n");
+  if (!isUtf8(std::string_view(text).substr(begin))) {
+    const std::string rest = inUtf8(text.substr(begin));
+    text.resize(begin);
+    text.append(rest);
+  }
 }
 
 }  // namespace
@@ -157,6 +164,7 @@ std::vector<std::string> MountTable::namesInFolder(const std::string& folder) {
 
 MountTable::MountTable(std::string_view kernelTable, const FolderReader& namesIn) {
   std::vector<Mount> gvfs;
+  _mounts.reserve(static_cast<std::size_t>(std::ranges::count(kernelTable, '\n')));
   while (!kernelTable.empty()) {
     std::string_view line = take(kernelTable, '\n');
     Mount mount;
@@ -206,11 +214,13 @@ MountListing MountTable::listing() const {
   for (const Mount& mount : _mounts) {
     const bool isCaseless = isShare(mount);
     const Text escaped = isCaseless ? addingPercentEscapes(mount.source) : std::nullopt;
-    const std::string source = inUtf8(escaped.value_or(mount.source));
+    const std::size_t begin = listing.text.size();
+    // With escapes it is ASCII.
+    listing.text.append(escaped ? *escaped : inUtf8(mount.source));
     if (isCaseless) {
-      listing.caseless.push_back({.begin = listing.text.size(), .size = source.size()});
+      listing.caseless.push_back({.begin = begin, .size = listing.text.size() - begin});
     }
-    listing.text.append(source).append(inUtf8(restOfLine(mount)));
+    appendRestOfLine(mount, listing.text);
   }
   return listing;
 }
