@@ -195,7 +195,7 @@ int waitFor(pollfd* watched, nfds_t count, int events, int milliseconds) {
 
 /// The thread that does what the test asks for: each byte fires what is due and is replied to.
 void* serve(void* connection) {
-  const int descriptor = static_cast<int>(reinterpret_cast<std::intptr_t>(connection));
+  const int descriptor = *static_cast<const int*>(connection);
   char request = 0;
   while (recv(descriptor, &request, 1, 0) == 1) {
     Report found{};
@@ -221,7 +221,8 @@ __attribute__((constructor)) void start() {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncat(std::strncat(static_cast<char*>(address.sun_path), path, 90), ".socket", 8);
-  const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  static int descriptor = -1;
+  descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   if (page == MAP_FAILED ||
       connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     giveUp("stepped clock: no test to step it\n");
@@ -236,8 +237,7 @@ __attribute__((constructor)) void start() {
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   pthread_t thread{};
-  pthread_create(&thread, nullptr, serve,
-                 reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor)));
+  pthread_create(&thread, nullptr, serve, &descriptor);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
@@ -246,7 +246,19 @@ __attribute__((constructor)) void start() {
 // What the agent and its libraries call, in the place of the C library's.
 extern "C" {
 
-int clock_gettime(clockid_t clock, timespec* time) {
+int steppedClockGettime(clockid_t clock, timespec* time) __asm__("clock_gettime");
+int steppedGettimeofday(timeval* time, void* zone) __asm__("gettimeofday");
+time_t steppedTime(time_t* result) __asm__("time");
+int steppedTimerfdCreate(int clock, int flags) __asm__("timerfd_create");
+int steppedTimerfdSettime(int descriptor, int flags, const itimerspec* value,
+                          itimerspec* before) __asm__("timerfd_settime");
+int steppedPoll(pollfd* watched, nfds_t count, int milliseconds) __asm__("poll");
+int steppedEpollWait(int events, epoll_event* found, int most,
+                     int milliseconds) __asm__("epoll_wait");
+int steppedEpollPwait2(int events, epoll_event* found, int most, const timespec* limit,
+                       const sigset_t* mask) __asm__("epoll_pwait2");
+
+int steppedClockGettime(clockid_t clock, timespec* time) {
   const bool isWall = clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
   const bool isMonotonic = clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE ||
                            clock == CLOCK_MONOTONIC_RAW || clock == CLOCK_BOOTTIME;
@@ -257,29 +269,29 @@ int clock_gettime(clockid_t clock, timespec* time) {
   return 0;
 }
 
-int gettimeofday(timeval* __restrict time, void* __restrict /*zone*/) {
+int steppedGettimeofday(timeval* time, void* /*zone*/) {
   timespec exact{};
-  clock_gettime(CLOCK_REALTIME, &exact);
+  steppedClockGettime(CLOCK_REALTIME, &exact);
   *time = {.tv_sec = exact.tv_sec, .tv_usec = exact.tv_nsec / 1000};
   return 0;
 }
 
-time_t time(time_t* result) {
+time_t steppedTime(time_t* result) {
   timespec exact{};
-  clock_gettime(CLOCK_REALTIME, &exact);
+  steppedClockGettime(CLOCK_REALTIME, &exact);
   if (result != nullptr) {
     *result = exact.tv_sec;
   }
   return exact.tv_sec;
 }
 
-int timerfd_create(int clock, int flags) {
+int steppedTimerfdCreate(int clock, int flags) {
   static_assert(int{TFD_NONBLOCK} == int{EFD_NONBLOCK} && int{TFD_CLOEXEC} == int{EFD_CLOEXEC});
   const Lock lock;
   return addTimer(clock == CLOCK_REALTIME, flags)->descriptor;
 }
 
-int timerfd_settime(int descriptor, int flags, const itimerspec* value, itimerspec* before) {
+int steppedTimerfdSettime(int descriptor, int flags, const itimerspec* value, itimerspec* before) {
   const Lock lock;
   const auto timer = std::ranges::find(gTimers, descriptor, &Timer::descriptor);
   if (timer == gTimers.end() || before != nullptr || value->it_interval.tv_sec != 0 ||
@@ -292,14 +304,14 @@ int timerfd_settime(int descriptor, int flags, const itimerspec* value, itimersp
   return 0;
 }
 
-int poll(pollfd* watched, nfds_t count, int milliseconds) {
+int steppedPoll(pollfd* watched, nfds_t count, int milliseconds) {
   if (milliseconds <= 0) {
     return real<int(pollfd*, nfds_t, int)>("poll")(watched, count, milliseconds);
   }
   return waitFor(watched, count, -1, milliseconds);
 }
 
-int epoll_wait(int events, epoll_event* found, int most, int milliseconds) {
+int steppedEpollWait(int events, epoll_event* found, int most, int milliseconds) {
   static const auto take = real<int(int, epoll_event*, int, int)>("epoll_wait");
   if (milliseconds != 0) {
     pollfd watched{.fd = events, .events = POLLIN, .revents = 0};
@@ -310,19 +322,19 @@ int epoll_wait(int events, epoll_event* found, int most, int milliseconds) {
   return take(events, found, most, 0);
 }
 
-int epoll_pwait2(int events, epoll_event* found, int most, const timespec* limit,
-                 const sigset_t* mask) {
+int steppedEpollPwait2(int events, epoll_event* found, int most, const timespec* limit,
+                       const sigset_t* mask) {
   if (mask != nullptr) {
     giveUp("stepped clock: no such use of epoll is known\n");
   }
   if (limit == nullptr) {
-    return epoll_wait(events, found, most, -1);
+    return steppedEpollWait(events, found, most, -1);
   }
   // Rounded up, so that nobody comes back too early.
   const std::int64_t time = limit->tv_sec * SECOND + limit->tv_nsec;
   const std::int64_t milliseconds = (time + MILLISECOND - 1) / MILLISECOND;
-  return epoll_wait(events, found, most,
-                    static_cast<int>(std::min<std::int64_t>(milliseconds, INT32_MAX)));
+  return steppedEpollWait(events, found, most,
+                          static_cast<int>(std::min<std::int64_t>(milliseconds, INT32_MAX)));
 }
 
 }  // extern "C"

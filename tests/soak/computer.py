@@ -10,7 +10,7 @@ import signal
 import socket
 import stat
 
-from agent import BIN, HELPER, Agent, Home, wait_until
+from agent import BIN, HELPER, Agent, Home, icon, wait_until
 from clock import Clock
 from model import FOLDER, Shortcut, Thing
 from namespaces import GROUP, PORT, Network, OwnMounts
@@ -110,14 +110,23 @@ class Computer(contextlib.AbstractContextManager):
             "IGMPMembershipRefreshRate": REFRESH,
         }))
         self.agent = None
+        # Datagrams that different processors deliver may overtake each other.
+        self._processors = os.sched_getaffinity(0)
+        self._closing.callback(os.sched_setaffinity, 0, self._processors)
+        self._stay()
+
+    def _stay(self):
+        os.sched_setaffinity(0, {min(self._processors)})
 
     # The agent
 
     def start_agent(self):
         """Returns once it is at rest. The clock has been standing still."""
+        os.sched_setaffinity(0, self._processors)
         with self.network.computer.entered(), self._log.open("ab") as log:
             self.agent = Agent(self.home, [PORT], stderr=log,
                                command=self.clock.command(self._executable))
+        self._stay()
         self.clock.greet_agent()
         self.clock.settle()
 
@@ -185,6 +194,12 @@ class Computer(contextlib.AbstractContextManager):
         self._mode.write_text(f"{mode}\n")
         self._helper.chmod(0o644 if mode == "cannot be run" else 0o755)
 
+    def put_picture(self):
+        """A new one, for the icons. Returns its path."""
+        path = self.home.user_config.parent / "icon.ico"
+        path.write_bytes(icon())
+        return path
+
     def shown(self):
         """What lies on the desktop, by its path there."""
         found = {}
@@ -202,7 +217,7 @@ class Computer(contextlib.AbstractContextManager):
         if not text.startswith(MAGIC):
             return Thing(text)
         values = dict(line.partition("=")[::2] for line in text.splitlines()[1:])
-        return Shortcut(values.get("Name"), values.get("URL"))
+        return Shortcut(values.get("Name"), values.get("URL"), values.get("Icon"))
 
     def trash(self):
         if not self.home.trash.exists():

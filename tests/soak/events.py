@@ -6,6 +6,7 @@ from agent import message
 from cables import COMPUTER, DEVICES, HOSTILE
 from clock import MILLISECOND, SECOND
 from model import CHECK, KNOWN_OF_SENDER, LABELS, TICK, Shortcut, Thing
+from namespaces import PORT
 
 ORDINARY_LABELS = ["One", "Two Words", "Photos 2019", "USB Disk", "Backup", "50%", "sub/One"]
 
@@ -49,8 +50,9 @@ class Events:
             self.the_user_tidies_up: 2, self.a_link_goes_down_or_up: 2,
             self.an_address_goes_or_comes: 3, self.a_cable_is_replugged: 0.5,
             self.the_helper_changes: 3, self.a_hanging_helper_is_asked: 1,
-            self.a_log_service_changes: 4, self.the_agent_is_paused: 4, self.the_wall_clock_is_set: 3,
-            self.the_night_comes: 2,
+            self.a_log_service_changes: 4,
+            self.a_picture_is_there_for_a_while: 1, self.the_agent_is_paused: 4,
+            self.the_wall_clock_is_set: 3, self.the_night_comes: 2,
         }
 
     def next(self):
@@ -64,6 +66,7 @@ class Events:
         for kind in self._kinds:
             self._trial.note(kind.__name__.replace("_", " "))
             kind()
+        self._put_in_order(self._trial.cables[0])
         self._flood(self._trial.cables[0], FLOOD)
 
     def calm(self):
@@ -72,6 +75,9 @@ class Events:
             device.is_on = False
         for _ in range(6):
             self._trial.to_next(CHECK)
+
+    def _be_ready(self):
+        self._trial.be_ready(self._random.choice([PORT, PORT, PORT + 1]))
 
     # Devices
 
@@ -94,7 +100,7 @@ class Events:
         labels = ORDINARY_LABELS if self._random.random() < 0.8 else [*LABELS]
         device.disks = {f"{device.number}-{disk}": self._random.choice(labels)
                         for disk in range(self._random.randrange(1, 4))}
-        self._trial.be_ready()
+        self._be_ready()
         for uuid, label in device.disks.items():
             self._say(device, self._random.choice(["disk_mounted", "disk_status"]), uuid, label)
         self._trial.handle()
@@ -104,7 +110,7 @@ class Events:
         if device is None:
             return
         uuid = self._random.choice([*device.disks])
-        self._trial.be_ready()
+        self._be_ready()
         # The label may be another one, or be left out.
         self._say(device, "disk_unmounted", uuid, self._random.choice([None, device.disks[uuid], "x"]))
         self._trial.handle()
@@ -115,7 +121,7 @@ class Events:
         device = self._some_on()
         if device is None:
             return
-        self._trial.be_ready()
+        self._be_ready()
         self._say(device, "no_disk")
         self._trial.handle()
         device.is_on = False
@@ -139,14 +145,14 @@ class Events:
         device = self._some_on()
         if device is None:
             return
-        self._trial.be_ready()
+        self._be_ready()
         for _ in range(self._random.randrange(1, 50)):
             for uuid, label in device.disks.items():
                 self._say(device, self._random.choice(["disk_mounted", "disk_status"]), uuid, label)
         self._trial.handle()
 
     def _repeat(self, devices):
-        self._trial.be_ready()
+        self._be_ready()
         for device in devices:
             for uuid, label in device.disks.items():
                 self._say(device, "disk_status", uuid, label)
@@ -159,7 +165,8 @@ class Events:
             self._trial.pass_time(10 * MILLISECOND * self._random.randrange(1, 2500))
             self._repeat([device for device in self._devices
                           if device.is_on and self._random.random() < 0.6])
-            late = self._random.choice([0, 0, TICK, 7 * SECOND])
+            late = self._random.choice([0, 0, TICK, 7 * SECOND,
+                                        10 * MILLISECOND * self._random.randrange(100)])
             self._trial.to_next(CHECK, late)
 
     def the_night_comes(self):
@@ -201,7 +208,7 @@ class Events:
             message("no_disk", mac="nobody's", uuid=uuid),
             message("no_disk", mac=device.mac.upper() + " "),
         ])
-        self._trial.be_ready()
+        self._be_ready()
         self._trial.say(device.cable, HOSTILE, lie)
         if self._random.random() < 0.5:
             self._repeat([device])
@@ -212,7 +219,7 @@ class Events:
         device = self._some_on() or self._devices[0]
         cable = self._random.choice(self._trial.cables)
         good = message("disk_unmounted", mac=device.mac, uuid=next(iter(device.disks), "x"))
-        self._trial.be_ready()
+        self._be_ready()
         for _ in range(self._random.randrange(1, 200)):
             junk = self._random.choice([
                 f"{good};size:5", f" {good}", good.replace("event", "Event"), f"{good}\xe9",
@@ -228,13 +235,13 @@ class Events:
         cable = self._random.choice(self._trial.cables)
         self._flood(cable, self._random.choice([*[FLOOD // 10] * 9, FLOOD]))
         if self._random.random() < 0.7:
-            self._trial.be_ready()
+            self._be_ready()
             self._trial.say(cable, HOSTILE, message("no_disk", mac="flood"))
             self._trial.handle()
 
     def _flood(self, cable, count):
         self._made += 1
-        self._trial.be_ready()
+        self._be_ready()
         for number in range(count):
             self._trial.say(cable, HOSTILE, message(
                 "disk_status", mac="flood", uuid=f"flood {self._made} {number}",
@@ -300,6 +307,14 @@ class Events:
 
     # The network
 
+    def _put_in_order(self, cable):
+        self._trial.settle()
+        if not cable.is_up:
+            cable.set_up(True)
+        if cable.host is None:
+            cable.assign(COMPUTER[0])
+        self._trial.settle()
+
     def a_link_goes_down_or_up(self):
         self._trial.settle()
         cable = self._random.choice(self._trial.cables)
@@ -310,11 +325,11 @@ class Events:
         self._trial.settle()
         cable = self._random.choice(self._trial.cables)
         if cable.host is None:
-            cable.assign(self._random.choice([COMPUTER, 3, 4]))
+            cable.assign(self._random.choice(COMPUTER))
         else:
             cable.withdraw()
             if self._random.random() < 0.5:
-                cable.assign(self._random.choice([COMPUTER, 3, 4]))
+                cable.assign(self._random.choice(COMPUTER))
         self._trial.settle()
 
     def a_cable_is_replugged(self):
@@ -348,6 +363,31 @@ class Events:
         trial.set_helper(before)
         trial.model.helper = before
 
+    def a_picture_is_there_for_a_while(self):
+        """And a disk comes meanwhile."""
+        trial = self._trial
+        if isinstance(trial.model.desktop.get("Iconic.app"), Thing):
+            return
+        before = trial.model.helper
+        trial.be_far_from_check()
+        mode = self._random.choice(["works", "works", "fails", "crashes", "cannot be run", "hangs"])
+        trial.set_helper(mode)
+        trial.model.helper = mode
+        picture = trial.put_picture()
+        trial.model.picture = str(picture)
+        self._made += 1
+        trial.say(self._random.choice(trial.cables), HOSTILE,
+                  message("disk_mounted", mac="iconic", uuid=f"iconic {self._made}",
+                          label="Iconic"))
+        if mode == "hangs":
+            trial.handle_while_helper_hangs()
+        else:
+            trial.handle()
+        picture.unlink()
+        trial.model.picture = None
+        trial.set_helper(before)
+        trial.model.helper = before
+
     def a_log_service_changes(self):
         service = self._random.choice(self._trial.logs)
         change = self._random.choice(["start", "stop", "read", "stall", "stall"])
@@ -359,10 +399,16 @@ class Events:
             service.reads = change == "read"
 
     def the_agent_is_paused(self):
-        """Things happen meanwhile, or time passes."""
+        """Things happen meanwhile, or time passes, or it is in the middle of something."""
         trial = self._trial
         trial.settle()
-        trial.be_ready()
+        self._be_ready()
+        if self._random.random() < 0.3:
+            self._say_all()
+            trial.pause_agent()
+            trial.continue_agent()
+            trial.handle()
+            return
         trial.pause_agent()
         if self._random.random() < 0.5:
             before = trial.clock.monotonic
@@ -372,13 +418,18 @@ class Events:
             trial.model.passes(before, trial.clock)
             trial.compare()
             return
-        for device in self._devices:
-            if device.is_on and device.cable.is_heard:
-                for uuid, label in device.disks.items():
-                    self._say(device, "disk_status", uuid, label)
+        self._say_all()
         self.a_shortcut_is_deleted()
         trial.continue_agent()
         trial.handle()
+
+    def _say_all(self):
+        """On one cable: what is paused hears nobody before the next."""
+        cable = self._random.choice(self._trial.cables)
+        for device in self._devices:
+            if device.is_on and device.cable is cable:
+                for uuid, label in device.disks.items():
+                    self._say(device, "disk_status", uuid, label)
 
     def end_of_life(self):
         return self._random.choice([signal.SIGTERM, signal.SIGTERM, signal.SIGKILL])

@@ -11,6 +11,7 @@ LONGEST_SILENCE = 120 * SECOND
 KNOWN_OF_SENDER = 1024
 KNOWN = 4096
 REFUSAL = 60 * SECOND
+DEFAULT_ICON = "ravelin-disk"
 
 FIELDS = ("event", "mac", "ip", "uuid", "label")
 REQUIRED = {
@@ -74,6 +75,7 @@ class Shortcut:
     """A shortcut of the agent's."""
     name: str
     url: str
+    icon: str = DEFAULT_ICON
 
 
 @dataclasses.dataclass(eq=False)
@@ -97,6 +99,7 @@ class Model:
         self.desktop = {}
         self.trash = []
         self.helper = "works"
+        self.picture = None  # where there is one for the icons
         self.starts(0)
 
     def starts(self, monotonic):
@@ -106,6 +109,7 @@ class Model:
         self._new = {}  # the disks that will be known, with who announced them
         self._refused = {}
         self._all_refused_until = 0
+        self._no_pictures_until = 0
 
     def ends(self):
         """By SIGTERM. Events that wait are never handled."""
@@ -181,7 +185,8 @@ class Model:
         if isinstance(thing, Thing) and not self._makes_way(path, thing, monotonic):
             return
         if may_stand and '"' not in event["ip"]:
-            self.desktop[path] = Shortcut(label, f"smb://guest:@{event['ip']}/{in_url}")
+            self.desktop[path] = Shortcut(label, f"smb://guest:@{event['ip']}/{in_url}",
+                                          self._icon(monotonic))
         elif isinstance(self.desktop.get(path), Shortcut):
             del self.desktop[path]
 
@@ -190,6 +195,14 @@ class Model:
         if isinstance(self.desktop.get(path), Shortcut):
             del self.desktop[path]
         self.mounted.remove(record)
+
+    def _icon(self, monotonic):
+        """A helper that hangs is not asked about pictures for a minute."""
+        if self.picture is None or monotonic < self._no_pictures_until:
+            return DEFAULT_ICON
+        if self.helper == "hangs":
+            self._no_pictures_until = monotonic + REFUSAL
+        return self.picture if self.helper == "works" else DEFAULT_ICON
 
     def _makes_way(self, path, thing, monotonic):
         """Whether the user's file has gone to the trash. What has been refused is not tried again for

@@ -9,12 +9,14 @@ from cables import Cable
 from clock import MILLISECOND, SECOND
 from computer import Computer
 from model import CHECK, TICK, Model, Thing
+from namespaces import PORT
 
 # The agent's timers may be this late, by their own account. The time never stands where that matters.
 AFTER = 5 * MILLISECOND
 # No more are under way at once than the receive buffer has room for.
 BATCH = 64
 REMEMBERED_STEPS = 40
+REPEATED = "repeated datagrams"
 
 
 class Difference(Exception):
@@ -34,6 +36,8 @@ class Trial(Computer):
         self._began = self.clock.monotonic
         self._under_way = 0
         self._before = None
+        self._last_cable = None
+        self.port = PORT
 
     def note(self, text):
         self.count["steps"] += 1
@@ -72,8 +76,9 @@ class Trial(Computer):
         since = (self.clock.monotonic - self.model.started) % period
         self.pass_time(period - since + AFTER + late)
 
-    def be_ready(self):
-        """What is announced from now on is not handled at the time of a check."""
+    def be_ready(self, port=PORT):
+        """What is announced from now on, to this port, is not handled at the time of a check."""
+        self.port = port
         since = (self.clock.monotonic - self.model.started) % CHECK
         if CHECK - since <= TICK:
             self.to_next(TICK)
@@ -89,9 +94,13 @@ class Trial(Computer):
         """A device sends this. It has effect once the time goes on."""
         if isinstance(payload, str):
             payload = payload.encode("latin-1")
+        # What comes by different cables may come in another order.
+        if cable is not self._last_cable:
+            self.hear()
+            self._last_cable = cable
         if self._under_way == 0:
             self._before = self.datagrams()
-        cable.send(host, payload, to_group)
+        self.count[REPEATED] += cable.send(host, payload, to_group, self.port)
         self.count["events"] += 1
         if cable.is_heard:
             self._under_way += 1
@@ -101,8 +110,7 @@ class Trial(Computer):
 
     def overflow(self, cable, host, payload, count):
         """As many as can be, as fast as can be, none of which has an effect."""
-        for _ in range(count):
-            cable.send(host, payload)
+        cable.send_at_once(host, payload, count)
         self.count["events"] += count
         before = None
         while before != (before := self.datagrams()):
@@ -132,6 +140,7 @@ class Trial(Computer):
         self.clock.step(TICK - since + AFTER)
         until = self.clock.limit_of_wait()
         if until:
+            self.count["hung helpers"] += 1
             self.clock.step(-(-(until - self.clock.monotonic) // (10 * MILLISECOND))
                             * 10 * MILLISECOND)
             self.clock.settle()
@@ -154,7 +163,9 @@ class Trial(Computer):
 
     @staticmethod
     def _comparable(item):
-        return ("file", item.content) if isinstance(item, Thing) else (item.name, item.url)
+        if isinstance(item, Thing):
+            return "file", item.content
+        return item.name, item.url, item.icon
 
     def compare_trash(self):
         found = self.trash()
