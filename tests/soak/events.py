@@ -335,10 +335,15 @@ class Events:
     def a_cable_is_replugged(self):
         self._trial.settle()
         cable = self._random.choice(self._trial.cables)
+        sees_it_at_once = self._random.random() < 0.5
+        if not sees_it_at_once:
+            self._trial.pause_agent()
         cable.unplug()
-        if self._random.random() < 0.5:
+        if sees_it_at_once:
             self._trial.settle()
         cable.plug()
+        if not sees_it_at_once:
+            self._trial.continue_agent()
         self._trial.settle()
 
     # The system
