@@ -193,7 +193,18 @@ int waitFor(pollfd* watched, nfds_t count, int events, int milliseconds) {
   return ready;
 }
 
-/// The thread that does what the test asks for: each byte fires what is due and is replied to.
+/// Has every thread that waits for events look at the time.
+void wakeWaiters() {
+  for (std::size_t index = 0; index < gWaitersCount; ++index) {
+    const Waiter& waiter = gWaiters.at(index);
+    if (waiter.waits && waiter.events >= 0) {
+      eventfd_write(waiter.limit->descriptor, 1);
+    }
+  }
+}
+
+/// The thread that does what the test asks for: each byte fires what is due and is replied to; a
+/// "w" wakes, too.
 void* serve(void* connection) {
   const int descriptor = *static_cast<const int*>(connection);
   char request = 0;
@@ -202,6 +213,9 @@ void* serve(void* connection) {
     {
       const Lock lock;
       fireWhatIsDue();
+      if (request == 'w') {
+        wakeWaiters();
+      }
       found = report();
     }
     if (send(descriptor, &found, sizeof found, MSG_NOSIGNAL) != sizeof found) {

@@ -74,11 +74,11 @@ class Clock(contextlib.AbstractContextManager):
         """The user or the network sets the wall clock; no time passes."""
         self._wall.value += difference
 
-    def look(self):
+    def look(self, request=b"?"):
         """Fires the timers that are due. Whether the agent has nothing left to do, and until when it
         waits for something that has a time limit, or 0."""
         try:
-            self._agent.send(b"?")
+            self._agent.send(request)
             reply = self._agent.recv(_REPORT.size)
         except OSError as error:
             raise NoRest(f"the agent does not answer: {error}") from error
@@ -89,6 +89,10 @@ class Clock(contextlib.AbstractContextManager):
 
     def settle(self):
         """Returns when the agent has done all that there is to do at this time."""
+        self._wait(lambda look: look[0], "the agent does not come to rest")
+        # A timer that is due may wait for the next one for a millisecond, and would otherwise come in
+        # between what is done next.
+        self.look(b"w")
         self._wait(lambda look: look[0], "the agent does not come to rest")
 
     def limit_of_wait(self):
