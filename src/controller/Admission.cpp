@@ -99,8 +99,8 @@ void Admission::queueWasReplaced() {
   }
 }
 
-bool Admission::isKnownOrGoingToBe(const Text& uuid) const {
-  return uuid && (_known.find(uuid) != nullptr || _charged.contains(TextKey(*uuid)));
+bool Admission::isKnownOrGoingToBe(const Disk& disk) const {
+  return disk.uuid() && (_known.find(disk) != nullptr || _charged.contains(TextKey(*disk.uuid())));
 }
 
 bool Admission::_wouldMount(const Disk& event) const {

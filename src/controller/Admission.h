@@ -72,7 +72,7 @@ class Admission {
   void queueWasReplaced();
 
   /// Whether the disk with the uuid is known, or becomes known by an announcement that is waiting.
-  [[nodiscard]] bool isKnownOrGoingToBe(const Text& uuid) const;
+  [[nodiscard]] bool isKnownOrGoingToBe(const Disk& disk) const;
 
   /// What the limit is, in words for people: "1024 of its disks are known, ...".
   [[nodiscard]] static std::string reasonOf(Limit limit);

@@ -133,7 +133,7 @@ Verdict ImaginedAgent::_verdictOnComplete(const Disk& announced) const {
   if (event == "disk_unmounted" || event == "no_disk") {
     return _verdictOnRemoval(announced);
   }
-  if (_admission.isKnownOrGoingToBe(announced.uuid())) {
+  if (_admission.isKnownOrGoingToBe(announced)) {
     return {.kind = Kind::complete,
             .code = "known",
             .sentence = "complete; known already by its uuid: the shortcut stays as it is"};
@@ -161,7 +161,7 @@ Verdict ImaginedAgent::_verdictOnNew(const Disk& announced) const {
 Verdict ImaginedAgent::_verdictOnRemoval(const Disk& announced) const {
   const bool isOfDevice = announced.eventName() == "no_disk";
   const bool isKnown = isOfDevice ? !_known.ofDevice(announced.macAddress()).empty()
-                                  : _admission.isKnownOrGoingToBe(announced.uuid());
+                                  : _admission.isKnownOrGoingToBe(announced);
   if (isKnown) {
     return {.kind = Kind::complete,
             .code = "removes",
@@ -182,7 +182,7 @@ void ImaginedAgent::handleWaiting(Disk::Date now) {
 
 void ImaginedAgent::_handle(const DiskPtr& event, Disk::Date now) {
   const Text& name = event->eventName();
-  const DiskPtr known = _known.find(event->uuid());
+  const DiskPtr known = _known.find(*event);
   if (name == "no_disk") {
     for (const DiskPtr& disk : _known.ofDevice(event->macAddress())) {
       _known.remove(*disk);
