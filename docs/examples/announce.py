@@ -12,10 +12,10 @@ import time
 
 GROUP = ("239.255.77.1", 5077)
 
-if len(sys.argv) not in (5, 6):
+seconds = int(sys.argv[5]) if len(sys.argv) > 5 else 30
+if len(sys.argv) not in (5, 6) or seconds < 1:
     sys.exit("usage: announce.py MAC ADDRESS UUID LABEL [SECONDS]")
 mac, address, uuid, label = sys.argv[1:5]
-seconds = float(sys.argv[5]) if len(sys.argv) > 5 else 30
 sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 # A device often has no route to groups, so the interface is chosen: the one with the address that is
 # announced. With several interfaces, have a socket for each and announce its own address there.

@@ -219,28 +219,28 @@ class Listening(contextlib.AbstractContextManager):
     """The command while it listens, as a program reads it."""
 
     def __init__(self, home, *arguments):
-        self._process = subprocess.Popen(
+        self.process = subprocess.Popen(
             [COMMAND, "--listen", "--json", *map(str, arguments)], env=environment(home),
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.begin = self.next()["listening"]
 
     def __exit__(self, *_):
-        self._process.kill()
-        self._process.communicate()
+        self.process.kill()
+        self.process.communicate()
 
     def next(self):
         """The next value that is printed."""
-        line = self._process.stdout.readline()
-        assert line, self._process.stderr.read()
+        line = self.process.stdout.readline()
+        assert line, self.process.stderr.read()
         return json.loads(line.decode())
 
     def end(self, number=signal.SIGINT):
         """The status, and all that is printed until then."""
-        self._process.send_signal(number)
-        output, errors = self._process.communicate(timeout=PATIENCE)
+        self.process.send_signal(number)
+        output, errors = self.process.communicate(timeout=PATIENCE)
         values = [json.loads(line) for line in output.decode().splitlines()]
         assert errors in (b"", b"ravelin-disk-check: no complete announcement has come\n"), errors
-        return self._process.returncode, values, errors.decode()
+        return self.process.returncode, values, errors.decode()
 
 
 @pytest.fixture(name="scene")
@@ -604,6 +604,20 @@ def test_hostile_datagrams_do_no_harm(scene):
             assert heard["sentence"].isprintable()
             assert all(value.isprintable() for value in heard["fields"].values())
         assert listening.end(signal.SIGTERM)[0] in (0, 1)
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_it_ends_also_where_nobody_takes_what_it_prints(scene, number):
+    with scene.listen() as listening, scene.socket_of_device() as device:
+        process = listening.process
+
+        def is_stuck():
+            device.sendto(b"A" * 1000, (GROUP, PORT))
+            return "pipe" in open(f"/proc/{process.pid}/wchan").read()
+
+        wait_until(is_stuck, "a full pipe")
+        process.send_signal(number)
+        assert process.wait(PATIENCE) == 1
 
 
 def at_a_terminal(scene, *arguments, **variables):

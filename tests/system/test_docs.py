@@ -211,13 +211,14 @@ def test_the_settings_that_confine_are_those_of_the_unit():
 
 def test_the_firewall_lets_in_what_the_readme_opens(home, needs_root):
     needs_root("the test of the firewall's rule (tests/system/test_docs.py)")
-    rule = re.search(r"^    sudo (nft add rule .*)$", README, re.MULTILINE)[1]
+    rule = re.search(r"^    sudo (nft insert rule .*)$", README, re.MULTILINE)[1]
     with Network(1) as network:
         network.computer.run("nft", "-f", "-", input=b"""
             table inet filter {
                 chain input {
                     type filter hook input priority 0; policy drop;
                     iif lo accept
+                    reject
                 }
             }""")
         agent = start_with_sample(home, network)

@@ -101,7 +101,10 @@ def test_the_examples_do_what_a_device_should(home, network, sender, tmp_path):
 @pytest.mark.parametrize("arguments", [
     [], ["02:00:00:00:00:01", "10.77.0.1", "1234-ABCD"],
     ["02:00:00:00:00:01", "device", "1234-ABCD", "USB Disk"],
-    ["02:00:00:00:00:01", "10.77.9.9", "1234-ABCD", "USB Disk"]], ids=len)
+    ["02:00:00:00:00:01", "10.77.9.9", "1234-ABCD", "USB Disk"],
+    # Without a pause it would be a flood.
+    *(["02:00:00:00:00:01", "10.77.0.1", "1234-ABCD", "USB Disk", pause]
+      for pause in ("0", "-1", "often"))], ids=str)
 def test_the_examples_say_what_they_cannot_do(network, sender, arguments):
     with network.device.entered():
         result = subprocess.run([*sender, *arguments], capture_output=True, timeout=PATIENCE, check=False)

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import pwd
 import subprocess
 
 import pytest
@@ -23,8 +24,10 @@ class Computer:
                             "XDG_CACHE_HOME": str(home.base / "cache")}
         self._process = subprocess.Popen(
             ["unshare", "--mount", "--pid", "--net", "--fork", "--mount-proc", "--kill-child", "sh", "-c",
-             "ip link set lo up; while :; do sleep 1; done"])
-        wait_until(lambda: "UP" in self.run("ip", "link", "show", "lo", check=False).stdout, "the network")
+             "ip link set lo up; echo ready; while :; do sleep 1; done"], stdout=subprocess.PIPE)
+        # Before that, what is run would be run with the computer's own processes and network.
+        assert self._process.stdout.readline() == b"ready\n"
+        self._process.stdout.close()
 
     def run(self, *command, check=True):
         spaces = f"/proc/{self._process.pid}/ns"
@@ -118,6 +121,50 @@ def test_everything_works_and_goes_again(home, computer):
     assert after.keys() - before.keys() == {str(configuration), str(configuration.parent), str(known)}
     assert before.keys() <= after.keys()
     assert "Nothing is installed" in computer.run("script/uninstall").stdout
+
+
+def test_an_installation_outlives_a_run_of_script_run(home, computer):
+    """Which has registered the same files for as long as it runs."""
+    handler = home.path / ".local/share/applications/ravelin-disk-open.desktop"
+    before = computer.files()
+    running = subprocess.Popen(
+        ["nsenter", f"--mount=/proc/{computer._process.pid}/ns/mnt", f"--net=/proc/{computer._process.pid}/ns/net",
+         f"--pid=/proc/{computer._process.pid}/ns/pid_for_children", f"--wd={ROOT}", "script/run"],
+        env=computer.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    wait_until(lambda: handler.exists() and computer.agents(), "script/run")
+    assert "so none is started now" in computer.run("script/install").stdout
+    installed = computer.files()
+    computer.run("kill", "-TERM", *computer.agents())
+    assert running.wait(PATIENCE) == 0
+    assert f'Exec="{home.path}/.local/bin/ravelin-disk-open" %f\n' in handler.read_text()
+    assert computer.files() == installed
+    computer.run("script/uninstall")
+    left = computer.files().keys() - before.keys()
+    assert {name for name in left if not os.path.isdir(name)} == {str(home.path / CONFIG)}
+
+
+def test_without_a_home_it_is_the_users(computer):
+    home = pathlib.Path(pwd.getpwuid(os.getuid()).pw_dir)
+    # For these processes only.
+    computer.run("mount", "-t", "tmpfs", "none", home)
+    del computer.environment["HOME"]
+    assert f"Installed: the programs in {home}/.local/bin" in computer.run("script/install").stdout
+    assert "Removed: the programs" in computer.run("script/uninstall").stdout
+    # The configuration.
+    assert computer.run("find", home, "-type", "f").stdout == f"{home}/{CONFIG}\n"
+
+
+def test_the_users_folders_are_elsewhere(home, computer):
+    """A folder that is not absolute counts for nothing, as it does for the agent."""
+    settings = home.base / "settings"
+    settings.mkdir()
+    computer.environment |= {"XDG_CONFIG_HOME": str(settings), "XDG_DATA_HOME": "share"}
+    printed = computer.run("script/install").stdout
+    assert f"this sample is now installed: {home.path / CONFIG}" in printed
+    wait_until(computer.shortcut, "the shortcut", period=0.25)
+    assert (settings / "autostart/ravelin-disk-autostart.desktop").exists()
+    computer.run("script/uninstall")
+    assert os.listdir(settings) == []
 
 
 def test_the_users_systemd_starts_it_where_there_is_one(home, computer):

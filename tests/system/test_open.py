@@ -219,6 +219,8 @@ def test_files_that_are_no_shortcuts(desktop, content, reason):
     ("smb://guest:@", no_address("")),
     ("smb://guest:@/Disk", no_address("")),
     ("smb://guest:@server.example/Disk", no_address("server.example")),
+    # Nobody is shown all of what somebody else has written.
+    (f"smb://guest:@{'9' * 60000}/Disk", no_address("9" * 100 + "...")),
     ("smb://guest:@(null)/Disk", no_address("(null)")),
     ("smb://guest:@alice:secret@192.0.2.10/Disk", no_address("alice:secret@192.0.2.10")),
     ("smb://guest:@192.0.2.10:445/Disk", no_address("192.0.2.10:445")),

@@ -14,7 +14,6 @@
 #include "GroupAddress.h"
 #include "Target.h"
 #include "base/AsciiCase.h"
-#include "base/Utf8.h"
 #include "common/InQuotes.h"
 #include "core/Configuration.h"
 
@@ -32,19 +31,11 @@ constexpr std::array KEYS{Configuration::MULTICAST_ADDRESSES, Configuration::JOI
 /// Seconds after which the first switches forget a member that they do not hear of.
 constexpr std::int32_t SWITCHES_FORGET = 255;
 
-/// The text in quotes, or its beginning.
-std::string quoted(std::string_view text) {
-  constexpr std::size_t LONGEST = 100;
-  const std::string_view beginning = beginningOf(text, LONGEST);
-  return beginning.size() == text.size() ? inQuotes(text)
-                                         : inQuotes(std::string(beginning).append("..."));
-}
-
 /// The value as a person has written it.
 std::string shown(const PropertyListValue& value) {
   const auto& content = value.content();
   if (const auto* const text = std::get_if<std::string>(&content)) {
-    return quoted(*text);
+    return shortInQuotes(*text);
   }
   if (const auto* const truth = std::get_if<bool>(&content)) {
     return *truth ? "true" : "false";
@@ -108,8 +99,9 @@ Findings checkKeys(const PropertyListDictionary& dictionary) {
     if (std::ranges::find(KEYS, key) != KEYS.end()) {
       continue;
     }
-    const std::string sentence =
-        std::string("there is no key ").append(quoted(key)).append(", so the agent ignores it");
+    const std::string sentence = std::string("there is no key ")
+                                     .append(shortInQuotes(key))
+                                     .append(", so the agent ignores it");
     if (const auto meant = keyMeantBy(key)) {
       found.push_back(
           wrong("key-misspelt", sentence + "; it is spelt " + inQuotes(*meant), about(key, value)));

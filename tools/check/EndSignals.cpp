@@ -36,8 +36,11 @@ EndSignals::EndSignals(platform::RunLoop& loop, std::function<void()> action) {
         [[maybe_unused]] const ssize_t size = ::read(gPipe[0], &any, sizeof any);
         action();
       });
+  // Without SA_RESTART: where nobody takes what is printed, that does not go on waiting.
+  struct sigaction handling{};
+  handling.sa_handler = wake;
   for (const int signal : SIGNALS) {
-    std::signal(signal, wake);
+    ::sigaction(signal, &handling, nullptr);
   }
 }
 

@@ -60,7 +60,7 @@ Text whyNoShareUrl(std::string_view url) {
   url.remove_prefix(GUEST.size());
   const auto [server, share] = divided(url);
   if (!isDottedAddress(std::string(server))) {
-    return "the shortcut's address " + inQuotes(server) +
+    return "the shortcut's address " + shortInQuotes(server) +
            " is no IPv4 address; have the device announce its own";
   }
   return whyNoShare(share);
