@@ -87,6 +87,9 @@ class Manager:
             env=self._environment, cwd="/", check=check, capture_output=True, text=True, timeout=PATIENCE)
         return result.stdout
 
+    def program(self, name):
+        return self._programs / name
+
     def control(self, *arguments):
         return self.run("systemctl", "--user", *arguments)
 
@@ -163,6 +166,15 @@ def test_it_comes_and_goes_with_the_session(home, manager, port):
     for line in ("Server has been started!", "signal has been catched and handled."):
         assert journal.count(line) == 1, journal
     assert "removed: Left.app" in journal
+
+
+def test_it_does_not_start_beside_an_agent_that_somebody_runs(home, manager, port):
+    manager.run("sh", "-c", "trap '' HUP; $0 >/dev/null 2>&1 &", manager.program("ravelin-disk-agent"))
+    manager.mount(port, "USB Disk")
+    manager.control("start", "ravelin-disk.service")
+    assert manager.agent() == 0
+    assert home.shortcuts() == ["USB Disk.app"]
+    assert "running" in manager.journal()
 
 
 def test_one_that_was_killed_leaves_nothing_and_comes_again(home, manager, port):
