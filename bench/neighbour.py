@@ -107,11 +107,12 @@ def cost(device, watched, text, target, seconds):
         return (watched.worked() - before) / sent * 1e6
 
 
-def rows(bin_folder, quick=False):
-    """What was measured, the agent's figure, and the daemon's."""
+def compared(bin_folder, quick=False):
+    """What was measured, how a figure is shown, the agent's figure and the daemon's. Null, and why,
+    where there is nothing to compare."""
     program = shutil.which("avahi-daemon") or shutil.which("avahi-daemon", path="/usr/sbin")
     if program is None:
-        return [("avahi-daemon", "LEFT OUT: not installed", "")]
+        return None, "not installed"
     bin_folder = pathlib.Path(bin_folder).resolve()
     os.environ["RAVELIN_DISK_BIN"] = str(bin_folder)
     sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "system"))
@@ -119,8 +120,9 @@ def rows(bin_folder, quick=False):
     import namespaces
 
     if not namespaces.may_be_made():
-        return [("avahi-daemon", "LEFT OUT: needs root", "")]
+        return None, "needs root"
     seconds = 2 if quick else 10
+    known = b"event:disk_status;mac:02:00:00:00:00:01;ip:10.77.0.1;uuid:1234-ABCD;label:USB Disk"
     with agents.Home() as home, namespaces.Network() as network:
         network.plug(0)
         network.computer.ip(network.assignment(0))
@@ -130,22 +132,14 @@ def rows(bin_folder, quick=False):
             time.sleep(5)
             before = [each.sleeps() for each in both]
             time.sleep(3 * seconds)
-            wakes = [f"{(each.sleeps() - early) / (3 * seconds):.2f} /s"
-                     for each, early in zip(both, before)]
+            wakes = [(each.sleeps() - early) / (3 * seconds) for each, early in zip(both, before)]
             memory = [each.memory() for each in both]
-            known = (b"event:disk_status;mac:02:00:00:00:00:01;ip:10.77.0.1;uuid:1234-ABCD;"
-                     b"label:USB Disk")
             costs = [cost(network.device, each, text, target, seconds) for each, text, target in (
                 (both[0], known, (namespaces.GROUP, namespaces.PORT)),
                 (both[1], mdns_announcement(), MDNS))]
-            return [
-                ("resident, idle", *(f"{each[0]:,} kB" for each in memory)),
-                ("own share, idle", *(f"{each[1]:,} kB" for each in memory)),
-                ("wakes up, idle", *wakes),
-                (f"an announcement, of {PACE:,} a second", *(f"{each:.1f} us" for each in costs)),
-            ]
-
-
-if __name__ == "__main__":
-    for label, *values in rows(sys.argv[1], "--quick" in sys.argv):
-        print(f"{label:<44}", *(f"{value:>18}" for value in values))
+    return [
+        ("resident, idle", "{:,} kB", *(each[0] for each in memory)),
+        ("own share, idle", "{:,} kB", *(each[1] for each in memory)),
+        ("wakes up, idle", "{:.2f} /s", *wakes),
+        (f"an announcement, of {PACE:,} a second", "{:.1f} us", *costs),
+    ], None

@@ -21,6 +21,7 @@ import sys
 import tempfile
 import time
 
+import neighbour
 import network
 import volumes
 
@@ -435,6 +436,19 @@ def show_networks(table, folder, quick):
         table.line(name, figure, *ratio)
 
 
+def show_neighbour(table, folder, quick):
+    table.section("Beside avahi-daemon, in one run", "ratio: to its figure")
+    compared, reason = neighbour.compared(folder, quick)
+    if compared is None:
+        table.line("avahi-daemon", f"LEFT OUT: {reason}")
+        return
+    for name, form, own, other in compared:
+        # What is mapped and shared with others is no matter of who is lighter.
+        judged = () if name.startswith("resident") else ("< 1", own < other or own == 0)
+        table.line(name, form.format(own), own / other if other else None, *judged)
+        table.line("  avahi-daemon's", form.format(other))
+
+
 def show_volumes(table, folder, quick):
     table.section(
         "Mounting", "ratio: to bare GIO in one process, and to a bare search for the text"
@@ -461,6 +475,7 @@ def main():
     show_paced(table, arguments.bin, arguments.quick)
     show_latency(table, arguments.bin, arguments.quick)
     show_networks(table, arguments.bin, arguments.quick)
+    show_neighbour(table, arguments.bin, arguments.quick)
     show_volumes(table, arguments.bin, arguments.quick)
 
 
