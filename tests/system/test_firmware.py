@@ -117,6 +117,8 @@ def test_the_examples_say_what_they_cannot_do(network, sender, arguments):
 def test_a_device_without_a_route_chooses_its_interface(home, network):
     """As the document says of the interface, and of the time to live that nobody looks at."""
     agent = start_with_sample(home, network)
+    # It is sent once.
+    wait_until(lambda: network.computer.memberships().get("eth0", {}).get("239.255.77.1"), "a member")
     group = ("239.255.77.1", PORT)
     with network.device.entered(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
         with pytest.raises(OSError, match="Network is unreachable"):

@@ -3,10 +3,11 @@ wherever that is."""
 
 import os
 import subprocess
+import time
 
 import pytest
 
-from agent import BIN, HELPER, icon, wait_until
+from agent import BIN, HELPER, PATIENCE, icon, wait_until
 
 PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-check",
             "ravelin-disk-open", "ravelin-disk-tidy", "ravelin-disk-volume"]
@@ -55,9 +56,15 @@ def test_the_agent_has_its_helper(home, programs):
     shortcut = home.desktop / "USB Disk.app"
     shortcut.write_text("the user's")
     agent = home.start_as_configured(port, command=[programs / "ravelin-disk-agent"])
-    agent.announce("disk_mounted")
-    wait_until(lambda: shortcut.exists() and f"\nIcon={picture}\n" in shortcut.read_text(),
-               "shortcut with the icon")
+
+    def has_picture():
+        # A machine that is busy for longer than a helper may take gets another chance.
+        agent.announce("disk_unmounted")
+        agent.announce("disk_mounted")
+        time.sleep(2)
+        return shortcut.exists() and f"\nIcon={picture}\n" in shortcut.read_text()
+
+    wait_until(has_picture, "shortcut with the icon", patience=3 * PATIENCE)
     assert (home.trash / shortcut.name).read_text() == "the user's"
     assert agent.terminate() == 0
 

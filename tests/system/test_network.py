@@ -317,7 +317,7 @@ def test_an_interface_is_deleted_and_made_again_before_the_agent_looks(scene):
             at.computer.ip(at.assignment(0))
             assert at.members(0) == 0
         assert at.members(0) == at.members(1) == 1
-        assert at.agent.log().count(CANNOT_DROP) == times
+        wait_until(lambda times=times: at.agent.log().count(CANNOT_DROP) == times, "the refusal")
         at.hears(0, 1)
     assert CANNOT_JOIN not in at.agent.log()
 

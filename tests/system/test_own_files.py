@@ -90,7 +90,10 @@ def test_mounting_moves_what_is_in_the_way_to_the_trash(home, target, make, labe
 @pytest.mark.parametrize("end", ["unmounted", "no disk", "termination"])
 def test_what_has_come_in_a_shortcuts_place_stays(home, target, make, end):
     agent = home.start()
-    path = agent.mount()
+    # Once: what is announced again must not be mounted again, at the end of the agent, say.
+    agent.announce("disk_mounted")
+    home.wait_for_shortcuts("USB Disk.app")
+    path = home.desktop / "USB Disk.app"
     path.unlink()
     make(path, target)
     before = snapshot(home.desktop, home.outside)
