@@ -109,7 +109,7 @@ struct Subscription : std::enable_shared_from_this<Subscription> {
     mustSucceed(sd_event_source_set_time(source.get(), due), "RunLoop timer");
   }
 
-  void enable(bool isEnabled) {
+  void enable(bool isEnabled) const {
     mustSucceed(sd_event_source_set_enabled(source.get(), isEnabled ? SD_EVENT_ON : SD_EVENT_OFF),
                 "RunLoop timer");
   }

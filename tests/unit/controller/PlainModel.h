@@ -97,7 +97,7 @@ class PlainModel {
       }
       const Label& label = labelOf(event.label);
       if (label.mayStandOnDesktop &&
-          !(_shortcutsAreApplications && label.text.find('/') != std::string::npos)) {
+          (!_shortcutsAreApplications || label.text.find('/') == std::string::npos)) {
         desktop[label.text + ".app"] = "smb://guest:@" + *event.ip + "/" + label.inUrl;
       }
       mounted.push_back({.texts = event, .lastUpdateTime = now});
