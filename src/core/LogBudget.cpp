@@ -1,6 +1,7 @@
 #include "core/LogBudget.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/LogLine.h"
 
@@ -47,14 +48,19 @@ void LogBudget::settle(std::size_t used) {
   _available = std::min(_available + LOG_LINE_LIMIT - std::min(used, LOG_LINE_LIMIT), AT_ONCE);
 }
 
+bool LogBudget::hasSuppressed() const {
+  const LockGuard lock(_mutex);
+  return _suppressed != 0;
+}
+
 std::uint64_t LogBudget::takeEnded(Clock::time_point now) {
   const LockGuard lock(_mutex);
-  return now - _lastSuppressed < QUIET ? 0 : _suppressed.exchange(0);
+  return now - _lastSuppressed < QUIET ? 0 : std::exchange(_suppressed, 0);
 }
 
 std::uint64_t LogBudget::takeSuppressed() {
   const LockGuard lock(_mutex);
-  return _suppressed.exchange(0);
+  return std::exchange(_suppressed, 0);
 }
 
 }  // namespace ravelin

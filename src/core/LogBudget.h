@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -36,9 +35,8 @@ class LogBudget {
   /// Gives back, after `reserve`, what the line has not used.
   void settle(std::size_t used);
 
-  /// Whether lines have been suppressed since the last report. Without the mutex: what another
-  /// thread suppresses at this moment may be missed.
-  [[nodiscard]] bool hasSuppressed() const { return _suppressed != 0; }
+  /// Whether lines have been suppressed since the last report.
+  [[nodiscard]] bool hasSuppressed() const;
 
   /// How many lines have been suppressed since the last report; 0 while suppressing has not ended.
   /// The count starts again: the caller reports it.
@@ -51,10 +49,10 @@ class LogBudget {
   bool _take(Clock::time_point now) REQUIRES(_mutex);
 
   const std::function<void()> _firstIsSuppressed;
-  Mutex _mutex;
+  mutable Mutex _mutex;
   std::size_t _available GUARDED_BY(_mutex) = AT_ONCE;
   Clock::time_point _refilled GUARDED_BY(_mutex);
-  std::atomic<std::uint64_t> _suppressed = 0;  ///< written under the mutex
+  std::uint64_t _suppressed GUARDED_BY(_mutex) = 0;
   Clock::time_point _lastSuppressed GUARDED_BY(_mutex);
 };
 
