@@ -81,7 +81,7 @@ class RunLoop {
 
   /// Has the loop's thread call the action at one of its next turns, and returns at once. Actions
   /// of one caller are called in order. Any thread, and always later, even on the loop's own
-  /// thread.
+  /// thread. The action may have the loop's thread end.
   virtual void perform(Action action) = 0;
 
   /// Has the loop's thread call the action, and returns when it has finished; on the loop's own

@@ -269,10 +269,9 @@ class EventLoop final : public RunLoop {
   }
 
   void perform(Action action) override {
-    {
-      const LockGuard lock(_mutex);
-      _actions.push_back(std::move(action));
-    }
+    // Wakes before it lets go: the action may end the thread, and the loop with it.
+    const LockGuard lock(_mutex);
+    _actions.push_back(std::move(action));
     mustSucceed(eventfd_write(_handoverDescriptor, 1), "RunLoop::perform");
   }
 

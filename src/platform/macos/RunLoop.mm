@@ -117,10 +117,9 @@ class MacRunLoop final : public RunLoop {
   }
 
   void perform(Action action) override {
-    {
-      const LockGuard lock(_mutex);
-      _actions.push_back(std::move(action));
-    }
+    // Wakes before it lets go: the action may end the thread, and the loop with it.
+    const LockGuard lock(_mutex);
+    _actions.push_back(std::move(action));
     CFRunLoopSourceSignal(_handover.get());
     CFRunLoopWakeUp(_loop.get());
   }

@@ -783,6 +783,16 @@ TEST(RunLoopTest, PerformAndWaitReturnsWhenTheActionHasFinished) {
   EXPECT_EQ(result, -1);
 }
 
+TEST(RunLoopTest, AnActionMayEndTheLoopWhileItsCallerStillHandsItOver) {
+  for (int i = 0; i < 200; ++i) {
+    const LoopThread thread;
+    // Keeps the loop awake, so that it finds the ending action as soon as that is there.
+    for (int k = 0; k < 5; ++k) {
+      thread.loop().perform([] {});
+    }
+  }
+}
+
 TEST(RunLoopTest, ManyThreadsHandOverEachInItsOwnOrder) {
   constexpr std::size_t THREADS = 8;
   constexpr int ACTIONS = 300;
