@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """Runs the benches and measures the real agent, and prints one table of all of it.
 
-Usage: report.py BIN [--quick]
+Usage: report.py BIN [--quick] [--document FILE]
 
 BIN is the folder of the executables. A missed target is told in the table; the exit status tells
 only whether everything could be measured. With --quick fewer and smaller measurements are made,
-which shows that they work, not what they are worth.
+which shows that they work, not what they are worth. With --document the table is put into the file,
+too, in Markdown, between the two comments that mark its place.
 """
 
 import argparse
@@ -21,6 +22,7 @@ import sys
 import tempfile
 import time
 
+import documents
 import neighbour
 import network
 import volumes
@@ -35,17 +37,22 @@ PATIENCE = 60.0  # seconds
 class Table:
     """Lines of text, in sections, printed as they come in."""
 
+    def __init__(self):
+        self.sections = []  # of a title, notes, and lines as they are given to `line`
+
     def section(self, title, *notes):
         print(f"\n{title}")
         for note in notes:
             print(f"  ({note})")
         sys.stdout.flush()
+        self.sections.append((title, notes, []))
 
     def line(self, name, figure, ratio=None, target="", met=None):
         ratio_text = "" if ratio is None else f"{ratio:.2f}"
         met_text = "" if met is None else "met" if met else "MISSED"
         print(f"  {name:<44}{figure:>16}{ratio_text:>9}  {target:<8} {met_text}".rstrip())
         sys.stdout.flush()
+        self.sections[-1][2].append((name, figure, ratio_text, target, met_text))
 
 
 def memory_folder():
@@ -461,12 +468,14 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
     parser.add_argument("bin", help="the folder of the executables")
     parser.add_argument("--quick", action="store_true", help="fewer and smaller measurements")
+    parser.add_argument("--document", metavar="FILE", help="a document to put the table into")
     arguments = parser.parse_args()
+    if arguments.document:
+        documents.look_for_place(arguments.document)
     table = Table()
     benches = Benches(os.path.join(arguments.bin, "ravelin-disk-bench"))
-    load = os.getloadavg()[0]
-    busy = ", too many for steady figures" if load > 1 else ""
-    print(f"{os.cpu_count()} processors, {load:.1f} other processes running on average{busy}")
+    machine = documents.machine()
+    print(machine)
     show_reception(table, benches, arguments.quick)
     show_parser(table, benches, arguments.quick)
     show_scaling(table, benches, arguments.quick)
@@ -477,6 +486,8 @@ def main():
     show_networks(table, arguments.bin, arguments.quick)
     show_neighbour(table, arguments.bin, arguments.quick)
     show_volumes(table, arguments.bin, arguments.quick)
+    if arguments.document:
+        documents.put(arguments.document, machine, table.sections)
 
 
 if __name__ == "__main__":
