@@ -32,7 +32,7 @@ void Disk::_digest() const {
   for (const Text* text : _texts()) {
     if (*text) {
       digest.present |= bit;
-      digest.size += (*text)->size();
+      digest.size += static_cast<std::uint32_t>((*text)->size());
     }
     bit <<= 1U;
   }
@@ -72,9 +72,13 @@ bool Disk::isEqual(const Disk& other) const {
 
 Text Disk::getVolumePath() {
   if (!_volumePath) {
-    _volumePath = _getVolumePath();
+    const Text path = _getVolumePath();
+    if (!path) {
+      return std::nullopt;
+    }
+    _volumePath = std::make_unique<const std::string>(*path);
   }
-  return _volumePath;
+  return *_volumePath;
 }
 
 bool Disk::doesVolumeExist() const {

@@ -8,6 +8,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -115,7 +116,7 @@ class Disk {
   /// What indexes and limits ask for again and again: found out once for all the texts.
   struct Digest {
     Texts present = 0;
-    std::size_t size = 0;
+    std::uint32_t size = 0;  // no datagram has more
     std::uint64_t hashOfUuid = 0;
     std::uint64_t hash = 0;  // of those that are present
   };
@@ -139,12 +140,14 @@ class Disk {
   Text _ipAddr;
   Text _uuid;
   Text _label;
+  // There are thousands of disks: what needs little room stands together, and what hardly any disk
+  // has stands elsewhere.
   std::int16_t _volumeReference = 0;
+  mutable bool _isDigested = false;
   std::uint32_t _sender = 0;
   std::atomic<Date::rep> _lastUpdateTime = NO_DATE;
-  Text _volumePath;
+  std::unique_ptr<const std::string> _volumePath;  // null until it has been found
   mutable Digest _digestOfTexts;
-  mutable bool _isDigested = false;
 };
 
 using DiskPtr = std::shared_ptr<Disk>;
