@@ -1,125 +1,92 @@
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "fuzz/PlainAnnouncement.h"
+#include "fuzz/QuietLog.h"
+#include "fuzz/Require.h"
+#include "intake/Completeness.h"
 #include "intake/EventParser.h"
 #include "platform/Service.h"
 #include "platform/SystemLog.h"
 
 namespace {
 
+using ravelin::Disk;
 using ravelin::DiskPtr;
 using ravelin::EventParser;
+using ravelin::Lack;
+using ravelin::lackOf;
 using ravelin::Text;
-using ravelin::textOrNull;
-using ravelin::platform::SystemLog;
+using ravelin::fuzz::require;
+using ravelin::fuzz::valueOf;
+using ravelin::fuzz::Values;
 
-/// Keeps the lines to itself.
-class QuietLog final : public SystemLog {
- public:
-  std::size_t log(Level level, std::string_view messageTemplate) override {
-    require(level == Level::info);
-    lines.emplace_back(messageTemplate);
-    return 0;
+/// The reading that writes nothing: the same texts, and where it stops.
+void checkReading(std::span<const std::byte> payload, const std::optional<Values>& expected) {
+  Disk::TextViews texts;
+  const EventParser::Reading reading = EventParser::read(payload, texts);
+  const std::string_view message(reinterpret_cast<const char*>(payload.data()), payload.size());
+  if (!expected) {
+    require(reading.outcome == EventParser::Outcome::unknownKey);
+    // It is a key that stands there, and none before it is unknown.
+    const auto at = static_cast<std::size_t>(reading.unknownKey.data() - message.data());
+    require(message.substr(at + reading.unknownKey.size()).starts_with(':'));
+    require(at == 0 || message[at - 1] == ';');
+    require(ravelin::fuzz::readPlainly(std::string(message.substr(0, at))).has_value());
+    require(!ravelin::fuzz::readPlainly(std::string(message.substr(at))).has_value());
+    return;
   }
-
-  static void require(bool holds) {
-    if (!holds) {
-      std::abort();
-    }
-  }
-
-  std::vector<std::string> lines;
-};
-
-using Values = std::map<std::string, std::string>;
-
-std::vector<std::string> itemsOf(const std::string& message) {
-  std::vector<std::string> items(1);
-  for (const char character : message) {
-    if (character == ';') {
-      items.emplace_back();
-    } else {
-      items.back() += character;
-    }
-  }
-  return items;
+  const bool isAscii = std::ranges::all_of(
+      payload, [](std::byte byte) { return std::to_integer<unsigned>(byte) < 0x80; });
+  require(reading.outcome ==
+          (isAscii ? EventParser::Outcome::read : EventParser::Outcome::notAscii));
+  require(texts.eventName == valueOf(*expected, "event"));
+  require(texts.macAddress == valueOf(*expected, "mac"));
+  require(texts.ipAddress == valueOf(*expected, "ip"));
+  require(texts.uuid == valueOf(*expected, "uuid"));
+  require(texts.label == valueOf(*expected, "label"));
 }
 
-/// What a message says, read letter by letter; null when it is to have no record.
-std::optional<Values> readPlainly(const std::string& message) {
-  for (const char character : message) {
-    if (static_cast<unsigned char>(character) > 127) {
-      return Values();
-    }
+void checkCompleteness(const Disk& disk, const Values& values) {
+  static const std::map<std::string, Lack> LACKS{
+      {"uuid", Lack::uuid}, {"mac", Lack::mac}, {"ip", Lack::ip}, {"label", Lack::label}};
+  const Text missing = ravelin::fuzz::missingIn(values);
+  if (!missing) {
+    require(!lackOf(disk));
+  } else if (missing == "event") {
+    require(lackOf(disk) == (values.contains("event") ? Lack::knownEvent : Lack::event));
+  } else {
+    require(lackOf(disk) == LACKS.at(*missing));
   }
-  Values values;
-  for (const std::string& item : itemsOf(message)) {
-    std::string key;
-    std::string value;
-    bool behindColon = false;
-    for (const char character : item) {
-      if (behindColon) {
-        value += character;
-      } else if (character == ':') {
-        behindColon = true;
-      } else {
-        key += character;
-      }
-    }
-    if (!behindColon) {
-      continue;
-    }
-    if (key != "event" && key != "mac" && key != "ip" && key != "uuid" && key != "label") {
-      return std::nullopt;
-    }
-    values[key] = value;
-  }
-  return values;
-}
-
-Text valueOf(const Values& values, const std::string& key) {
-  const auto found = values.find(key);
-  return found == values.end() ? std::nullopt : Text(found->second);
-}
-
-std::vector<std::string> expectedLines(const std::string& message, const Values& values) {
-  const Text event = valueOf(values, "event");
-  if (event != "disk_mounted" && event != "disk_unmounted") {
-    return {};
-  }
-  std::string line = "Received event message\n" + message + "\nDisk is\n";
-  for (const char* key : {"event", "mac", "ip", "uuid", "label"}) {
-    line += std::string(key) + ":" + textOrNull(valueOf(values, key)) + ";";
-  }
-  return {line};
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string message(data, data + size);
-  QuietLog log;
-  const ravelin::platform::Substitute<SystemLog> inForce(log);
-  const DiskPtr disk = EventParser::parse(std::as_bytes(std::span(data, size)));
-  const std::optional<Values> expected = readPlainly(message);
-  QuietLog::require((disk != nullptr) == expected.has_value());
+  const auto payload = std::as_bytes(std::span(data, size));
+  ravelin::fuzz::QuietLog log;
+  const ravelin::platform::Substitute<ravelin::platform::SystemLog> inForce(log);
+  const DiskPtr disk = EventParser::parse(payload);
+  const std::optional<Values> expected = ravelin::fuzz::readPlainly(message);
+  require((disk != nullptr) == expected.has_value());
+  require(log.lines == ravelin::fuzz::linesOf(message, expected));
+  checkReading(payload, expected);
   if (!expected) {
-    QuietLog::require(log.lines.empty());
     return 0;
   }
-  QuietLog::require(disk->eventName() == valueOf(*expected, "event"));
-  QuietLog::require(disk->macAddress() == valueOf(*expected, "mac"));
-  QuietLog::require(disk->ipAddress() == valueOf(*expected, "ip"));
-  QuietLog::require(disk->uuid() == valueOf(*expected, "uuid"));
-  QuietLog::require(disk->label() == valueOf(*expected, "label"));
-  QuietLog::require(disk->volumeReference() == 0 && !disk->lastUpdateTime());
-  QuietLog::require(log.lines == expectedLines(message, *expected));
+  require(disk->eventName() == valueOf(*expected, "event"));
+  require(disk->macAddress() == valueOf(*expected, "mac"));
+  require(disk->ipAddress() == valueOf(*expected, "ip"));
+  require(disk->uuid() == valueOf(*expected, "uuid"));
+  require(disk->label() == valueOf(*expected, "label"));
+  require(disk->volumeReference() == 0 && !disk->lastUpdateTime() && disk->sender() == 0);
+  checkCompleteness(*disk, *expected);
   return 0;
 }

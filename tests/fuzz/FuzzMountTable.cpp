@@ -11,6 +11,7 @@
 #include "base/Utf8.h"
 #include "disk/Disk.h"
 #include "disk/DiskManager.h"
+#include "fuzz/Require.h"
 #include "platform/Service.h"
 #include "platform/SystemPrograms.h"
 #include "platform/linux/gvfs/MountTable.h"
@@ -23,16 +24,11 @@ using ravelin::DiskManager;
 using ravelin::removingPercentEscapes;
 using ravelin::Text;
 using ravelin::textOrNull;
+using ravelin::fuzz::require;
 using ravelin::platform::ChildResult;
 using ravelin::platform::Mount;
 using ravelin::platform::MountListing;
 using ravelin::platform::MountTable;
-
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 /// Lists the table that the fuzzer has made up; nothing else is asked for.
 class ListedPrograms final : public ravelin::platform::SystemPrograms {

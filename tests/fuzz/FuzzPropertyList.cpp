@@ -1,23 +1,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "fuzz/Require.h"
 #include "platform/PropertyList.h"
 #include "platform/linux/PropertyListShape.h"
 
 namespace {
 
 using namespace ravelin::platform;
-
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
+using ravelin::fuzz::require;
 
 /// What was read, counted afresh.
 struct Totals {

@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <variant>
 
 #include "base/PercentEscaping.h"
+#include "fuzz/Require.h"
 #include "open/ShareUrl.h"
 #include "open/ShortcutEntry.h"
 #include "platform/linux/GioTypes.h"
@@ -17,13 +17,8 @@ namespace {
 
 using ravelin::KeyFile;
 using ravelin::String;
+using ravelin::fuzz::require;
 using ravelin::open::urlInEntry;
-
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 /// Whether these are four numbers below 256, read letter by letter.
 bool isAddress(std::string_view text) {
