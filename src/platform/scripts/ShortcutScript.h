@@ -13,6 +13,7 @@ struct ShortcutScript {
   Text ipAddress;
   Text encodedLabel;  ///< the label escaped for a URL; absent when it cannot be escaped
   Text label;         ///< names the application, not escaped
+  Text desktop = {};  ///< the desktop folder, where it is known; AppleScript looks it up itself
 
   /// The AppleScript, to the letter; an absent value stands in it as "(null)".
   [[nodiscard]] std::string source() const;
