@@ -129,6 +129,28 @@ TEST(MountLookUpTest, ItMakesNoDifferenceThatOtherLinesAreLeftOut) {
   EXPECT_GT(missed, 1000U);
 }
 
+TEST(MountLookUpTest, APathMayBeginAndEndInLinesBehindItsShare) {
+  MountedThings things(
+      "/dev/sda1 / ext4 rw 0 0\n"
+      "//10.0.0.1/U mnt cifs rw 0 0\n"
+      "none mnt tmpfs rw 0 0\n"
+      "/dev/sda2 /mnt ext4 rw 0 0\n",
+      {});
+  for (const auto lines : {MountedThings::Lines::all, MountedThings::Lines::about}) {
+    EXPECT_EQ(pathOf(things, lines, "10.0.0.1", "U"), "/dev/sda2 on /mnt");
+  }
+}
+
+TEST(MountLookUpTest, ThePlaceOfAnAddressMayBeginInAnEscape) {
+  MountedThings things(
+      "/dev/sda1 / ext4 rw 0 0\n"
+      "//x\\04010.0.0.1/U /mnt/u cifs rw 0 0\n",
+      {});
+  for (const auto lines : {MountedThings::Lines::all, MountedThings::Lines::about}) {
+    EXPECT_EQ(pathOf(things, lines, "2010.0.0.1", "U"), "/mnt/u");
+  }
+}
+
 TEST(MountLookUpTest, OnlyTheLinesAboutAShareAreMade) {
   std::string table;
   for (int number = 0; number < 1000; ++number) {
