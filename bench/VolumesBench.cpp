@@ -1,6 +1,7 @@
 // How long the agent takes to mount and to unmount a share and to look one up among many mounts,
 // beside bare GIO in one process and a bare search for the text. Prints the time of each turn, in
-// milliseconds, as JSON.
+// milliseconds, as JSON; of look-ups the processor time, to which other processes add hardly
+// anything.
 
 #include <gio/gio.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -48,6 +50,13 @@ double since(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
+/// What this thread has worked so far, in milliseconds.
+double worked() {
+  std::timespec time{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
+}
+
 void require(bool condition, const std::string& what) {
   if (!condition) {
     throw std::runtime_error(what);
@@ -68,12 +77,14 @@ class ListingPrograms final : public ravelin::platform::SystemPrograms {
     _kernelTable.clear();
   }
 
-  /// Look-ups get what Linux makes of the kernel's table, each anew.
+  /// The next look-up gets what Linux makes of the kernel's table, without the cost of reading it.
   void listKernelTable(std::string table) { _kernelTable = std::move(table); }
 
-  MountListing mountTable() override {
-    return _kernelTable.empty() ? std::move(_listing)
-                                : ravelin::platform::MountTable(_kernelTable).listing();
+  MountListing mountTable() override { return std::move(_listing); }
+  MountListing mountTableAbout(std::string_view sought) override {
+    return _kernelTable.empty()
+               ? mountTable()
+               : ravelin::platform::MountTable(std::move(_kernelTable)).listingAbout(sought);
   }
   ChildResult mountGuestShare(const std::string& /*server*/, const std::string& /*share*/,
                               const std::string& /*folder*/) override {
@@ -125,9 +136,9 @@ Times lookUp(int turns) {
   const ravelin::platform::Substitute<ravelin::platform::SystemPrograms> listed(programs);
   Times times;
   const auto measure = [&](const char* name) {
-    const auto begin = Clock::now();
+    const double begin = worked();
     const auto path = ravelin::DiskManager::getMountedDiskMountDirectory(disk);
-    times[name].push_back(since(begin));
+    times[name].push_back(worked() - begin);
     require(path == pointOf(LAST), "the last mount has not been looked up");
   };
   for (int turn = 0; turn < turns; ++turn) {
@@ -135,9 +146,9 @@ Times lookUp(int turns) {
     measure("lookup");
     programs.listKernelTable(table);
     measure("whole lookup");
-    const auto begin = Clock::now();
+    const double begin = worked();
     const std::size_t found = listing.text.find(sought);
-    times["bare lookup"].push_back(since(begin));
+    times["bare lookup"].push_back(worked() - begin);
     require(found == listing.text.rfind("//") + 2, "the last mount has not been found");
   }
   return times;

@@ -51,10 +51,6 @@ void logFailedRemoval(const platform::FileError& error) {
                          LogTypeError);
 }
 
-bool shortcutExists(const std::string& path) {
-  return fileManager().itemExistsAtPath(path, DirectoryFinder::desktopDirectory());
-}
-
 std::string recordFilePath() {
   return textOrNull(DirectoryFinder::UserApplicationSupportDirectory()) + "/" +
          std::string(DISK_RECORD_FILE);
@@ -273,16 +269,19 @@ bool Controller::_shouldDiskRemounted(const Disk& event) const {
 }
 
 void Controller::_mountDisk(const DiskPtr& disk) {
-  const std::string path = _shortcutPathForDisk(*disk);
-  if (shortcutExists(path)) {
+  // Looked up once, so that all steps are taken in the same folder.
+  const Text desktop = DirectoryFinder::desktopDirectory();
+  const std::string path = _shortcutPathForDisk(*disk, desktop);
+  if (fileManager().itemExistsAtPath(path, desktop)) {
     // What could not be moved away stays: the script replaces nothing of the user's.
-    if (const auto error = fileManager().makeWayAtPath(path, DirectoryFinder::desktopDirectory())) {
+    if (const auto error = fileManager().makeWayAtPath(path, desktop)) {
       logFailedRemoval(*error);
     }
   }
   const platform::ShortcutScript script{
       disk->ipAddress(), disk->label() ? _encodeURLString(*disk->label()) : std::nullopt,
-      disk->label()};
+      disk->label(), desktop};
+  // Both in one hand-over: each costs more than most of what is done in it.
   RunLoop::main().performAndWait([&] {
     {
       const LockGuard lock(_mutex);
@@ -292,11 +291,7 @@ void Controller::_mountDisk(const DiskPtr& disk) {
       _diskBeingMounted = disk;
     }
     runApplescript(script);
-  });
-  RunLoop::main().performAndWait([&] {
-    if (!_handlerShouldEnd) {
-      setImageInMainThread(*disk);
-    }
+    setImageInMainThread(*disk, desktop);
   });
   disk->setLastUpdateTime(now());
   {
@@ -317,7 +312,8 @@ void Controller::_unmountDisk(const Disk& event) {
     // The other thread has unmounted it meanwhile.
     return;
   }
-  _deleteAliasAtPath(_shortcutPathForDisk(*mounted));
+  const Text desktop = DirectoryFinder::desktopDirectory();
+  _deleteAliasAtPath(_shortcutPathForDisk(*mounted, desktop), desktop);
   const LockGuard lock(_mutex);
   _mountedDisks.remove(*mounted);
 }
@@ -334,31 +330,32 @@ void Controller::unmountAll() {
     _unmountDisk(*disk);
   }
   if (beingMounted) {
-    const std::string path = _shortcutPathForDisk(*beingMounted);
-    if (shortcutExists(path)) {
-      _deleteAliasAtPath(path);
+    const Text desktop = DirectoryFinder::desktopDirectory();
+    const std::string path = _shortcutPathForDisk(*beingMounted, desktop);
+    if (fileManager().itemExistsAtPath(path, desktop)) {
+      _deleteAliasAtPath(path, desktop);
     }
   }
 }
 
-void Controller::_deleteAliasAtPath(const std::string& path) {
+void Controller::_deleteAliasAtPath(const std::string& path, const Text& desktop) {
   const bool reports = SnowLeopardAndAbove();
   if (!reports) {
     const platform::RemovalScript script{lastPathComponent(path)};
     RunLoop::main().performAndWait([&] { runApplescript(script); });
   }
-  const auto error = fileManager().removeShortcutAtPath(path, DirectoryFinder::desktopDirectory());
+  const auto error = fileManager().removeShortcutAtPath(path, desktop);
   if (error && reports) {
     logFailedRemoval(*error);
   }
 }
 
-std::string Controller::_getAliasPathForDisk(const Disk& disk) {
-  return textOrNull(DirectoryFinder::desktopDirectory()) + "/" + textOrNull(disk.label());
+std::string Controller::_getAliasPathForDisk(const Disk& disk, const Text& desktop) {
+  return textOrNull(desktop) + "/" + textOrNull(disk.label());
 }
 
-std::string Controller::_shortcutPathForDisk(const Disk& disk) {
-  return _getAliasPathForDisk(disk) + ".app";
+std::string Controller::_shortcutPathForDisk(const Disk& disk, const Text& desktop) {
+  return _getAliasPathForDisk(disk, desktop) + ".app";
 }
 
 void Controller::runApplescript(const platform::Script& source) {
@@ -371,27 +368,32 @@ Text Controller::_encodeURLString(const std::string& string) {
 
 std::unique_ptr<platform::Image> Controller::_getImage() {
   auto& reader = platform::service<platform::ImageReader>();
-  for (const char* name : {"icon.ico", "icon.icns"}) {
-    for (const auto& folder : {DirectoryFinder::LocalApplicationSupportDirectory,
-                               DirectoryFinder::UserApplicationSupportDirectory}) {
-      if (auto image = reader.imageWithContentsOfFile(textOrNull(folder()) + "/" + name)) {
-        return image;
-      }
+  std::vector<std::string> folders;
+  for (const auto& folder : {DirectoryFinder::LocalApplicationSupportDirectory,
+                             DirectoryFinder::UserApplicationSupportDirectory}) {
+    folders.push_back(textOrNull(folder()));
+    if (auto image = reader.imageWithContentsOfFile(folders.back() + "/icon.ico")) {
+      return image;
+    }
+  }
+  for (const std::string& folder : folders) {
+    if (auto image = reader.imageWithContentsOfFile(folder + "/icon.icns")) {
+      return image;
     }
   }
   return nullptr;
 }
 
-void Controller::setImageInMainThread(const Disk& disk) {
-  const std::string path = _shortcutPathForDisk(disk);
+void Controller::setImageInMainThread(const Disk& disk, const Text& desktop) {
+  const std::string path = _shortcutPathForDisk(disk, desktop);
   const auto image = _getImage();
   auto& workspace = platform::service<platform::Workspace>();
   if (!image) {
-    workspace.forgetIcon(path, DirectoryFinder::desktopDirectory());
+    workspace.forgetIcon(path, desktop);
     return;
   }
   try {
-    workspace.setIcon(*image, path, DirectoryFinder::desktopDirectory());
+    workspace.setIcon(*image, path, desktop);
   } catch (const platform::WorkspaceException& exception) {
     Logger::consolePeerMessage(std::string("Ooops could not set image with NSWorkspace! Reason: ") +
                                exception.what());
@@ -453,8 +455,9 @@ void Controller::_checkUpdateTimesAndUnmountDisksIfNecessary() {
 
 void Controller::recordMountedDisks() const {
   std::string text = "Mounted Disks\nstart\n";
+  const Text desktop = DirectoryFinder::desktopDirectory();
   for (const DiskPtr& disk : mountedDisks()) {
-    text += recordLine(_shortcutPathForDisk(*disk));
+    text += recordLine(_shortcutPathForDisk(*disk, desktop));
   }
   text += "end";
   if (const auto error = fileManager().writeAtomically(recordFilePath(), text)) {
@@ -479,7 +482,7 @@ void Controller::deleteRecordedDisks() {
     } else if (isInside) {
       Logger::logMessage("Disk record " + line + " has been found. Delete the shortcut.",
                          LogTypeInfo);
-      _deleteAliasAtPath(line);
+      _deleteAliasAtPath(line, DirectoryFinder::desktopDirectory());
     }
   }
 }

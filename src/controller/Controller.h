@@ -89,17 +89,18 @@ class Controller : public ServerDelegate {
   [[nodiscard]] bool _isDiskMounted(const Disk& event) const EXCLUDES(_mutex);
   [[nodiscard]] bool _shouldDiskRemounted(const Disk& event) const EXCLUDES(_mutex);
 
-  // Mounting and unmounting. The handler thread, or the main thread through unmountAll.
+  // Mounting and unmounting. The handler thread, or the main thread through unmountAll. The desktop
+  // folder is looked up anew for each disk, and is null where there is none.
   void _mountDisk(const DiskPtr& disk) EXCLUDES(_mutex);
   void _unmountDisk(const Disk& event) EXCLUDES(_mutex);
-  static void _deleteAliasAtPath(const std::string& path);
-  static std::string _getAliasPathForDisk(const Disk& disk);
-  static std::string _shortcutPathForDisk(const Disk& disk);
+  static void _deleteAliasAtPath(const std::string& path, const Text& desktop);
+  static std::string _getAliasPathForDisk(const Disk& disk, const Text& desktop);
+  static std::string _shortcutPathForDisk(const Disk& disk, const Text& desktop);
   static void runApplescript(const platform::Script& source);
   static Text _encodeURLString(const std::string& string);
   /// The first readable picture of the four places, or null. Main thread.
   static std::unique_ptr<platform::Image> _getImage();
-  static void setImageInMainThread(const Disk& disk);
+  static void setImageInMainThread(const Disk& disk, const Text& desktop);
   static bool SnowLeopardAndAbove();
 
   // Liveness. The handler thread.

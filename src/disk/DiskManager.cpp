@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -10,6 +9,7 @@
 #include "base/AsciiCase.h"
 #include "base/PathComponents.h"
 #include "base/PercentEscaping.h"
+#include "base/TextSearch.h"
 #include "base/Utf8.h"
 #include "core/Constants.h"
 #include "core/DirectoryFinder.h"
@@ -69,28 +69,12 @@ std::size_t endOfCaseless(const MountListing& listing, std::size_t begin, std::s
   return begin + size <= end ? end : 0;
 }
 
-/// Where the sought text begins in the text, from there on; npos where it does not. It passes over
-/// many places at once, unlike the plain search.
-class Search {
- public:
-  explicit Search(std::string_view sought) : _searcher(sought.begin(), sought.end()) {}
-
-  [[nodiscard]] std::size_t in(std::string_view text, std::size_t from = 0) const {
-    const auto* const found = std::search(text.begin() + from, text.end(), _searcher);
-    return found == text.end() ? std::string_view::npos
-                               : static_cast<std::size_t>(found - text.begin());
-  }
-
- private:
-  std::boyer_moore_horspool_searcher<std::string_view::const_iterator> _searcher;
-};
-
 /// The text of the listing. Where a source of a share is the sought one but for its case, that may
 /// be lost, so it is written as it is sought, once in each.
 std::string textSpelling(std::string_view sought, MountListing listing) {
   // An address has no letters, so that most places are passed over at the speed of a plain search.
   const std::string_view beginning(sought.begin(), std::ranges::find_if(sought, isAsciiLetter));
-  const Search search(beginning);
+  const TextSearch search(beginning);
   std::string& text = listing.text;
   for (std::size_t at = 0; (at = search.in(text, at)) != std::string::npos && at < text.size();) {
     const bool isAlike = equalButForCase(std::string_view(text).substr(at, sought.size()), sought);
@@ -182,8 +166,8 @@ Text DiskManager::getMountedDiskMountDirectory(const Disk& disk) {
 Text DiskManager::_getMountPathForDiskIfAlreadyMounted(const Disk& disk) {
   const std::string sought =
       textOrNull(disk.ipAddress()) + "/" + textOrNull(_mountOperationEncodeURL(disk.label()));
-  const std::string listing = textSpelling(sought, programs().mountTable());
-  const std::size_t found = isUtf8(listing) ? Search(sought).in(listing) : std::string::npos;
+  const std::string listing = textSpelling(sought, programs().mountTableAbout(sought));
+  const std::size_t found = isUtf8(listing) ? TextSearch(sought).in(listing) : std::string::npos;
   return found == std::string::npos
              ? std::nullopt
              : mountPointIn(std::string_view(listing).substr(found + sought.size()));

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/ChildProcess.h"
@@ -37,6 +38,11 @@ class SystemPrograms {
   /// without this program lists it in the same form, and raises LaunchException where it cannot be
   /// read.
   virtual MountListing mountTable() = 0;
+
+  /// The same for who looks for the first place of a text in it and for the path behind that place:
+  /// lines may be missing that neither can have the text, whatever the case of its letters, nor
+  /// stand behind one that can, up to the next mount point.
+  virtual MountListing mountTableAbout(std::string_view /*sought*/) { return mountTable(); }
 
   /// "/sbin/mount" for the share of an SMB server, as guest without a password, with the folder as
   /// its mount point. The share's name has percent escapes, the server stands as it is. The output

@@ -36,6 +36,9 @@ class ListedPrograms final : public ravelin::platform::SystemPrograms {
   explicit ListedPrograms(const MountTable& table) : _table(table) {}
 
   MountListing mountTable() override { return _table.listing(); }
+  MountListing mountTableAbout(std::string_view sought) override {
+    return _table.listingAbout(sought);
+  }
   ChildResult mountGuestShare(const std::string& /*server*/, const std::string& /*share*/,
                               const std::string& /*folder*/) override {
     std::abort();

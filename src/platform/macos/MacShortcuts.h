@@ -15,7 +15,7 @@ class MacShortcuts final : public NativeShortcuts {
   explicit MacShortcuts(const FolderAccess& access) : _access(access) {}
 
   [[nodiscard]] bool isShortcut(int folder, const std::string& name,
-                                const FoundItem& item) const override;
+                                FoundItem& item) const override;
   [[nodiscard]] int mark(int folder, const std::string& name) const override;
   [[nodiscard]] int renameIfFree(int folder, const std::string& from,
                                  const std::string& to) const override;

@@ -57,12 +57,14 @@ FileError notMoved(const std::string& reason) {
 
 }  // namespace
 
-bool MacShortcuts::isShortcut(int folder, const std::string& name, const FoundItem& item) const {
+bool MacShortcuts::isShortcut(int folder, const std::string& name, FoundItem& item) const {
   if (!S_ISREG(item.status.st_mode) && !S_ISDIR(item.status.st_mode)) {
     return false;
   }
-  const Descriptor opened = _access.openFound(folder, name, item);
-  return opened.isOpen() && ::fgetxattr(opened.number(), MARK, nullptr, 0, 0, 0) >= 0;
+  if (!item.content.isOpen()) {
+    item.content = _access.openFound(folder, name, item);
+  }
+  return item.content.isOpen() && ::fgetxattr(item.content.number(), MARK, nullptr, 0, 0, 0) >= 0;
 }
 
 int MacShortcuts::mark(int folder, const std::string& name) const {

@@ -39,7 +39,7 @@ class MacWorkspace final : public Workspace {
     if (place.error != 0) {
       return false;
     }
-    const FoundItem item = _access.find(folder, place.name);
+    FoundItem item = _access.find(folder, place.name);
     return item.error == 0 && _shortcuts.isShortcut(folder, place.name, item);
   }
 

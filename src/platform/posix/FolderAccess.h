@@ -18,6 +18,8 @@ struct FoundItem {
   /// The item itself, good for asking what it is, on a system that can hold on to an item without
   /// opening it for reading; otherwise none.
   Descriptor descriptor;
+  /// The item opened for reading, where somebody has needed that.
+  Descriptor content;
 };
 
 /// How a system goes down from folder to folder, one name at a time: no link is followed, and no

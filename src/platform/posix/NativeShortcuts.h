@@ -15,9 +15,9 @@ class NativeShortcuts {
   virtual ~NativeShortcuts() = default;
 
   /// Whether what was found under the name has the mark of a shortcut. The item is there and may be
-  /// anything; one that cannot be read has none.
+  /// anything; one that cannot be read has none. What is opened for that stays with the item.
   [[nodiscard]] virtual bool isShortcut(int folder, const std::string& name,
-                                        const FoundItem& item) const = 0;
+                                        FoundItem& item) const = 0;
 
   /// Gives the mark to a file that nobody else knows yet, where the mark is not a part of the
   /// content.

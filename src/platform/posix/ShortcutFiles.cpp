@@ -31,17 +31,18 @@ std::optional<FileError> ShortcutFiles::remove(const Place& place) {
   const Accept accept = _acceptedUnder(place.name);
   // Before the look: what another thread has just taken aside would not be seen.
   const LockGuard lock(_removal);
-  const Item item = _lookAt(place.folder.number(), place.name, accept);
-  return item.kind == Kind::shortcut ? _removeShortcutLocked(place, accept) : item.error;
+  Item item = _lookAt(place.folder.number(), place.name, accept);
+  return item.kind == Kind::shortcut ? _removeShortcutLocked(place, std::move(item), accept)
+                                     : item.error;
 }
 
 std::optional<FileError> ShortcutFiles::makeWay(const Place& place) {
-  const Item item = _lookAt(place.folder.number(), place.name);
+  Item item = _lookAt(place.folder.number(), place.name);
   switch (item.kind) {
     case Kind::nothing:
       return std::nullopt;
     case Kind::shortcut:
-      return _removeShortcut(place);
+      return _removeShortcut(place, std::move(item));
     case Kind::foreign:
       break;
   }
@@ -78,7 +79,7 @@ std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_vi
       const Item replaced = _lookAt(folder, file.name());
       if (replaced.kind == Kind::foreign) {
         // The user's file came between the look and the exchange.
-        _removeShortcut(place);
+        _removeShortcut(place, Item());
         _putBack(folder, file.name(), place.name);
         file.release();
         return replaced.error;
@@ -91,7 +92,7 @@ std::optional<FileError> ShortcutFiles::store(const Place& place, std::string_vi
     if (refusal != ENOSYS) {
       return fileError(refusal);
     }
-    if (auto obstacle = _removeShortcut(place)) {
+    if (auto obstacle = _removeShortcut(place, Item())) {
       return obstacle;
     }
   }
@@ -107,7 +108,24 @@ ShortcutFiles::Accept ShortcutFiles::_acceptedUnder(const std::string& name) {
 
 ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name,
                                            Accept accept) const {
-  FoundItem found = _access.find(folder, name);
+  return _judged(folder, name, _access.find(folder, name), accept);
+}
+
+/// The same, of what is likely to be the item that has been looked at before it got this name. Its
+/// descriptors keep its number from being another one's.
+ShortcutFiles::Item ShortcutFiles::_lookAgainAt(int folder, const std::string& name, Item item,
+                                                Accept accept) const {
+  struct stat status{};
+  const bool isSame = ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                      status.st_dev == item.found.status.st_dev &&
+                      status.st_ino == item.found.status.st_ino;
+  item.found.status = status;
+  return isSame ? _judged(folder, name, std::move(item.found), accept)
+                : _lookAt(folder, name, accept);
+}
+
+ShortcutFiles::Item ShortcutFiles::_judged(int folder, const std::string& name, FoundItem found,
+                                           Accept accept) const {
   if (found.error != 0) {
     const int error = found.error;
     return {.kind = error == ENOENT ? Kind::nothing : Kind::foreign,
@@ -125,6 +143,22 @@ ShortcutFiles::Item ShortcutFiles::_lookAt(int folder, const std::string& name,
       .kind = Kind::foreign,
       .found = std::move(found),
       .error = isFolder ? fileError(EISDIR) : FileError{"It is not a shortcut of Ravelin Disk"}};
+}
+
+/// Gives what has the name another one, which nobody else uses; 0 or the error number.
+int ShortcutFiles::_takeAside(int folder, const std::string& name, std::string& taken) const {
+  constexpr int ATTEMPTS = 100;
+  int error = EEXIST;
+  for (int attempt = 0; attempt < ATTEMPTS && error == EEXIST; ++attempt) {
+    taken = TemporaryFile::freshName(TemporaryFile::Purpose::removal);
+    error = _native.renameIfFree(folder, name, taken);
+    if (error == ENOSYS && _access.find(folder, taken).error == 0) {
+      error = EEXIST;
+    } else if (error == ENOSYS) {
+      error = ::renameat(folder, name.c_str(), folder, taken.c_str()) == 0 ? 0 : errno;
+    }
+  }
+  return error;
 }
 
 /// Moves something that nobody else knows to a place where nothing is; 0 or the error number.
@@ -153,26 +187,23 @@ void ShortcutFiles::_putBack(int folder, const std::string& from, const std::str
   }
 }
 
-std::optional<FileError> ShortcutFiles::_removeShortcut(const Place& place) {
+std::optional<FileError> ShortcutFiles::_removeShortcut(const Place& place, Item item) {
   const LockGuard lock(_removal);
-  return _removeShortcutLocked(place);
+  return _removeShortcutLocked(place, std::move(item));
 }
 
 /// Nothing tells the system to remove a file only if it is a certain one. So the file is taken
-/// aside, where nobody else finds it, looked at, and only then removed. Should the process be
+/// aside, where nobody else finds it, looked at again, and only then removed. Should the process be
 /// killed in between, a hidden file is left.
-std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place, Accept accept) {
+std::optional<FileError> ShortcutFiles::_removeShortcutLocked(const Place& place, Item item,
+                                                              Accept accept) {
   const int folder = place.folder.number();
   std::string taken;
-  do {
-    taken = TemporaryFile::freshName(TemporaryFile::Purpose::removal);
-  } while (_access.find(folder, taken).error == 0);
-  if (::renameat(folder, place.name.c_str(), folder, taken.c_str()) != 0) {
-    const int refusal = errno;
+  if (const int refusal = _takeAside(folder, place.name, taken); refusal != 0) {
     const int error = isFull(refusal) ? _native.remove(folder, place.name) : refusal;
     return error == 0 ? std::nullopt : std::optional(fileError(error));
   }
-  const Item item = _lookAt(folder, taken, accept);
+  item = _lookAgainAt(folder, taken, std::move(item), accept);
   const int failure = item.kind == Kind::shortcut ? _native.remove(folder, taken) : 0;
   if (item.kind == Kind::shortcut && failure == 0) {
     return std::nullopt;

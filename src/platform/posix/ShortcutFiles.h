@@ -53,10 +53,15 @@ class ShortcutFiles {
   [[nodiscard]] static Accept _acceptedUnder(const std::string& name);
   [[nodiscard]] Item _lookAt(int folder, const std::string& name,
                              Accept accept = Accept::shortcuts) const;
+  [[nodiscard]] Item _lookAgainAt(int folder, const std::string& name, Item item,
+                                  Accept accept) const;
+  [[nodiscard]] Item _judged(int folder, const std::string& name, FoundItem found,
+                             Accept accept) const;
+  [[nodiscard]] int _takeAside(int folder, const std::string& name, std::string& taken) const;
   [[nodiscard]] int _moveIfFree(int folder, const std::string& from, const std::string& to) const;
   void _putBack(int folder, const std::string& from, const std::string& to) const;
-  std::optional<FileError> _removeShortcut(const Place& place) EXCLUDES(_removal);
-  std::optional<FileError> _removeShortcutLocked(const Place& place,
+  std::optional<FileError> _removeShortcut(const Place& place, Item item) EXCLUDES(_removal);
+  std::optional<FileError> _removeShortcutLocked(const Place& place, Item item,
                                                  Accept accept = Accept::shortcuts)
       REQUIRES(_removal);
 

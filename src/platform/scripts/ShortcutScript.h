@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,8 @@ struct ShortcutScript {
   Text ipAddress;
   Text encodedLabel;  ///< the label escaped for a URL; absent when it cannot be escaped
   Text label;         ///< names the application, not escaped
+  /// The desktop folder, where it is known already; AppleScript looks it up itself.
+  Text desktop = std::nullopt;
 
   /// The AppleScript, to the letter; an absent value stands in it as "(null)".
   [[nodiscard]] std::string source() const;

@@ -9,7 +9,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace ravelin::test {
@@ -61,14 +63,13 @@ inline bool refuse(const SystemCall& call, int error) {
   return install(call, SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)) == 0;
 }
 
-/// From now on the call does nothing in this thread, and in what it starts, but return the value; a
-/// negative one below those that are errors comes out as it is, without an error.
-inline bool haveReturn(const SystemCall& call, std::int64_t value) {
+/// From now on the call ends in this thread, and in what it starts, as the function says.
+inline bool answer(const SystemCall& call, std::function<void(seccomp_notif_resp&)> say) {
   const long listener = install(call, SECCOMP_RET_USER_NOTIF, SECCOMP_FILTER_FLAG_NEW_LISTENER);
   if (listener < 0) {
     return false;
   }
-  std::thread([listener = static_cast<int>(listener), value] {
+  std::thread([listener = static_cast<int>(listener), say = std::move(say)] {
     for (;;) {
       seccomp_notif notice{};
       if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &notice) != 0) {
@@ -76,11 +77,27 @@ inline bool haveReturn(const SystemCall& call, std::int64_t value) {
       }
       seccomp_notif_resp response{};
       response.id = notice.id;
-      response.val = value;
+      say(response);
       ::ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &response);
     }
   }).detach();
   return true;
+}
+
+/// From now on the call does nothing in this thread, and in what it starts, but return the value; a
+/// negative one below those that are errors comes out as it is, without an error.
+inline bool haveReturn(const SystemCall& call, std::int64_t value) {
+  return answer(call, [value](seccomp_notif_resp& response) { response.val = value; });
+}
+
+/// The next such call fails in this thread, or in what it starts, with the error; later ones do
+/// not.
+inline bool refuseOnce(const SystemCall& call, int error) {
+  return answer(call, [error, isNext = true](seccomp_notif_resp& response) mutable {
+    const bool isRefused = std::exchange(isNext, false);
+    response.error = isRefused ? -error : 0;
+    response.flags = isRefused ? 0 : SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+  });
 }
 
 }  // namespace ravelin::test

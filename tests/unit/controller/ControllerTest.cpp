@@ -571,6 +571,7 @@ class RecordingDesktop final : public platform::ScriptRunner,
     return std::make_unique<FileImage>(path);
   }
 
+  std::function<void()> whileAScriptRuns = [] {};
   std::vector<std::string> calls;
   std::vector<platform::Script> scripts;
   bool everythingWasOnTheMainThread = true;
@@ -588,6 +589,7 @@ class RecordingDesktop final : public platform::ScriptRunner,
   bool _execute(const platform::Script& script) override {
     take("script");
     scripts.push_back(script);
+    whileAScriptRuns();
     return true;
   }
 
@@ -611,6 +613,23 @@ TEST_F(ControllerTest, TheMainThreadMakesTheShortcutAndThenGivesItItsIcon) {
   EXPECT_TRUE(desktop.everythingWasOnTheMainThread);
   // The last use of the desktop must be over.
   controller.reset();
+}
+
+TEST_F(ControllerTest, ADesktopThatMovesMeanwhileIsTheNextShortcutsDesktop) {
+  RecordingDesktop desktop;
+  desktop.whileAScriptRuns = [&] {
+    fs::create_directories(home.path() + "/config");
+    writeFile(home.path() + "/config/user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Bureau\"\n");
+  };
+  const auto lastDesktop = [&] {
+    return std::get<platform::ShortcutScript>(desktop.scripts.back()).desktop;
+  };
+  process(USB);
+  EXPECT_EQ(lastDesktop(), home.desktop());
+  EXPECT_EQ(desktop.calls.back(), "icon icon.ico for " + home.desktop() + "/USB Disk.app");
+  process(CARD);
+  EXPECT_EQ(lastDesktop(), home.path() + "/Bureau");
+  EXPECT_EQ(desktop.calls.back(), "icon icon.ico for " + home.path() + "/Bureau/CARD.app");
 }
 
 TEST_F(ControllerTest, AStatusOfAnUnknownDiskMountsItAndSaysSo) {
@@ -790,7 +809,7 @@ TEST_F(ControllerDeathTest, AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame
   EXPECT_EXIT(
       {
         process(USB);
-        EXPECT_TRUE(test::refuse({__NR_renameat, {}}, EACCES));
+        EXPECT_TRUE(test::refuseOnce({__NR_renameat2, {}}, EACCES));
         process({.event = "disk_mounted",
                  .mac = "m",
                  .ip = "192.168.1.9",

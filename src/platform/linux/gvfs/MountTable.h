@@ -32,10 +32,10 @@ class MountTable {
   static std::vector<std::string> namesInFolder(const std::string& folder);
 
   /// The table that the kernel's text stands for, and the GVfs mounts in the folders that it names.
-  explicit MountTable(std::string_view kernelTable, const FolderReader& namesIn = namesInFolder);
+  explicit MountTable(std::string kernelTable, const FolderReader& namesIn = namesInFolder);
 
   /// All of them, those of GVfs last.
-  [[nodiscard]] const std::vector<Mount>& mounts() const { return _mounts; }
+  [[nodiscard]] std::vector<Mount> mounts() const;
 
   /// Those on a device or a server, those of GVfs last.
   [[nodiscard]] std::vector<Mount> volumes() const;
@@ -51,11 +51,18 @@ class MountTable {
   /// It is UTF-8: bytes that are not have the kernel's escapes, a backslash and three octal digits.
   [[nodiscard]] MountListing listing() const;
 
+  /// The lines that matter to who looks for the first place of the text in the listing and for the
+  /// path behind it: those that may have the text, and those behind each of them up to the next
+  /// mount point. More lines than these may be there.
+  [[nodiscard]] MountListing listingAbout(std::string_view sought) const;
+
   /// The mount point that is written so in the listing; the path itself where there is none.
   [[nodiscard]] std::string pointListedAs(const std::string& path) const;
 
  private:
-  std::vector<Mount> _mounts;
+  std::string _kernelTable;  // taken apart by whoever asks, as far as he needs
+  bool _isPlain;             // no character is escaped that needs no escape
+  std::vector<Mount> _gvfsMounts;
 };
 
 }  // namespace ravelin::platform

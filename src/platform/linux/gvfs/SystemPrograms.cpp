@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/PercentEscaping.h"
@@ -33,14 +35,20 @@ ChildResult run(const std::string& name, const std::vector<std::string>& argumen
   return service<ChildProcesses>().run(located(name), arguments, output);
 }
 
+MountTable readTable() {
+  auto table = MountTable::read();
+  if (!table) {
+    throw LaunchException("cannot read the mount table");
+  }
+  return *std::move(table);
+}
+
 class LinuxSystemPrograms final : public SystemPrograms {
  public:
-  MountListing mountTable() override {
-    const auto table = MountTable::read();
-    if (!table) {
-      throw LaunchException("cannot read the mount table");
-    }
-    return table->listing();
+  MountListing mountTable() override { return readTable().listing(); }
+
+  MountListing mountTableAbout(std::string_view sought) override {
+    return readTable().listingAbout(sought);
   }
 
   // The kernel's SMB file system, whose mounting program takes the name of the share as it is.

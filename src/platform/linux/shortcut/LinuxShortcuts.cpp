@@ -22,11 +22,14 @@ int renameWith(unsigned flag, int folder, const std::string& from, const std::st
 
 }  // namespace
 
-bool LinuxShortcuts::isShortcut(int folder, const std::string& name, const FoundItem& item) const {
+bool LinuxShortcuts::isShortcut(int folder, const std::string& name, FoundItem& item) const {
   if (!S_ISREG(item.status.st_mode)) {
     return false;
   }
-  const Descriptor file = _access.openFound(folder, name, item);
+  Descriptor& file = item.content;
+  if (!file.isOpen()) {
+    file = _access.openFound(folder, name, item);
+  }
   std::array<char, DesktopEntry::MAGIC.size() + 1> begin{};
   const ssize_t size = file.isOpen() ? ::pread(file.number(), begin.data(), begin.size(), 0) : -1;
   return size > 0 && DesktopEntry::isShortcut({begin.data(), static_cast<std::size_t>(size)});

@@ -12,7 +12,7 @@ class LinuxShortcuts final : public NativeShortcuts {
   explicit LinuxShortcuts(const FolderAccess& access) : _access(access), _trash(access) {}
 
   [[nodiscard]] bool isShortcut(int folder, const std::string& name,
-                                const FoundItem& item) const override;
+                                FoundItem& item) const override;
   [[nodiscard]] int mark(int folder, const std::string& name) const override;
   [[nodiscard]] int renameIfFree(int folder, const std::string& from,
                                  const std::string& to) const override;

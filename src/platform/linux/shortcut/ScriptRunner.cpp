@@ -3,9 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
-#include <vector>
 
 #include "base/Text.h"
 #include "platform/FileManager.h"
@@ -24,13 +24,27 @@ namespace {
 class LinuxScriptRunner final : public ScriptRunner {
  private:
   bool _execute(const Script& script) override {
-    const std::string source = std::visit([](const auto& kind) { return kind.source(); }, script);
-    const std::vector<std::string> desktops =
+    return std::visit(
+        [](const auto& kind) {
+          const bool holdsNul = std::ranges::any_of(kind.insertedValues(), [](const auto& value) {
+            return value.find('\0') != std::string::npos;
+          });
+          const Text desktop = holdsNul ? std::nullopt : _desktopFor(kind);
+          return desktop && _perform(kind, *desktop);
+        },
+        script);
+  }
+
+  static Text _desktopFor(const ShortcutScript& script) {
+    return script.desktop ? script.desktop : _desktop();
+  }
+  static Text _desktopFor(const RemovalScript& /*script*/) { return _desktop(); }
+  static Text _desktopFor(const AliasScript& /*script*/) { return _desktop(); }
+
+  static Text _desktop() {
+    const auto found =
         searchPathsForDirectoriesInDomains(SearchPathDirectory::desktop, SearchPathDomain::user);
-    if (source.find('\0') != std::string::npos || desktops.empty()) {
-      return false;
-    }
-    return std::visit([&](const auto& kind) { return _perform(kind, desktops.front()); }, script);
+    return found.empty() ? std::nullopt : Text(found.front());
   }
 
   static bool _perform(const ShortcutScript& script, const std::string& desktop) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/posix/StepwiseAccess.h"
+#include "platform/posix/TemporaryFile.h"
 #include "support/Shortcuts.h"
 #include "support/TemporaryDirectory.h"
 
@@ -51,7 +52,7 @@ class PlainShortcuts final : public NativeShortcuts {
   mutable std::vector<std::string> marked;
 
   [[nodiscard]] bool isShortcut(int folder, const std::string& name,
-                                const FoundItem& item) const override {
+                                FoundItem& item) const override {
     if (S_ISDIR(item.status.st_mode)) {
       const Descriptor inner = _access.enter(folder, name);
       const FoundItem mark = _access.find(inner.number(), "mark");
@@ -239,11 +240,56 @@ TEST_F(ShortcutFilesTest, WhatComesInTheMomentOfTheReplacementIsPutBack) {
 TEST_F(ShortcutFilesTest, WhatComesWhereAShortcutWasTakenAsideKeepsItsName) {
   ASSERT_EQ(store("old"), "");
   _native.removalError = EACCES;
-  _native.beforeRenaming = [this] { put(_path, "the user's"); };
+  _native.beforeRenaming = [this] {
+    if (!fs::exists(_path)) {
+      put(_path, "the user's");
+    }
+  };
   EXPECT_EQ(remove(), "Permission denied");
   EXPECT_EQ(contentOf(_path), "the user's");
   EXPECT_EQ(contentOf(_desktop + "/x.app (1)"), shortcutWith("old"));
   EXPECT_EQ(namesIn(_desktop), (Names{"x.app", "x.app (1)"}));
+}
+
+TEST_F(ShortcutFilesTest, WhatComesInTheMomentOfTheRemovalIsPutBack) {
+  for (const bool isTheSameFile : {true, false}) {
+    ASSERT_EQ(store("old"), "");
+    _native.beforeRenaming = [this, isTheSameFile] {
+      if (!isTheSameFile) {
+        fs::remove(_path);
+      }
+      put(_path, "the user's");
+      _native.beforeRenaming = [] {};
+    };
+    EXPECT_EQ(remove(), "It is not a shortcut of Ravelin Disk");
+    EXPECT_EQ(contentOf(_path), "the user's");
+    EXPECT_EQ(namesIn(_desktop), Names{"x.app"});
+    fs::remove(_path);
+  }
+}
+
+TEST_F(ShortcutFilesTest, NothingIsReplacedWhereAShortcutIsTakenAside) {
+  // The next names that a removal would choose.
+  const std::string last = TemporaryFile::freshName(TemporaryFile::Purpose::removal);
+  const std::size_t digits = last.rfind('-') + 1;
+  Names others;
+  for (unsigned long number = 1; number <= 5; ++number) {
+    others.push_back(last.substr(0, digits) +
+                     std::to_string(std::stoul(last.substr(digits)) + number));
+  }
+  std::ranges::sort(others);
+  for (const bool knowsRenaming : {true, false}) {
+    _native.knowsRenaming = knowsRenaming;
+    put(_path, shortcutWith(""));
+    for (const std::string& name : others) {
+      put(_desktop + "/" + name, "somebody's");
+    }
+    EXPECT_EQ(remove(), "");
+    EXPECT_EQ(namesIn(_desktop), others);
+    for (const std::string& name : others) {
+      EXPECT_EQ(contentOf(_desktop + "/" + name), "somebody's");
+    }
+  }
 }
 
 }  // namespace

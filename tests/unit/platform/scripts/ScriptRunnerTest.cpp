@@ -103,6 +103,16 @@ TEST_F(ScriptRunnerTest, AShortcutIsAFileOfTheDesktopThatLinksToTheShare) {
   EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
 }
 
+TEST_F(ScriptRunnerTest, AShortcutIsMadeInTheFolderThatIsKnownToBeTheDesktop) {
+  fs::create_directory(_home + "/Other Desk");
+  EXPECT_TRUE(run(ShortcutScript{.ipAddress = "192.0.2.10",
+                                 .encodedLabel = "x",
+                                 .label = "x",
+                                 .desktop = _home + "/Other Desk"}));
+  EXPECT_TRUE(fs::is_regular_file(_home + "/Other Desk/x.app"));
+  EXPECT_THAT(onTheDesktop(), IsEmpty());
+}
+
 TEST_F(ScriptRunnerTest, AShortcutReplacesTheShortcutThatHasItsName) {
   writeFile(_desktop + "/USB Disk.app", test::shortcutWith(std::string(10'000, 'x')));
   EXPECT_TRUE(run(ShortcutScript{

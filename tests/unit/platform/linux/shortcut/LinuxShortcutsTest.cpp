@@ -95,6 +95,19 @@ TEST_F(LinuxShortcutsTest, AShortcutIsStoredReplacedAndRemovedWithoutATrace) {
   EXPECT_EQ(makeWay(), "");
 }
 
+TEST_F(LinuxShortcutsTest, AFileIsReadAnewEachTimeItIsLookedAt) {
+  ASSERT_EQ(store("old"), "");
+  const BeneathResolver::Place found = place();
+  const int folder = found.folder.number();
+  FoundItem item = _access.find(folder, found.name);
+  EXPECT_TRUE(_shortcuts.isShortcut(folder, found.name, item));
+  // Under another name, too.
+  fs::rename(_path, onDesktop("y.app"));
+  EXPECT_TRUE(_shortcuts.isShortcut(folder, "y.app", item));
+  put(onDesktop("y.app"), "the user's");
+  EXPECT_FALSE(_shortcuts.isShortcut(folder, "y.app", item));
+}
+
 TEST_F(LinuxShortcutsTest, EveryKindOfThingGoesToTheTrash) {
   const std::string target = _home.path() + "/target";
   put(target, shortcutWith("a link to it is not it"));

@@ -43,7 +43,7 @@ class MacShortcutsTest : public testing::Test {
   }
 
   [[nodiscard]] bool isShortcut(const std::string& name) const {
-    const FoundItem item = access.find(folder.number(), name);
+    FoundItem item = access.find(folder.number(), name);
     return item.error == 0 && shortcuts.isShortcut(folder.number(), name, item);
   }
 
