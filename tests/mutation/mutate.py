@@ -9,11 +9,9 @@ import json
 import os
 import pathlib
 import pickle
-import queue
 import random
 import shutil
 import sys
-import threading
 import time
 import tomllib
 
@@ -28,6 +26,7 @@ ROOMS = ("controller", "intake", "disk", "core")
 SURVIVORS = pathlib.Path(__file__).with_name("survivors.toml")
 # Beside what is being tried: what need not be made again as long as the sources are the same.
 FOLDER = ROOT / "build/mutate"
+AT_ONCE = 2 * os.cpu_count()
 # No unit test links it.
 LEFT_OUT = {"src/core/main.cpp"}
 
@@ -118,9 +117,9 @@ def check(commands, listed, pool):
 
 
 def covering(mutant, runs):
-    """The tests that run the function; where that is not known, those that run anything of it."""
+    """The tests that run the function, or may do so."""
     symbols = {plain_symbol(symbol) for symbol in mutant.symbols}
-    return [name for name, functions in runs.items() if functions & symbols]
+    return [name for name, functions in runs.items() if functions is None or functions & symbols]
 
 
 class Results:
@@ -192,43 +191,37 @@ def prepared(workshop, tests, program, profdata):
     return *tests.measure(FOLDER / "counting", FOLDER / "profiles", profdata), tests.times
 
 
+def try_one(mutant, folder, workshop, tests, runs):
+    """What becomes of the mutant, and the test that finds it."""
+    names = covering(mutant, runs)
+    if not names:
+        return "survived", None
+    try:
+        if not workshop.make(mutant, (ROOT / mutant.file).read_bytes(), folder):
+            return "does not compile", None
+        by = tests.finder_of(folder, names)
+        return ("found" if by else "survived"), by
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
+
+
 def try_all(mutants, workshop, tests, runs, folder, results):
-    """Builds ahead while tests run."""
-    ready = queue.Queue(maxsize=4)
-
-    def build(number_and_mutant):
-        number, mutant = number_and_mutant
-        place = folder / f"mutant-{number}"
-        names = covering(mutant, runs)
-        ready.put((mutant, place, names, names and workshop.make(mutant, (ROOT / mutant.file).read_bytes(), place)))
-
-    def build_all():
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            list(pool.map(build, enumerate(mutants)))
-        ready.put(None)
-
-    threading.Thread(target=build_all, daemon=True).start()
-    while (entry := ready.get()) is not None:
-        mutant, place, names, made = entry
-        if not names:
-            results.add(mutant, "survived", None)
-        elif not made:
-            results.add(mutant, "does not compile", None)
-        else:
-            by = tests.finder_of(place, names)
-            results.add(mutant, "found" if by else "survived", by)
-        shutil.rmtree(place, ignore_errors=True)
+    """Some at a time, each in a network of its own: the tests wait more than they compute."""
+    with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+        trials = {pool.submit(try_one, mutant, folder / f"mutant-{number}", workshop, tests, runs): mutant
+                  for number, mutant in enumerate(mutants)}
+        for trial in concurrent.futures.as_completed(trials):
+            results.add(trials[trial], *trial.result())
 
 
 def main():
     parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__)
     parser.add_argument("paths", metavar="PATH", nargs="*", type=pathlib.Path)
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--count", type=int, default=150)
+    parser.add_argument("--count", type=int, default=160)
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--listed", action="store_true")
-    parser.add_argument("--jobs", type=int, default=2 * os.cpu_count())
     arguments = parser.parse_args()
     clang, profdata = os.environ["CLANG"], os.environ["LLVM_PROFDATA"]
     commands = Commands(ROOT, clang)
@@ -255,16 +248,14 @@ def main():
     workshop = Workshop(ROOT, FOLDER, commands, clang)
     program = FOLDER / "bin" / "unit-tests"
     state = state_of(ROOT / "src", ROOT / "tests/unit", ROOT / "tests/support")
-    with namespaces.Namespace() as network:
-        tests = Tests(network, program, arguments.jobs)
-        runs, failed, tests.times = kept(FOLDER / "runs", state,
-                                         lambda: prepared(workshop, tests, program, profdata))
-        for name in failed:
-            print(f"LEFT OUT: {name} fails without any change here")
-        print(f"{len(runs)} tests, {sum(tests.times.values()):.0f} s in all")
-        print(f"== {len(mutants)} mutants of {len(every)}, seed {arguments.seed}", flush=True)
-        begin = time.monotonic()
-        try_all(mutants, workshop, tests, runs, mutants_folder, results)
+    tests = Tests(program)
+    runs, failed, tests.times = kept(FOLDER / "runs", state, lambda: prepared(workshop, tests, program, profdata))
+    for name in failed:
+        print(f"LEFT OUT: {name} fails without any change here")
+    print(f"{len(runs)} tests, {sum(tests.times.values()):.0f} s in all")
+    print(f"== {len(mutants)} mutants of {len(every)}, seed {arguments.seed}", flush=True)
+    begin = time.monotonic()
+    try_all(mutants, workshop, tests, runs, mutants_folder, results)
     results.table()
     print(f"{time.monotonic() - begin:.0f} s")
     return 1 if results.unlisted else 0

@@ -16,11 +16,15 @@ import tempfile
 import threading
 import time
 
+import namespaces
+
 # What one more attempt at a test may take: a mutant may hang.
 PATIENCE = 20.0
 PATIENCE_FACTOR = 10.0
 PATIENCE_OF_TOOLS = 600
 MEMORY_LIMIT = 4 << 30
+# Tests of one mutant at a time.
+JOBS = 3
 PROGRAM = "ravelin-disk-unit-tests"
 PROGRAM_PATH = f"bin/{PROGRAM}"
 
@@ -31,7 +35,7 @@ class Broken(Exception):
 
 def run(*command, **how):
     done = subprocess.run([*map(str, command)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, text=True, timeout=PATIENCE_OF_TOOLS, **how)
+                          stderr=subprocess.PIPE, text=True, timeout=PATIENCE_OF_TOOLS, start_new_session=True, **how)
     if done.returncode != 0:
         raise Broken(f"{shlex.join(map(str, command))}\n{done.stdout[-2000:]}{done.stderr[-4000:]}")
     return done.stdout
@@ -126,12 +130,11 @@ class Workshop:
 
 
 class Tests:
-    """The unit tests of a program, each in a process of its own, in a network and a home of its own."""
+    """The unit tests of a program, each in a process and a home of its own, in a network of the mutant's
+    own."""
 
-    def __init__(self, network, program, jobs):
-        self._network = network
+    def __init__(self, program):
         self._program = program
-        self._jobs = jobs
         self.times = {}
 
     def names(self):
@@ -145,12 +148,12 @@ class Tests:
         return [name for name in names if "." in name and not name.startswith("Running")]
 
     @contextlib.contextmanager
-    def _started(self, name, home, libraries, profile):
+    def _started(self, network, name, home, libraries, profile):
         environment = {**os.environ, "HOME": home, "TMPDIR": home, "LD_LIBRARY_PATH": str(libraries),
                        "LLVM_PROFILE_FILE": str(profile)}
         for unwanted in ("XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_DATA_DIRS"):
             environment.pop(unwanted, None)
-        with self._network.entered():
+        with network.entered():
             process = subprocess.Popen(
                 [str(self._program), f"--gtest_filter={name}"], env=environment, cwd=home, start_new_session=True,
                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -164,12 +167,12 @@ class Tests:
                 os.killpg(process.pid, signal.SIGKILL)
             process.wait()
 
-    def passes(self, name, libraries, profile="/dev/null", stop=None):
+    def passes(self, network, name, libraries, profile="/dev/null", stop=None):
         """Whether the test passes in time, with the libraries of that folder before the real ones. None
         when it has been stopped."""
         limit = PATIENCE + PATIENCE_FACTOR * self.times.get(name, PATIENCE)
         with tempfile.TemporaryDirectory(prefix="mutant-", ignore_cleanup_errors=True) as home, \
-                self._started(name, home, libraries, profile) as process:
+                self._started(network, name, home, libraries, profile) as process:
             end = time.monotonic() + limit
             while time.monotonic() < end:
                 try:
@@ -180,14 +183,15 @@ class Tests:
         return False
 
     def measure(self, libraries, folder, profdata):
-        """Runs every test, and returns for each that passes the functions that it has run."""
+        """Runs every test, and returns for each that passes the functions that it has run, None where
+        that is not known; and those that fail."""
         runs = {}
 
         def look(name):
             profiles = folder / re.sub(r"\W", "-", name)
             profiles.mkdir(parents=True, exist_ok=True)
             begin = time.monotonic()
-            passed = self.passes(name, libraries, profiles / "%p-%m") or self.passes(name, libraries, profiles / "%p-%m")
+            passed = any(self.passes(network, name, libraries, profiles / "%p-%m") for _ in range(2))
             took = time.monotonic() - begin
             functions = set()
             # One of each library and process; of a killed one it may be broken.
@@ -198,12 +202,13 @@ class Tests:
             shutil.rmtree(profiles)
             if passed:
                 self.times[name] = took
-                runs[name] = functions
+                # What the process runs that such a test starts is not counted.
+                runs[name] = None if "DeathTest." in name else functions
             return name, passed
 
         if not (names := self.names()):
             raise Broken("there are no tests")
-        with concurrent.futures.ThreadPoolExecutor(self._jobs) as pool:
+        with concurrent.futures.ThreadPoolExecutor(JOBS) as pool, namespaces.Namespace() as network:
             failed = [name for name, passed in pool.map(look, names) if not passed]
         return runs, failed
 
@@ -214,12 +219,13 @@ class Tests:
         found = []
 
         def look(name):
-            if not stop.is_set() and self.passes(name, libraries, stop=stop) is False and \
-                    not stop.is_set() and self.passes(name, libraries, stop=stop) is False and not stop.is_set():
-                found.append(name)
-                stop.set()
+            for _ in range(2):
+                if stop.is_set() or self.passes(network, name, libraries, stop=stop) is not False:
+                    return
+            found.append(name)
+            stop.set()
 
-        with concurrent.futures.ThreadPoolExecutor(self._jobs) as pool:
+        with concurrent.futures.ThreadPoolExecutor(JOBS) as pool, namespaces.Namespace() as network:
             list(pool.map(look, sorted(names, key=self.times.__getitem__)))
         return found[0] if found else None
 
