@@ -94,7 +94,7 @@ def chosen(mutants, count, generator):
 
 
 def listed_survivors():
-    entries = tomllib.loads(SURVIVORS.read_text())["survivor"] if SURVIVORS.exists() else []
+    entries = tomllib.loads(SURVIVORS.read_text())["survivor"]
     survivors = {}
     for entry in entries:
         key = entry["file"], entry["function"], entry["was"], entry["becomes"], entry.get("nth", 1)
@@ -147,9 +147,9 @@ class Results:
             print(f"{mutant}\n  {state}" + (f" by {by}" if by else ""))
         sys.stdout.flush()
         with self._record.open("a") as record:
-            print(json.dumps({"file": mutant.file, "line": mutant.line, "function": mutant.function, "kind": mutant.kind,
-                              "was": mutant.was, "becomes": mutant.becomes, "nth": mutant.nth, "state": state,
-                              "by": by}), file=record)
+            print(json.dumps({"file": mutant.file, "line": mutant.line, "function": mutant.function,
+                              "kind": mutant.kind, "was": mutant.was, "becomes": mutant.becomes,
+                              "nth": mutant.nth, "state": state, "by": by}), file=record)
 
     def table(self):
         states = ("found", "survived", "does not compile")
@@ -247,7 +247,8 @@ def main():
     results = Results(listed, mutants_folder / "results.jsonl")
     workshop = Workshop(ROOT, FOLDER, commands, clang)
     program = FOLDER / "bin" / "unit-tests"
-    state = state_of(ROOT / "src", ROOT / "tests/unit", ROOT / "tests/support")
+    state = state_of(ROOT / "src", ROOT / "tests/unit", ROOT / "tests/support",
+                     pathlib.Path(__file__).with_name("trial.py"))
     tests = Tests(program)
     runs, failed, tests.times = kept(FOLDER / "runs", state, lambda: prepared(workshop, tests, program, profdata))
     for name in failed:

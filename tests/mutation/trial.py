@@ -5,7 +5,6 @@ import concurrent.futures
 import contextlib
 import json
 import os
-import pathlib
 import re
 import resource
 import shlex
@@ -18,7 +17,7 @@ import time
 
 import namespaces
 
-# What one more attempt at a test may take: a mutant may hang.
+# A test may take so many seconds, and so many times what it takes without a mutant: a mutant may hang.
 PATIENCE = 20.0
 PATIENCE_FACTOR = 10.0
 PATIENCE_OF_TOOLS = 600
@@ -35,7 +34,7 @@ class Broken(Exception):
 
 def run(*command, **how):
     done = subprocess.run([*map(str, command)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, text=True, timeout=PATIENCE_OF_TOOLS, start_new_session=True, **how)
+                          stderr=subprocess.PIPE, text=True, timeout=PATIENCE_OF_TOOLS, **how)
     if done.returncode != 0:
         raise Broken(f"{shlex.join(map(str, command))}\n{done.stdout[-2000:]}{done.stderr[-4000:]}")
     return done.stdout
@@ -50,7 +49,7 @@ class Commands:
         for entry in json.loads((root / "build/tidy/compile_commands.json").read_text()):
             words = shlex.split(entry["command"])
             self._flags[os.path.relpath(entry["file"], root)] = [
-                word for word in words if word.startswith(("-I", "-D", "-isystem", "-std="))]
+                word for word in words if word.startswith(("-I", "-D", "-std="))]
 
     def compiling(self, file):
         return [self._clang, *self._flags[file], "-w", "-O0", "-fPIC"]
