@@ -87,6 +87,26 @@ TEST(LazyTimerTest, WakingWithoutWorkCostsOneCall) {
   timer.stop();
 }
 
+TEST(LazyTimerTest, SleepsAsSoonAsItsActionHasDoneTheWork) {
+  int calls = 0;
+  bool hasWork = true;
+  LazyTimer timer;
+  timer.start(
+      RunLoop::current(), RunLoop::Seconds(0.1),
+      [&] {
+        ++calls;
+        hasWork = false;
+      },
+      [&] { return hasWork; });
+  EXPECT_TRUE(runUntil([&] { return calls == 1; }, std::chrono::seconds(20)));
+  const auto end = steady_clock::now() + milliseconds(350);
+  while (steady_clock::now() < end) {
+    RunLoop::current().runOnce(end - steady_clock::now());
+  }
+  EXPECT_EQ(calls, 1);
+  timer.stop();
+}
+
 TEST(LazyTimerTest, AStoppedOneIsCalledNoMore) {
   int calls = 0;
   LazyTimer timer;

@@ -102,6 +102,19 @@ TEST_F(LogBudgetTest, SuppressedLinesCanBeToldOfAtOnce) {
   EXPECT_EQ(budget.takeEnded(now + seconds(1)), 0U);
 }
 
+TEST_F(LogBudgetTest, OnlyTheFirstSuppressedLineIsReported) {
+  int reports = 0;
+  LogBudget reporting([&] { ++reports; });
+  while (reporting.reserve(now)) {
+  }
+  EXPECT_EQ(reports, 1);
+  reporting.reserve(now);
+  EXPECT_EQ(reports, 1);
+  reporting.takeSuppressed();
+  reporting.reserve(now);
+  EXPECT_EQ(reports, 2);
+}
+
 TEST_F(LogBudgetTest, ThreadsShareIt) {
   std::vector<std::size_t> spent(4);
   {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include "core/LogBudget.h"
 #include "platform/ConsoleLog.h"
 #include "platform/FileManager.h"
+#include "platform/RunLoop.h"
 #include "platform/Service.h"
 #include "support/RecordingLog.h"
 #include "support/TemporaryDirectory.h"
@@ -208,6 +210,28 @@ TEST(LoggerDeathTest, SuppressedLinesAreToldOfAlthoughNoOtherLineFollows) {
       },
       ExitedWithCode(0),
       AllOf(AccountsForAStorm(), ContainsRegex("not ended yet\n" + std::string(SUPPRESSED))));
+}
+
+/// Runs the main thread's loop until nothing wakes it for a long time; false when that never comes.
+bool sleepsAtLast() {
+  constexpr std::chrono::seconds LONG{5};
+  for (int pass = 0; pass < 40; ++pass) {
+    const auto begin = std::chrono::steady_clock::now();
+    platform::RunLoop::main().runOnce(LONG);
+    if (std::chrono::steady_clock::now() - begin >= LONG) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(LoggerDeathTest, TheMainThreadTellsOfSuppressedLinesByItselfAndThenSleeps) {
+  EXPECT_EXIT(
+      {
+        storm();
+        std::exit(sleepsAtLast() ? 0 : 1);
+      },
+      ExitedWithCode(0), AccountsForAStorm());
 }
 
 TEST(LoggerDeathTest, LinesThatNoDatagramCausesAreNeverSuppressed) {

@@ -227,6 +227,21 @@ TEST(QueueTest, WhatASenderHasBeyondItsTurnLetsTheEventsOfOthersPass) {
   EXPECT_EQ(drained(queue), expected);
 }
 
+TEST(QueueTest, AFloodThatIsOverDoesNotChangeTheOrderOfWhatComesLater) {
+  Queue queue;
+  for (int number = 0; number <= static_cast<int>(Queue::TURN); ++number) {
+    queue.enqueue(eventOf(1, number));
+  }
+  drained(queue);
+  const DiskPtr first = eventOf(1, 100);
+  const DiskPtr second = eventOf(1, 101);
+  const DiskPtr third = eventOf(2, 102);
+  for (const DiskPtr& event : {first, second, third}) {
+    queue.enqueue(event);
+  }
+  EXPECT_THAT(drained(queue), ElementsAre(first, second, third));
+}
+
 TEST(QueueTest, AFloodThatGoesOnNeverPutsAnotherSenderOffForLongerThanATurn) {
   Queue queue;
   int number = 0;

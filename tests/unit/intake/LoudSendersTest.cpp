@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "intake/SenderAddress.h"
@@ -26,7 +27,7 @@ class LoudSendersTest : public testing::Test {
   /// Far more than the receiver's buffer holds.
   void overfill(const UdpSocket& sender) const {
     for (int number = 0; number < MANY; ++number) {
-      sender.send("flood", receiver.port());
+      sender.send("flood", receiver->port());
     }
   }
 
@@ -36,26 +37,39 @@ class LoudSendersTest : public testing::Test {
       char byte = 0;
       sockaddr_in sender{};
       socklen_t size = sizeof sender;
-      if (::recvfrom(receiver.descriptor(), &byte, 1, MSG_DONTWAIT,
+      if (::recvfrom(receiver->descriptor(), &byte, 1, MSG_DONTWAIT,
                      reinterpret_cast<sockaddr*>(&sender), &size) < 0) {
         return false;
       }
-      loudSenders.heard(senderIn(test::rawBytes(sender)), receiver.descriptor());
+      loudSenders.heard(senderIn(test::rawBytes(sender)), receiver->descriptor());
     }
     return true;
   }
-  void readAll() {
+  /// Returns how many there were.
+  std::uint32_t readAll() {
+    std::uint32_t count = 0;
     while (read(1)) {
+      ++count;
     }
+    return count;
+  }
+
+  /// Has the device send what takes three quarters of the buffer, which holds so many datagrams,
+  /// and reads some of it.
+  void sendWithoutLoss(std::uint32_t held) {
+    for (std::uint32_t number = 0; number < held * 3 / 4; ++number) {
+      device.send("flood", receiver->port());
+    }
+    ASSERT_TRUE(read(3 * LoudSenders::LOOK_INTERVAL));
   }
 
   [[nodiscard]] bool hears(const UdpSocket& sender) {
     readAll();
-    sender.send("x", receiver.port());
+    sender.send("x", receiver->port());
     return read(1);
   }
 
-  const UdpSocket receiver;
+  std::unique_ptr<UdpSocket> receiver = std::make_unique<UdpSocket>();
   const UdpSocket stranger{"127.0.0.2"};
   const UdpSocket device{"127.0.0.3"};
   LoudSenders loudSenders{platform::RunLoop::Seconds(1.5)};
@@ -80,17 +94,32 @@ TEST_F(LoudSendersTest, WhileOneIsNotListenedToOthersMayStillSendWhatFitsIn) {
   ASSERT_FALSE(hears(stranger));
   for (int number = 0; number < 3 * int{LoudSenders::LOOK_INTERVAL}; ++number) {
     // What is dropped of the stranger's is no reason to drop anybody else's.
-    stranger.send("x", receiver.port());
+    stranger.send("x", receiver->port());
     ASSERT_TRUE(hears(device)) << number;
   }
 }
 
 TEST_F(LoudSendersTest, WhoeverSendsMuchThatIsReadIsListenedTo) {
   for (int number = 0; number < MANY; ++number) {
-    stranger.send("x", receiver.port());
+    stranger.send("x", receiver->port());
     ASSERT_TRUE(read(1)) << number;
   }
   EXPECT_TRUE(hears(stranger));
+}
+
+TEST_F(LoudSendersTest, WhatWasLostBeforeIsNoReasonToLeaveOutWhoSendsMuchNow) {
+  overfill(stranger);
+  sendWithoutLoss(readAll());
+  EXPECT_TRUE(hears(device));
+}
+
+TEST_F(LoudSendersTest, WhatAnEarlierSocketLostDoesNotCount) {
+  overfill(stranger);
+  const std::uint32_t held = readAll();
+  loudSenders.forget();
+  receiver = std::make_unique<UdpSocket>();
+  sendWithoutLoss(held);
+  EXPECT_TRUE(hears(device));
 }
 
 TEST_F(LoudSendersTest, ManySendersCanBeLeftOutAndLetInAgain) {
@@ -99,14 +128,14 @@ TEST_F(LoudSendersTest, ManySendersCanBeLeftOutAndLetInAgain) {
     senders.push_back(0xC0000200 + number);
   }
   senders.push_back(0x7F000002);
-  ASSERT_TRUE(platform::dropDatagramsFrom(receiver.descriptor(), senders));
+  ASSERT_TRUE(platform::dropDatagramsFrom(receiver->descriptor(), senders));
   EXPECT_FALSE(hears(stranger));
   EXPECT_TRUE(hears(device));
   senders.front() = 0x7F000003;
-  ASSERT_TRUE(platform::dropDatagramsFrom(receiver.descriptor(), senders));
+  ASSERT_TRUE(platform::dropDatagramsFrom(receiver->descriptor(), senders));
   EXPECT_FALSE(hears(stranger));
   EXPECT_FALSE(hears(device));
-  ASSERT_TRUE(platform::dropDatagramsFrom(receiver.descriptor(), {}));
+  ASSERT_TRUE(platform::dropDatagramsFrom(receiver->descriptor(), {}));
   EXPECT_TRUE(hears(stranger));
   EXPECT_TRUE(hears(device));
 }

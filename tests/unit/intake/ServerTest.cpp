@@ -305,6 +305,12 @@ TEST_F(ServerTest, AFailedStartLeavesNoDescriptorOpen) {
   EXPECT_EQ(before, after);
 }
 
+TEST_F(ServerTest, NothingWaitsForTheSocket) {
+  Server server;
+  server.startOnPort(port);
+  EXPECT_NE(::fcntl(server.cfSocket()->native(), F_GETFL) & O_NONBLOCK, 0);
+}
+
 TEST_F(ServerTest, AServerOnOneAddressHearsNothingSentToAnother) {
   Server server;
   server.setDelegate(collector);
@@ -632,6 +638,16 @@ TEST_F(ServerTest, ADatagramIsSentToTheAddress) {
   server._sendData(bytesOf("hello"), rawBytes(address));
   EXPECT_EQ(sender.receive(), "hello");
   EXPECT_THAT(log.lines(), ElementsAre(info("Server has sent data")));
+}
+
+TEST_F(ServerTest, TheAddressMayHaveAllTheRoomThatTheSystemHasForOne) {
+  Server server;
+  server.startOnPort(port);
+  const sockaddr_in address = internetAddress(LOOPBACK, sender.port());
+  sockaddr_storage room{};
+  std::memcpy(&room, &address, sizeof address);
+  server._sendData(bytesOf("hello"), rawBytes(room));
+  EXPECT_EQ(sender.receive(), "hello");
 }
 
 TEST_F(ServerTest, WhatTheSystemDoesNotSendIsLogged) {
