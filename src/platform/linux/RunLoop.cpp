@@ -64,6 +64,12 @@ std::uint64_t monotonic(std::chrono::steady_clock::time_point time) {
 
 std::uint64_t now() { return monotonic(std::chrono::steady_clock::now()); }
 
+/// Asks the system only once: every turn wants to know.
+pid_t ownThread() {
+  static thread_local const pid_t thread = gettid();
+  return thread;
+}
+
 /// Keeps account of a loop's turns.
 class Turns {
  public:
@@ -214,7 +220,7 @@ class EventLoop final : public RunLoop {
 
   [[nodiscard]] sd_event* event() const { return _event.get(); }
 
-  [[nodiscard]] bool isCurrent() const override { return gettid() == _thread; }
+  [[nodiscard]] bool isCurrent() const override { return ownThread() == _thread; }
 
   [[nodiscard]] std::unique_ptr<Timer> scheduleTimer(Seconds interval, Action action) override {
     precondition(isCurrent(), "RunLoop::scheduleTimer", "the thread is the loop's own");
@@ -325,7 +331,7 @@ RunLoop& RunLoop::main() {
 }
 
 RunLoop& RunLoop::current() {
-  const pid_t thread = gettid();
+  const pid_t thread = ownThread();
   if (thread == getpid()) {
     return main();
   }
