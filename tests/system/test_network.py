@@ -125,7 +125,7 @@ def test_the_group_is_heard_on_every_interface(scene):
     at = scene(2)
     with at.capture(0) as first, at.capture(1) as second:
         at.start()
-        assert at.members(0) == at.members(1) == 1
+        wait_until(lambda: at.members(0) == at.members(1) == 1, "the memberships")
         at.hears(0, 1)
         for capture in first, second:
             wait_until(capture.reports, "a membership report")
@@ -173,7 +173,7 @@ def test_a_switch_that_has_forgotten_the_membership_learns_it_at_the_next_refres
 def test_two_groups_on_one_port_are_told_apart(scene):
     at = scene(1)
     at.start((GROUP, PORT), (OTHER_GROUP, PORT))
-    assert at.members(0, GROUP) == at.members(0, OTHER_GROUP) == 1
+    wait_until(lambda: at.members(0, GROUP) == at.members(0, OTHER_GROUP) == 1, "the memberships")
     for number, group in enumerate([GROUP, OTHER_GROUP, GROUP], start=1):
         at.announce(f"Disk {number}", group=group)
         wait_until(lambda number=number: f"Disk {number}.app" in at.home.shortcuts(), "a shortcut")
@@ -326,7 +326,7 @@ def test_an_address_moves_to_another_interface_before_the_agent_looks(scene):
     at = scene(1)
     at.plug(1)
     at.start()
-    assert (at.members(0), at.members(1)) == (1, 0)
+    wait_until(lambda: (at.members(0), at.members(1)) == (1, 0), "the membership")
     with at.rebuilding_at_once(0):
         at.computer.ip("address del 10.77.0.2/24 dev eth0", "address add 10.77.0.2/24 dev eth1")
     assert at.members(1) == 1
