@@ -255,9 +255,9 @@ def show_shortcuts(table, benches, quick):
         f"ratio: to the bare system calls; in {memory_folder()}",
     )
     measured = benches.run("shortcuts/", 1 if quick else 5)
-    for field, did, calls in (
-        ("make_us", "made", "open, write, close"),
-        ("remove_us", "removed", "unlink"),
+    for field, did, calls, target in (
+        ("make_us", "made", "open, write, close", 4),
+        ("remove_us", "removed", "unlink", 2),
     ):
         base = median(measured, "shortcuts/bare", field)
         for name, way in (
@@ -266,7 +266,9 @@ def show_shortcuts(table, benches, quick):
             ("agent", "as in the agent, on two threads"),
         ):
             cost = median(measured, "shortcuts/" + name, field)
-            table.line(f"{did}: {way}", f"{cost:.1f} us", cost / base)
+            ratio = cost / base
+            judged = () if name == "bare" else (f"<= {target}", ratio <= target)
+            table.line(f"{did}: {way}", f"{cost:.1f} us", ratio, *judged)
 
 
 class Agent:

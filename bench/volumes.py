@@ -12,6 +12,7 @@ SERVER = "127.0.0.5"
 SHARE = "USB Disk"
 PATIENCE = 600
 GVFS = pathlib.Path("/usr/libexec/gvfsd")
+WHOLE_LIMIT = 3.0
 
 
 def mounted(session, server, bench, turns, rounds):
@@ -32,7 +33,7 @@ def mounted(session, server, bench, turns, rounds):
 
 def rows(bin_folder, quick=False):
     """The rows of the table: what was measured, the figure, and where there is something bare
-    beside it, how many times its time it is."""
+    beside it, how many times its time it is; then the target for that, and whether it is met."""
     bin_folder = pathlib.Path(bin_folder).resolve()
     os.environ["RAVELIN_DISK_BIN"] = str(bin_folder)
     sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "system"))
@@ -43,11 +44,12 @@ def rows(bin_folder, quick=False):
     result = subprocess.run([bench, "lookup", str(turns)], check=True, stdout=subprocess.PIPE,
                             timeout=PATIENCE)
     figures = {name: statistics.median(times) for name, times in json.loads(result.stdout).items()}
+    whole = figures["whole lookup"] / figures["bare lookup"]
     found = [
         ("look-up among 10,000 mounts", f"{figures['lookup'] * 1e3:.0f} us",
          figures["lookup"] / figures["bare lookup"]),
         ("  with the kernel's table made a listing", f"{figures['whole lookup'] * 1e3:.0f} us",
-         figures["whole lookup"] / figures["bare lookup"]),
+         whole, f"<= {WHOLE_LIMIT:.0f}", whole <= WHOLE_LIMIT),
         ("  a bare search of the listing", f"{figures['bare lookup'] * 1e3:.0f} us"),
     ]
     if os.geteuid() != 0 or not shutil.which("smbd") or not GVFS.exists():
@@ -69,4 +71,4 @@ def rows(bin_folder, quick=False):
 
 if __name__ == "__main__":
     for label, value, *ratio in rows(sys.argv[1], "--quick" in sys.argv):
-        print(f"{label:<52}{value:>18}", *(f"{one:.2f}" for one in ratio))
+        print(f"{label:<52}{value:>18}", *(f"{one:.2f}" for one in ratio[:1]))
