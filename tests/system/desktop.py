@@ -191,11 +191,17 @@ class SmbServer(contextlib.AbstractContextManager):
 
     def _signal(self, number):
         """To the server and every process that serves a client."""
-        pids = [int(path.name) for path in pathlib.Path("/proc").iterdir() if path.name.isdigit()]
-        for pid in pids:
+        parents = {}
+        for path in pathlib.Path("/proc").iterdir():
+            with contextlib.suppress(OSError, ValueError):
+                parents[int(path.name)] = int((path / "stat").read_text().rpartition(")")[2].split()[1])
+        for pid in parents:
+            ancestor = pid
+            while ancestor != self._process.pid and ancestor in parents:
+                ancestor = parents[ancestor]
+            # Newer ones change the name and the command line of those that serve a client.
             with contextlib.suppress(OSError):
-                command = pathlib.Path(f"/proc/{pid}/cmdline").read_bytes()
-                if command.startswith(b"smbd\0") and os.fsencode(self._configuration) in command:
+                if ancestor == self._process.pid and os.readlink(f"/proc/{pid}/exe").endswith("/smbd"):
                     os.kill(pid, number)
 
     def _answers(self):
