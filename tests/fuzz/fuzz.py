@@ -118,7 +118,7 @@ class Target:
         trial = BUILD / "trial" / self.name
         shutil.rmtree(trial, ignore_errors=True)
         self.copy_corpus(trial)
-        text = self.run(f"-runs={number}", "-max_total_time=60", "-seed=1", "-print_final_stats=1", trial)
+        text = self.run(f"-runs={number}", "-max_total_time=20", "-seed=1", "-print_final_stats=1", trial)
         shutil.rmtree(trial)
         executions = figure(r"number_of_executed_units: (\d+)", text)
         edges = re.findall(r"cov: (\d+)", text)[-1]
