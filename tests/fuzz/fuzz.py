@@ -2,14 +2,17 @@
 
 import argparse
 import concurrent.futures
+import contextlib
 import math
 import os
 import pathlib
 import re
 import resource
 import shutil
+import signal
 import subprocess
 import sys
+import threading
 
 import coverage
 
@@ -36,6 +39,39 @@ class Failure(Exception):
     """A target has failed."""
 
 
+class Processes:
+    """The targets that run, which end with this script. Any thread."""
+
+    def __init__(self):
+        self._lock = threading.Lock()
+        self._running = set()
+        self._have_ended = False
+
+    def run(self, command, **how):
+        """Runs the command in a group of processes of its own, and returns its status."""
+        with self._lock:
+            if self._have_ended:
+                raise Failure("interrupted")
+            process = subprocess.Popen(command, process_group=0, **how)
+            self._running.add(process)
+        try:
+            return process.wait()
+        finally:
+            with self._lock:
+                self._running.remove(process)
+
+    def end(self):
+        """Ends all of them; no other one is started."""
+        with self._lock:
+            self._have_ended = True
+            for process in self._running:
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, signal.SIGKILL)
+
+
+PROCESSES = Processes()
+
+
 def size_of(folder):
     return sum(file.stat().st_size for file in folder.iterdir())
 
@@ -60,11 +96,11 @@ class Target:
         # Lines are counted only for --coverage.
         environment = os.environ | {"LLVM_PROFILE_FILE": "/dev/null"}
         with self.log.open("wb") as log:
-            status = subprocess.run(
+            status = PROCESSES.run(
                 [self.program, *LIMITS, *options, f"-artifact_prefix={self.failures}/",
                  *([f"-dict={dictionary}"] if dictionary.exists() else [])],
                 cwd=ROOT, env=environment, stdin=subprocess.DEVNULL, stdout=log,
-                stderr=subprocess.STDOUT, check=False).returncode
+                stderr=subprocess.STDOUT)
         text = self.log.read_text(encoding="utf-8", errors="replace")
         if status != 0:
             kept = sorted(set(self.failures.iterdir()) - before)
@@ -179,16 +215,24 @@ def main():
         lambda target: target.try_inputs(arguments.runs))
     failed = 0
     with concurrent.futures.ThreadPoolExecutor(len(os.sched_getaffinity(0))) as pool:
-        for result in concurrent.futures.as_completed(pool.submit(work, target) for target in targets):
-            try:
-                print(result.result(), flush=True)
-            except Failure as failure:
-                print(failure, file=sys.stderr, flush=True)
-                failed = 1
+        try:
+            for result in concurrent.futures.as_completed([pool.submit(work, target) for target in targets]):
+                try:
+                    print(result.result(), flush=True)
+                except Failure as failure:
+                    print(failure, file=sys.stderr, flush=True)
+                    failed = 1
+        except BaseException:
+            PROCESSES.end()
+            pool.shutdown(wait=False, cancel_futures=True)
+            raise
     seconds = resource.getrusage(resource.RUSAGE_CHILDREN)
     print(f"processor time: {seconds.ru_utime + seconds.ru_stime:.0f} s", flush=True)
     return failed
 
 
 if __name__ == "__main__":
+    # By an exception, so that nothing is left running.
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda number, _: sys.exit(128 + number))
     sys.exit(main())

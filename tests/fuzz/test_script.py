@@ -4,8 +4,10 @@ import hashlib
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import textwrap
+import time
 
 import pytest
 
@@ -99,11 +101,15 @@ class Tree:
     def kept(self):
         return {file.name: file.read_bytes() for file in self.corpus.iterdir()}
 
+    def started(self, *arguments, **how):
+        return subprocess.Popen(
+            [self.folder / "script" / "fuzz", *arguments], encoding="utf-8",
+            env=os.environ | {"RAVELIN_DISK_FUZZ_BIN": os.fspath(self.programs)}, **how)
+
     def run(self, *arguments):
-        return subprocess.run(
-            [self.folder / "script" / "fuzz", *arguments], encoding="utf-8", timeout=300,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
-            env=os.environ | {"RAVELIN_DISK_FUZZ_BIN": os.fspath(self.programs)})
+        with self.started(*arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as script:
+            output, errors = script.communicate(timeout=300)
+        return subprocess.CompletedProcess(script.args, script.returncode, output, errors)
 
 
 @pytest.fixture
@@ -132,6 +138,24 @@ def test_a_failure_keeps_its_input_and_the_corpus(tree):
     program, file = repeat.removeprefix("Repeat it: ").split()
     assert pathlib.Path(file).read_bytes() == FATAL
     assert subprocess.run([program, file], stderr=subprocess.DEVNULL, check=False).returncode != 0
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_an_interrupted_one_leaves_nothing_running(tree, number):
+    tree.keep(b"a", b"a more")
+    before = tree.kept()
+    log = tree.folder / "build" / "fuzz" / "logs" / "toy-thing.log"
+    with tree.started("2") as script:
+        end = time.monotonic() + 100
+        while not log.exists() or b"INITED" not in log.read_bytes():
+            assert time.monotonic() < end and script.poll() is None
+            time.sleep(0.05)
+        script.send_signal(number)
+        assert script.wait(100) == 128 + number
+    commands = [file.read_bytes() for file in pathlib.Path("/proc").glob("[0-9]*/cmdline")
+                if file.exists()]
+    assert not [command for command in commands if os.fsencode(tree.folder) in command]
+    assert tree.kept() == before
 
 
 def test_a_number_of_runs_leaves_the_tree_as_it_is(tree):

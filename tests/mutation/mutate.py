@@ -11,6 +11,7 @@ import pathlib
 import pickle
 import random
 import shutil
+import signal
 import sys
 import time
 import tomllib
@@ -210,8 +211,13 @@ def try_all(mutants, workshop, tests, runs, folder, results):
     with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
         trials = {pool.submit(try_one, mutant, folder / f"mutant-{number}", workshop, tests, runs): mutant
                   for number, mutant in enumerate(mutants)}
-        for trial in concurrent.futures.as_completed(trials):
-            results.add(trials[trial], *trial.result())
+        try:
+            for trial in concurrent.futures.as_completed(trials):
+                results.add(trials[trial], *trial.result())
+        except BaseException:
+            # Those that are under way clean up behind themselves.
+            pool.shutdown(wait=False, cancel_futures=True)
+            raise
 
 
 def main():
@@ -223,6 +229,9 @@ def main():
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--listed", action="store_true")
     arguments = parser.parse_args()
+    for path in arguments.paths:
+        if not sources([path]):
+            parser.error(f"there is nothing to be changed at {path}")
     clang, profdata = os.environ["CLANG"], os.environ["LLVM_PROFDATA"]
     commands = Commands(ROOT, clang)
     listed = listed_survivors()
@@ -263,6 +272,9 @@ def main():
 
 
 if __name__ == "__main__":
+    # By an exception: the tests are in sessions of their own and would go on.
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda number, _: sys.exit(128 + number))
     try:
         sys.exit(main())
     except Broken as error:
