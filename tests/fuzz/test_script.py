@@ -137,7 +137,8 @@ def test_a_failure_keeps_its_input_and_the_corpus(tree):
     repeat = next(line for line in result.stderr.splitlines() if line.startswith("Repeat it: "))
     program, file = repeat.removeprefix("Repeat it: ").split()
     assert pathlib.Path(file).read_bytes() == FATAL
-    assert subprocess.run([program, file], stderr=subprocess.DEVNULL, check=False).returncode != 0
+    assert subprocess.run([program, file], cwd=tree.folder, stderr=subprocess.DEVNULL,
+                          check=False).returncode != 0
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
