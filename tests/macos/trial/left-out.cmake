@@ -23,6 +23,7 @@ set(LEFT_OUT_TESTS
   ControllerTest.BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath
   # The desktop folder is where a file of the user's says.
   DirectoryFinderTest.TheDesktopIsFoundAfreshEveryTime
+  ControllerTest.ADesktopThatMovesMeanwhileIsTheNextShortcutsDesktop
   # The form of a line on standard error.
   ConsoleLogTest.ShowsLocalTime
   ConsoleLogTest.CutsLongText
