@@ -62,7 +62,8 @@ def put(path, machine_in_words, sections):
     for title, notes, rows in sections:
         lines += ["", f"### {title}", ""]
         if notes:
-            lines += [f"{note[0].upper()}{note[1:]}." for note in (" ".join(notes),)] + [""]
+            note = " ".join(notes)
+            lines += [f"{note[0].upper()}{note[1:]}.", ""]
         lines += ["| | measured | ratio | target | |", "|---|--:|--:|--:|---|"]
         lines += ["| " + " | ".join(cell.strip() for cell in row) + " |" for row in rows]
     pathlib.Path(path).write_text(before + "\n".join(lines) + "\n\n" + after, encoding="utf-8")

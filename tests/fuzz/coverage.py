@@ -6,9 +6,6 @@ import subprocess
 import tempfile
 import tomllib
 
-# By the same version as the compiler.
-VERSION = "19"
-
 
 def counted(root, program, name):
     """What the corpus of one target reaches, as lcov has it."""
@@ -17,9 +14,10 @@ def counted(root, program, name):
         subprocess.run([program, "-runs=0", "-timeout=600", root / "tests" / "fuzz" / "corpus" / name],
                        cwd=folder, env=os.environ | {"LLVM_PROFILE_FILE": raw}, check=True,
                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        subprocess.run([f"llvm-profdata-{VERSION}", "merge", "-o", profile, raw], check=True)
+        version = os.environ["LLVM"]  # the compiler's
+        subprocess.run([f"llvm-profdata-{version}", "merge", "-o", profile, raw], check=True)
         return subprocess.run(
-            [f"llvm-cov-{VERSION}", "export", "-format=lcov", f"-instr-profile={profile}", program],
+            [f"llvm-cov-{version}", "export", "-format=lcov", f"-instr-profile={profile}", program],
             check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
 
 

@@ -84,7 +84,8 @@ class Tree:
         self.corpus = self.sources / "corpus" / "toy-thing"
         self.corpus.mkdir(parents=True)
         (folder / "script").mkdir()
-        shutil.copy(ROOT / "script" / "fuzz", folder / "script")
+        for name in "fuzz", "versions":
+            shutil.copy(ROOT / "script" / name, folder / "script")
         for name in ("fuzz.py", "coverage.py"):
             shutil.copy(ROOT / "tests" / "fuzz" / name, self.sources)
         (self.sources / "FuzzToyThing.cpp").write_text(TOY, encoding="utf-8")

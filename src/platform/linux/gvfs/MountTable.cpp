@@ -36,6 +36,12 @@ std::string_view take(std::string_view& text, char separator) {
   return taken;
 }
 
+/// The text from the beginning of the line in which the place is.
+std::string_view fromLineAt(std::string_view text, std::size_t place) {
+  const std::size_t before = text.substr(0, place).rfind('\n');
+  return text.substr(before == std::string_view::npos ? 0 : before + 1);
+}
+
 constexpr std::size_t DIGIT_COUNT = 3;
 
 /// Whether a backslash before these characters begins an escape.
@@ -279,8 +285,7 @@ void appendLine(const MountView& mount, MountListing& listing) {
 void appendLinesAbout(std::string_view needle, std::string_view table, MountListing& listing) {
   const TextSearch search(needle);
   for (std::size_t found = 0; (found = search.in(table)) != std::string_view::npos;) {
-    const std::size_t before = table.substr(0, found).rfind('\n');
-    table.remove_prefix(before == std::string_view::npos ? 0 : before + 1);
+    table = fromLineAt(table, found);
     KernelLines lines(table);
     bool isDone = false;
     while (!isDone && lines.next()) {
@@ -322,8 +327,7 @@ MountTable::MountTable(std::string kernelTable, const FolderReader& namesIn)
   const TextSearch search(_isPlain ? GVFS_FILE_SYSTEM : std::string_view());
   std::string_view table = _kernelTable;
   for (std::size_t found = 0; (found = search.in(table)) != std::string_view::npos;) {
-    const std::size_t before = table.substr(0, found).rfind('\n');
-    table.remove_prefix(before == std::string_view::npos ? 0 : before + 1);
+    table = fromLineAt(table, found);
     KernelLines lines(table);
     if (!lines.next()) {
       break;
