@@ -45,6 +45,14 @@ def wait_until(condition, what, patience=PATIENCE, period=0.01):
         time.sleep(period)
 
 
+def text_of(path):
+    """What the file holds; of one that is not there, or that goes just now, nothing."""
+    try:
+        return path.read_text()
+    except FileNotFoundError:
+        return ""
+
+
 def message(event, mac="02:00:00:00:00:01", ip="192.0.2.10", uuid="1234-ABCD", label="USB Disk"):
     """An announcement; a key that is None is left out."""
     pairs = {"event": event, "mac": mac, "ip": ip, "uuid": uuid, "label": label}

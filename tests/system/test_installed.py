@@ -7,7 +7,7 @@ import time
 
 import pytest
 
-from agent import BIN, HELPER, PATIENCE, icon, wait_until
+from agent import BIN, HELPER, PATIENCE, icon, text_of, wait_until
 
 PROGRAMS = ["ravelin-disk-agent", "ravelin-disk-announce", "ravelin-disk-check",
             "ravelin-disk-open", "ravelin-disk-tidy", "ravelin-disk-volume"]
@@ -62,7 +62,7 @@ def test_the_agent_has_its_helper(home, programs):
         agent.announce("disk_unmounted")
         agent.announce("disk_mounted")
         time.sleep(2)
-        return shortcut.exists() and f"\nIcon={picture}\n" in shortcut.read_text()
+        return f"\nIcon={picture}\n" in text_of(shortcut)
 
     wait_until(has_picture, "shortcut with the icon", patience=3 * PATIENCE)
     assert (home.trash / shortcut.name).read_text() == "the user's"

@@ -10,7 +10,7 @@ import time
 import pytest
 
 from agent import (BIN, ENDED, REMOVAL_FAILED, STARTED, Agent, Home, icon, message, received,
-                   wait_until)
+                   text_of, wait_until)
 
 NOT_THERE = REMOVAL_FAILED + "No such file or directory\n"
 MOUNTED_BY_STATUS = ("Ravelin Disk: Disk {} is being mounted because it was already mounted on the "
@@ -146,7 +146,7 @@ def test_stale_shortcut_of_the_same_name_is_replaced(home):
     path.write_text("left behind")
     agent = home.start()
     agent.announce("disk_mounted")
-    wait_until(lambda: path.exists() and "smb://" in path.read_text(), "new shortcut")
+    wait_until(lambda: "smb://" in text_of(path), "new shortcut")
     assert home.shortcuts() == ["USB Disk.app"]
     assert REMOVAL_FAILED not in agent.log()
 

@@ -134,6 +134,8 @@ def check_that_it_stays(agent, path):
     agent.wait_for_log(NOT_OURS)
     agent.announce("disk_mounted")
     agent.wait_for_log(NOT_MOVED, count=2)
+    # The disk is known a moment after that line.
+    agent.mount("Other", uuid="another")
     assert agent.terminate() == 0
     assert agent.log().count(NOT_OURS) == 2
     assert snapshot(path.parent) == before

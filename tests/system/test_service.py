@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from agent import BIN, HELPER, PATIENCE, Agent, icon, wait_until
+from agent import BIN, HELPER, PATIENCE, Agent, icon, text_of, wait_until
 
 LINUX = pathlib.Path(__file__).resolve().parents[2] / "packaging/linux"
 USER = 12345
@@ -214,7 +214,7 @@ def test_what_the_agent_needs_is_not_confined(home, manager, port):
     def has_picture():
         manager.announce(port, label="USB Disk")
         picture = f"\nIcon={home.user_config.parent}/icon.ico\n"
-        return shortcut.exists() and picture in shortcut.read_text()
+        return picture in text_of(shortcut)
 
     wait_until(has_picture, "shortcut with its picture", period=0.25)
     assert (home.trash / "USB Disk.app").read_text() == "the user's"
