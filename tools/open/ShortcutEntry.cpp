@@ -20,6 +20,8 @@ std::string_view take(std::string_view& text, char separator) {
 }
 
 constexpr std::string_view BLANKS = " \t\r\v\f";
+/// A blank to some readers, and to others a letter of the key.
+constexpr char VERTICAL_TAB = '\v';
 
 /// Readers differ in which of two groups or keys of a name they take; here nothing that counts may
 /// stand twice.
@@ -27,11 +29,13 @@ class Entry {
  public:
   /// Takes the next line; false when no shortcut has it.
   bool take(std::string_view line) {
-    line.remove_prefix(std::min(line.find_first_not_of(BLANKS), line.size()));
-    if (line.empty() || line.starts_with('#')) {
+    const std::size_t blanks = std::min(line.find_first_not_of(BLANKS), line.size());
+    const std::string_view text = line.substr(blanks);
+    if (text.empty() || text.starts_with('#')) {
       return true;
     }
-    return line.starts_with('[') ? _takeHeader(line) : _takeValue(line);
+    const bool isReadAlike = line.substr(0, blanks).find(VERTICAL_TAB) == std::string_view::npos;
+    return text.starts_with('[') ? isReadAlike && _takeHeader(text) : _takeValue(text, isReadAlike);
   }
 
   [[nodiscard]] std::variant<std::string, Failure> url() const {
@@ -58,20 +62,21 @@ class Entry {
     return isEntry == isFirst;
   }
 
-  bool _takeValue(std::string_view line) {
+  bool _takeValue(std::string_view line, bool isReadAlike) {
     const std::size_t separator = line.find('=');
     if (_group == Group::none || separator == std::string_view::npos) {
       return false;
     }
     std::string_view key = line.substr(0, separator);
+    isReadAlike = isReadAlike && key.find(VERTICAL_TAB) == std::string_view::npos;
     key = key.substr(0, key.find_last_not_of(BLANKS) + 1);
     const std::string_view value = line.substr(separator + 1);
     // Also in another group, or for a language: it could be meant for another reader.
     _urls += key == "URL" || key.starts_with("URL[") ? 1U : 0U;
-    if (_group == Group::entry && key == "URL") {
+    _types += _group == Group::entry && key == "Type" ? 1U : 0U;
+    if (_group == Group::entry && key == "URL" && isReadAlike) {
       _url = value;
-    } else if (_group == Group::entry && key == "Type") {
-      ++_types;
+    } else if (_group == Group::entry && key == "Type" && isReadAlike) {
       _type = value;
     }
     return true;
