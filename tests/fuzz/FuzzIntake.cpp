@@ -286,32 +286,30 @@ void checkAddress(std::string_view bytes) {
   sockaddr_in6 wide{};
   std::memcpy(&narrow, bytes.data(), std::min(bytes.size(), sizeof narrow));
   std::memcpy(&wide, bytes.data(), std::min(bytes.size(), sizeof wide));
-  std::array<char, INET6_ADDRSTRLEN> host{};
   const bool isNarrow = bytes.size() >= sizeof narrow && narrow.sin_family == AF_INET;
+  const bool isWide = bytes.size() >= sizeof wide && wide.sin6_family == AF_INET6;
   require(ravelin::senderIn(address) == (isNarrow ? ntohl(narrow.sin_addr.s_addr) : 0));
-  if (bytes.size() > sizeof(sockaddr_storage)) {
+  // Wrapped are ::ffff:a.b.c.d and ::a.b.c.d, but not :: and ::1.
+  const std::string_view raw(reinterpret_cast<const char*>(&wide.sin6_addr), 16);
+  const std::string zeros(12, '\0');
+  const bool isMapped = raw.starts_with(zeros.substr(2) + "\xFF\xFF");
+  const bool isCompatible = raw.starts_with(zeros) &&
+                            raw.substr(12) != std::string_view("\0\0\0\0", 4) &&
+                            raw.substr(12) != std::string_view("\0\0\0\1", 4);
+  std::array<char, INET6_ADDRSTRLEN> host{};
+  if (isWide && (isMapped || isCompatible)) {
+    ::inet_ntop(AF_INET, raw.data() + 12, host.data(), host.size());
+    require(shown == host.data() + (":" + std::to_string(ntohs(wide.sin6_port))));
+  } else if (bytes.size() > sizeof(sockaddr_storage)) {
     require(!shown);
   } else if (isNarrow) {
     ::inet_ntop(AF_INET, &narrow.sin_addr, host.data(), host.size());
     require(shown == host.data() + (":" + std::to_string(ntohs(narrow.sin_port))));
-  } else if (bytes.size() >= sizeof wide && wide.sin6_family == AF_INET6) {
-    const std::string port = ":" + std::to_string(ntohs(wide.sin6_port));
+  } else if (isWide) {
     ::inet_ntop(AF_INET6, &wide.sin6_addr, host.data(), host.size());
-    const std::string expected = host.data();
-    // Wrapped are ::ffff:a.b.c.d and ::a.b.c.d, but not :: and ::1.
-    const std::string_view raw(reinterpret_cast<const char*>(&wide.sin6_addr), 16);
-    const std::string zeros(12, '\0');
-    const bool isMapped = raw.starts_with(zeros.substr(2) + "\xFF\xFF");
-    const bool isCompatible = raw.starts_with(zeros) &&
-                              raw.substr(12) != std::string_view("\0\0\0\0", 4) &&
-                              raw.substr(12) != std::string_view("\0\0\0\1", 4);
-    if (isMapped || isCompatible) {
-      ::inet_ntop(AF_INET, raw.data() + 12, host.data(), host.size());
-      require(shown == host.data() + port);
-    } else {
-      // With a zone, where there is one, behind the address.
-      require(shown && shown->starts_with(expected) && shown->ends_with(port));
-    }
+    // With a zone, where there is one, behind the address.
+    require(shown && shown->starts_with(host.data()) &&
+            shown->ends_with(":" + std::to_string(ntohs(wide.sin6_port))));
   }
 }
 
