@@ -176,8 +176,15 @@ void Controller::_startDiskEventHandler(std::promise<RunLoop*> started) {
   // Taken before the timer starts, so that the timer always finds its check due or already made.
   _nextCheck = std::chrono::steady_clock::now() + LIVENESS_INTERVAL;
   _diskEventHandlerTimer.start(
-      runLoop, RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL), [this] { _processNextDiskEvent(); },
-      [this] { return waitingEvents() > 0; });
+      runLoop, RunLoop::Seconds(DISK_EVENT_HANDLER_INTERVAL),
+      [this] {
+        _processNextDiskEvent();
+        RunLoop::current().giveBackMemoryBeforeWaiting();
+      },
+      // It comes once without an event: the start is over then.
+      [this, comesOnce = true]() mutable {
+        return std::exchange(comesOnce, false) || waitingEvents() > 0;
+      });
   _diskUpdateTimeCheckerTimer.start(
       runLoop, RunLoop::Seconds(DISK_UPDATE_TIME_CHECKER_INTERVAL),
       [this] { _checkUpdateTimesWhenDue(); },

@@ -79,6 +79,14 @@ class RunLoop {
   /// Never expires.
   static constexpr Seconds DISTANT_FUTURE{1e9};
 
+  /// Has the loop give back, right before it waits the next time, what is in memory on behalf of
+  /// this process only because it ran: the pages of the program and its libraries, of which the
+  /// files hold the same. Each is there again when it is needed. For a process that is going to
+  /// sleep without knowing how long; it takes some tens of microseconds. Nothing happens where the
+  /// system takes such pages by itself, and while a debugger is attached, whose breakpoints are in
+  /// them. The loop's thread only.
+  virtual void giveBackMemoryBeforeWaiting() = 0;
+
   /// Has the loop's thread call the action at one of its next turns, and returns at once. Actions
   /// of one caller are called in order. Any thread, and always later, even on the loop's own
   /// thread. The action may have the loop's thread end.

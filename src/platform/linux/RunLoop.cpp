@@ -15,6 +15,7 @@
 
 #include "base/Precondition.h"
 #include "base/ThreadSafety.h"
+#include "platform/linux/IdleMemory.h"
 #include "platform/linux/NativeEvent.h"
 
 namespace ravelin::platform {
@@ -257,7 +258,7 @@ class EventLoop final : public RunLoop {
     std::uint64_t remaining = forever ? NEVER : microseconds(limit);
     _turns.begin();
     for (;;) {
-      const int result = sd_event_run(_event.get(), remaining);
+      const int result = _turn(remaining);
       precondition(result != -EBUSY, "RunLoop::runOnce", "no action of the loop is under way");
       mustSucceed(result, "RunLoop::runOnce");
       if (_turns.isTaken()) {
@@ -274,6 +275,12 @@ class EventLoop final : public RunLoop {
     }
   }
 
+  void giveBackMemoryBeforeWaiting() override {
+    precondition(isCurrent(), "RunLoop::giveBackMemoryBeforeWaiting",
+                 "the thread is the loop's own");
+    _givesBackMemory = true;
+  }
+
   void perform(Action action) override {
     // Wakes before it lets go: the action may end the thread, and the loop with it.
     const LockGuard lock(_mutex);
@@ -282,6 +289,18 @@ class EventLoop final : public RunLoop {
   }
 
  private:
+  // What sd_event_run does, with a place right before the wait.
+  int _turn(std::uint64_t limit) {
+    int result = sd_event_prepare(_event.get());
+    if (result == 0) {
+      if (std::exchange(_givesBackMemory, false)) {
+        giveBackIdleMemory();
+      }
+      result = sd_event_wait(_event.get(), limit);
+    }
+    return result > 0 ? sd_event_dispatch(_event.get()) : result;
+  }
+
   // The eventfd counts the actions that wait, and one is called per turn: termination may come in
   // between.
   static int _onHandover(sd_event_source* source, int descriptor, std::uint32_t /*events*/,
@@ -311,6 +330,7 @@ class EventLoop final : public RunLoop {
   Event _event;
   Source _handover;
   Turns _turns;
+  bool _givesBackMemory = false;
   Mutex _mutex;
   std::deque<Action> _actions GUARDED_BY(_mutex);
 };
@@ -331,11 +351,11 @@ RunLoop& RunLoop::main() {
 }
 
 RunLoop& RunLoop::current() {
-  const pid_t thread = ownThread();
-  if (thread == getpid()) {
+  static thread_local const bool isMain = ownThread() == getpid();
+  if (isMain) {
     return main();
   }
-  static thread_local EventLoop loop(thread);
+  static thread_local EventLoop loop(ownThread());
   return loop;
 }
 

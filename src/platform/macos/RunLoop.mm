@@ -116,6 +116,12 @@ class MacRunLoop final : public RunLoop {
     _isRunning = false;
   }
 
+  void giveBackMemoryBeforeWaiting() override {
+    precondition(isCurrent(), "RunLoop::giveBackMemoryBeforeWaiting",
+                 "the thread is the loop's own");
+    // This system takes such pages by itself, and does not count them as the process's own.
+  }
+
   void perform(Action action) override {
     // Wakes before it lets go: the action may end the thread, and the loop with it.
     const LockGuard lock(_mutex);

@@ -5,13 +5,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "support/Pipe.h"
@@ -92,6 +99,81 @@ TEST(LinuxRunLoopTest, AnEmptyQueueIsNoHarmWhateverTheSystemCounts) {
   EXPECT_TRUE(test::runUntil([&] { return calls == 2; }));
   loop.runOnce(Seconds(0.1));
   EXPECT_EQ(calls, 2);
+}
+
+/// How much of the program and its libraries this process holds in memory, in kB, but of what can
+/// be written.
+std::size_t heldOfFiles() {
+  std::ifstream maps("/proc/self/smaps");
+  std::size_t held = 0;
+  bool counts = false;
+  for (std::string line; std::getline(maps, line);) {
+    std::istringstream words(line);
+    std::string first;
+    std::string second;
+    words >> first >> second;
+    if (!first.ends_with(':')) {
+      counts = second[1] == '-' && line.find('/') != std::string::npos;
+    } else if (counts && first == "Rss:") {
+      held += std::stoul(second);
+    }
+  }
+  return held;
+}
+
+TEST(LinuxRunLoopTest, GivesBackMemoryRightBeforeItWaits) {
+  auto& loop = RunLoop::current();
+  const std::size_t before = heldOfFiles();
+  loop.giveBackMemoryBeforeWaiting();
+  EXPECT_GE(heldOfFiles(), before);
+  loop.perform([] {});
+  loop.runOnce(Seconds(10));
+  loop.runOnce(Seconds(0.001));
+  EXPECT_LT(heldOfFiles(), before / 2);
+}
+
+/// Another process that debugs this one, as long as this exists.
+class Debugger {
+ public:
+  Debugger() {
+    // Where only its ancestors may look into a process.
+    ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
+    const pid_t debugged = ::getpid();
+    _process = ::fork();
+    if (_process == 0) {
+      _end.closeWriter();
+      if (::ptrace(PTRACE_SEIZE, debugged, nullptr, nullptr) == 0) {
+        _isThere.write();
+        char none = 0;
+        std::ignore = ::read(_end.reader(), &none, 1);
+      }
+      ::_exit(0);
+    }
+    _isThere.closeWriter();
+    _isThere.read();
+  }
+  ~Debugger() {
+    _end.closeWriter();
+    ::waitpid(_process, nullptr, 0);
+  }
+  Debugger(const Debugger&) = delete;
+  Debugger& operator=(const Debugger&) = delete;
+
+ private:
+  Pipe _isThere;
+  Pipe _end;
+  pid_t _process = 0;
+};
+
+TEST(LinuxRunLoopTest, LeavesADebuggersBreakpointsWhereTheyAre) {
+  auto& loop = RunLoop::current();
+  const std::size_t before = heldOfFiles();
+  {
+    const Debugger debugger;
+    loop.giveBackMemoryBeforeWaiting();
+    loop.runOnce(Seconds(0.001));
+    EXPECT_GE(heldOfFiles(), before);
+  }
 }
 
 }  // namespace
