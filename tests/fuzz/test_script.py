@@ -176,6 +176,15 @@ def test_every_line_is_reached_but_those_that_are_named(tree):
     assert "tests/fuzz/FuzzToyThing.cpp: " in result.stdout
 
 
+@pytest.mark.parametrize("line", ["std::abort();", "return 0;"])
+def test_a_line_that_is_reached_sometimes_may_be_reached_or_not(tree, line):
+    tree.keep(b"a", b"c")
+    tree.expect(ABORT + (ABORT if line not in ABORT else "").replace("std::abort();", line)
+                + "    sometimes = true\n")
+    result = tree.run("--coverage")
+    assert result.returncode == 0, result.stdout + result.stderr
+
+
 @pytest.mark.parametrize(("inputs", "unreached", "fault"), [
     ([b"c"], ABORT, "FuzzToyThing.cpp:16: not reached: return 1;"),
     ([b"a", b"c"], "", "FuzzToyThing.cpp:19: not reached: std::abort();"),
