@@ -292,10 +292,16 @@ class EventLoop final : public RunLoop {
   // What sd_event_run does, with a place right before the wait.
   int _turn(std::uint64_t limit) {
     int result = sd_event_prepare(_event.get());
-    if (result == 0) {
-      if (std::exchange(_givesBackMemory, false)) {
+    if (result == 0 && _givesBackMemory) {
+      // What is ready already would need it.
+      result = sd_event_wait(_event.get(), 0);
+      if (result == 0) {
+        result = sd_event_prepare(_event.get());
+        _givesBackMemory = false;
         giveBackIdleMemory();
       }
+    }
+    if (result == 0) {
       result = sd_event_wait(_event.get(), limit);
     }
     return result > 0 ? sd_event_dispatch(_event.get()) : result;
