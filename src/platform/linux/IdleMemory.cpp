@@ -35,8 +35,9 @@ int addUnchanged(dl_phdr_info* object, std::size_t /*size*/, void* pages) {
     if (segment.p_type == PT_LOAD && (segment.p_flags & PF_W) == 0) {
       const std::uintptr_t begin = object->dlpi_addr + segment.p_vaddr;
       const std::uintptr_t first = begin & ~(page - 1);
-      static_cast<Pages*>(pages)->emplace_back(reinterpret_cast<std::byte*>(first),
-                                               begin + segment.p_memsz - first);
+      // The linker says it as a number.
+      auto* const place = reinterpret_cast<std::byte*>(first);  // NOLINT(performance-no-int-to-ptr)
+      static_cast<Pages*>(pages)->emplace_back(place, begin + segment.p_memsz - first);
     }
   }
   return 0;
