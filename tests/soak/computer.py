@@ -168,13 +168,15 @@ class Computer(contextlib.AbstractContextManager):
         wait_until(have_come, f"the agent hearing {count} datagrams", period=0.0002)
 
     def figures(self):
-        """What must stay level: KiB of its own, KiB resident, descriptors, threads, children."""
+        """What must stay level: KiB of its own, KiB resident but for the program and its
+        libraries, descriptors, threads, children."""
         memory = pathlib.Path(f"/proc/{self.agent.pid}/smaps_rollup").read_text()
         children = "".join(path.read_text() for path in
                            pathlib.Path(f"/proc/{self.agent.pid}/task").glob("*/children"))
         return {
             "private": int(re.search(r"^Private_Dirty:\s*(\d+)", memory, re.MULTILINE)[1]),
-            "resident": int(re.search(r"^Rss:\s*(\d+)", memory, re.MULTILINE)[1]),
+            "resident": (int(re.search(r"^Rss:\s*(\d+)", memory, re.MULTILINE)[1])
+                         - self.agent.held_of_files()),
             "descriptors": len(os.listdir(f"/proc/{self.agent.pid}/fd")),
             "threads": self.agent.status("Threads"),
             "children": len(children.split()),

@@ -21,9 +21,8 @@ LONG_LIFE = (2_000, 20_000)
 STEPS_BETWEEN_LOOKS = 100
 # By so much a figure, when no disk is known, may be above what it was at first in the same life, after
 # everything had happened once and with as many disks known as one sender may have: of that memory, in
-# KiB, the C library gives back now more, now less. What is resident includes the program and its
-# libraries, of which an agent that works has 3 MB more than one that sleeps.
-BOUNDS = {"private": 1024, "resident": 4096, "descriptors": 2, "threads": 0, "children": 0}
+# KiB, the C library gives back now more, now less.
+BOUNDS = {"private": 1024, "resident": 1024, "descriptors": 2, "threads": 0, "children": 0}
 
 
 class Growth:

@@ -53,29 +53,15 @@ def test_agent_with_disks_sleeps_until_the_next_announcement(home):
     assert handler <= 1  # the look at which disks have fallen silent may lie between
 
 
-def held_of_files(agent):
-    """How much of the program and its libraries the agent holds in memory, in kB, but of what can be
-    written."""
-    held = 0
-    counts = False
-    for line in pathlib.Path(f"/proc/{agent.pid}/smaps").read_text().splitlines():
-        first, second, *_ = line.split()
-        if not first.endswith(":"):
-            counts = second[1] == "-" and "/" in line
-        elif counts and first == "Rss:":
-            held += int(second)
-    return held
-
-
 def test_agent_that_sleeps_gives_back_what_it_ran_on(home):
     agent = home.start()
     time.sleep(1.2)
-    asleep = held_of_files(agent)
+    asleep = agent.held_of_files()
     # Of no interest to anybody but the log, so that it goes on sleeping.
     agent.announce("disk_mounted", ip=None)
     agent.wait_for_log("event:disk_mounted;")
-    used = held_of_files(agent)
+    used = agent.held_of_files()
     assert used > asleep
     agent.mount()
-    wait_until(lambda: held_of_files(agent) < used, "it is given back")
+    wait_until(lambda: agent.held_of_files() < used, "it is given back")
     assert agent.terminate() == 0

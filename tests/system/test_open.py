@@ -3,6 +3,7 @@
 import contextlib
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import urllib.parse
@@ -524,7 +525,7 @@ class Share(contextlib.AbstractContextManager):
         """It opens, whether or not it has been waited for."""
         status, output, errors = self.open(shortcut)
         assert (status, output) == (0, ""), errors
-        assert errors == "" or ": waiting for the " in errors
+        assert errors == "" or re.search(": waiting for the (device|file manager)\\b", errors)
 
     def refusal(self, shortcut):
         """Why the shortcut is not opened, whether or not it has been waited for."""
