@@ -27,7 +27,8 @@ class DatagramReader {
   /// when there is none or the read fails.
   [[nodiscard]] std::span<const Datagram> read(int descriptor);
 
-  /// Whether the last read took as many as it can, so that there may be more.
+  /// Whether the last read took as many as one ever does, so that there are probably more. Where it
+  /// did not, there may be more, too: the socket is readable then.
   [[nodiscard]] bool wasFilled() const;
 
  private:
