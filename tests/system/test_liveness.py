@@ -7,6 +7,7 @@ from agent import wait_until
 
 EXPECTED_UPDATE = 120
 CHECK = 30
+LATENESS = 5  # of a machine that has much else to do
 
 
 def test_silent_disk_vanishes_and_repeated_one_stays(home):
@@ -18,7 +19,7 @@ def test_silent_disk_vanishes_and_repeated_one_stays(home):
 
     next_repetition = announced
     while (home.desktop / "Silent.app").exists():
-        assert time.monotonic() - announced < EXPECTED_UPDATE + CHECK + 5
+        assert time.monotonic() - announced < EXPECTED_UPDATE + CHECK + LATENESS
         if time.monotonic() >= next_repetition:
             agent.announce("disk_status", label="Alive", uuid="alive")
             next_repetition += 20
@@ -29,6 +30,6 @@ def test_silent_disk_vanishes_and_repeated_one_stays(home):
     found = re.findall(r"^Ravelin Disk: Disk (.+) has not been updated in (\d+\.\d{6}) seconds, so "
                        r"it is assumed to be unmounted!$", agent.log(), re.MULTILINE)
     assert [label for label, _ in found] == ["Silent"]
-    assert EXPECTED_UPDATE < float(found[0][1]) < EXPECTED_UPDATE + CHECK + 1
+    assert EXPECTED_UPDATE < float(found[0][1]) < EXPECTED_UPDATE + CHECK + LATENESS
     assert agent.terminate() == 0
     agent.check_clean_end()
