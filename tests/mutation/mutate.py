@@ -9,7 +9,6 @@ import json
 import os
 import pathlib
 import pickle
-import random
 import shutil
 import signal
 import sys
@@ -79,17 +78,19 @@ def every_mutant(commands, files, pool):
     return [mutant for mutants in found for mutant in mutants]
 
 
-def chosen(mutants, count, generator):
+def chosen(mutants, count, seed):
     """As many of them, from every file and of every kind: of a group that has more, more are taken, but
-    not as many more."""
+    not as many more. Each draws its lot by itself, so that one more or less of them changes little of
+    what is chosen for a seed."""
+    def lot(*of):
+        return int.from_bytes(hashlib.sha256(repr((seed, *of)).encode()).digest()[:8]) / 2 ** 64
+
     groups = collections.defaultdict(list)
     for mutant in mutants:
         groups[mutant.file, mutant.kind].append(mutant)
-    ranked = []
-    for group in groups.values():
-        generator.shuffle(group)
-        ranked += [((number + generator.random()) / len(group) ** 0.5, mutant)
-                   for number, mutant in enumerate(group)]
+    ranked = [((number + lot(*group)) / len(members) ** 0.5, mutant)
+              for group, members in groups.items()
+              for number, mutant in enumerate(sorted(members, key=lambda mutant: lot(*mutant.key)))]
     ranked.sort(key=lambda entry: entry[0])
     return sorted(mutant for _, mutant in ranked[:count])
 
@@ -118,9 +119,10 @@ def check(commands, listed, pool):
 
 
 def covering(mutant, runs):
-    """The tests that run the function, or may do so."""
+    """The tests that run the function, or may do so; all, for a table that belongs to none."""
     symbols = {plain_symbol(symbol) for symbol in mutant.symbols}
-    return [name for name, functions in runs.items() if functions is None or functions & symbols]
+    return [name for name, functions in runs.items()
+            if not symbols or functions is None or functions & symbols]
 
 
 class Results:
@@ -242,7 +244,7 @@ def main():
     if arguments.listed:
         mutants = [mutant for mutant in every if mutant.key in listed]
     else:
-        mutants = chosen(every, arguments.count, random.Random(arguments.seed))
+        mutants = chosen(every, arguments.count, arguments.seed)
     if arguments.list:
         print(*mutants, sep="\n")
         print(f"{len(mutants)} of {len(every)}")

@@ -1132,6 +1132,16 @@ TEST_F(ControllerTest, ASilentDiskGoesByItselfAtTheCheckThatComesEveryHalfMinute
   EXPECT_GE(elapsed, 30s);
   // It was the first check that could find it, and not a later one.
   EXPECT_LT(elapsed, 55s);
+  // What is announced then brings no check before its time.
+  const auto made = std::chrono::steady_clock::now();
+  receive(USB);
+  ASSERT_TRUE(settle());
+  clock.advance(121s);
+  receive(CARD);
+  ASSERT_TRUE(settle());
+  if (std::chrono::steady_clock::now() - made < 25s) {
+    EXPECT_TRUE(isMounted("1234-ABCD"));
+  }
 }
 
 TEST_F(ControllerTest, ACheckThatFoundNoDiskAtItsTimeIsNotMadeLater) {
