@@ -82,9 +82,9 @@ class RunLoop {
   /// Has the loop give back, right before it waits the next time, what is in memory on behalf of
   /// this process only because it ran: the pages of the program and its libraries, of which the
   /// files hold the same. Each is there again when it is needed. For a process that is going to
-  /// sleep without knowing how long; it takes some tens of microseconds. Nothing happens where the
-  /// system takes such pages by itself, and while a debugger is attached, whose breakpoints are in
-  /// them. The loop's thread only.
+  /// sleep without knowing how long; it takes a fifth of a millisecond. What somebody has changed,
+  /// such as a debugger that sets breakpoints, stays. Nothing happens where the system takes such
+  /// pages by itself. The loop's thread only.
   virtual void giveBackMemoryBeforeWaiting() = 0;
 
   /// Has the loop's thread call the action at one of its next turns, and returns at once. Actions

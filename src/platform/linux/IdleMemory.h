@@ -3,7 +3,8 @@
 namespace ravelin::platform {
 
 /// Has the process hold no page of the program and its libraries of which the file holds the same;
-/// what is needed is mapped again then. Does nothing while a debugger is attached. Any thread.
+/// what is needed is mapped again then. Pages that differ stay, and all of them where the system
+/// does not tell which do. Any thread.
 void giveBackIdleMemory();
 
 }  // namespace ravelin::platform

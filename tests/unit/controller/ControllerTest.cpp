@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -40,6 +41,7 @@
 #include "support/TemporaryHome.h"
 #include "support/Udp.h"
 #include "support/Waiting.h"
+#include "support/linux/ProgramMemory.h"
 #include "support/linux/Seccomp.h"
 
 namespace ravelin {
@@ -52,6 +54,8 @@ using platform::RunLoop;
 using test::bytesOf;
 using test::datagram;
 using test::error;
+using test::heldOfFiles;
+using test::holdAllOfFiles;
 using test::info;
 using test::Label;
 using test::labels;
@@ -553,6 +557,16 @@ TEST_F(ControllerTest, WhatWaitsIsLookedAtEveryHalfSecond) {
   receive(USB);
   ASSERT_TRUE(runUntil([&] { return isMounted("1234-ABCD"); }));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
+}
+
+TEST_F(ControllerTest, WhileItSleepsLittleOfTheProgramIsHeld) {
+  const std::size_t all = holdAllOfFiles();
+  const auto isGivenBack = [&] { return heldOfFiles() < all / 2; };
+  controller.emplace();
+  EXPECT_TRUE(waitUntil(isGivenBack)) << "after the start";
+  holdAllOfFiles();
+  receive(USB);
+  EXPECT_TRUE(runUntil(isGivenBack)) << "after an announcement";
 }
 
 /// A desktop on which nothing happens; what was asked for is recorded, and on which thread.

@@ -5,28 +5,26 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
-#include <sys/prctl.h>
-#include <sys/ptrace.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/mman.h>
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <system_error>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "support/Pipe.h"
 #include "support/Waiting.h"
+#include "support/linux/ProgramMemory.h"
 
 namespace ravelin::platform {
 namespace {
 
+using test::heldOfFiles;
+using test::holdAllOfFiles;
 using test::Pipe;
 using testing::ElementsAre;
 using Seconds = RunLoop::Seconds;
@@ -101,29 +99,9 @@ TEST(LinuxRunLoopTest, AnEmptyQueueIsNoHarmWhateverTheSystemCounts) {
   EXPECT_EQ(calls, 2);
 }
 
-/// How much of the program and its libraries this process holds in memory, in kB, but of what can
-/// be written.
-std::size_t heldOfFiles() {
-  std::ifstream maps("/proc/self/smaps");
-  std::size_t held = 0;
-  bool counts = false;
-  for (std::string line; std::getline(maps, line);) {
-    std::istringstream words(line);
-    std::string first;
-    std::string second;
-    words >> first >> second;
-    if (!first.ends_with(':')) {
-      counts = second[1] == '-' && line.find('/') != std::string::npos;
-    } else if (counts && first == "Rss:") {
-      held += std::stoul(second);
-    }
-  }
-  return held;
-}
-
 TEST(LinuxRunLoopTest, GivesBackMemoryRightBeforeItWaits) {
   auto& loop = RunLoop::current();
-  const std::size_t before = heldOfFiles();
+  const std::size_t before = holdAllOfFiles();
   loop.giveBackMemoryBeforeWaiting();
   EXPECT_GE(heldOfFiles(), before);
   loop.perform([] {});
@@ -132,48 +110,20 @@ TEST(LinuxRunLoopTest, GivesBackMemoryRightBeforeItWaits) {
   EXPECT_LT(heldOfFiles(), before / 2);
 }
 
-/// Another process that debugs this one, as long as this exists.
-class Debugger {
- public:
-  Debugger() {
-    // Where only its ancestors may look into a process.
-    ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
-    const pid_t debugged = ::getpid();
-    _process = ::fork();
-    if (_process == 0) {
-      _end.closeWriter();
-      if (::ptrace(PTRACE_SEIZE, debugged, nullptr, nullptr) == 0) {
-        _isThere.write();
-        char none = 0;
-        std::ignore = ::read(_end.reader(), &none, 1);
-      }
-      ::_exit(0);
-    }
-    _isThere.closeWriter();
-    _isThere.read();
-  }
-  ~Debugger() {
-    _end.closeWriter();
-    ::waitpid(_process, nullptr, 0);
-  }
-  Debugger(const Debugger&) = delete;
-  Debugger& operator=(const Debugger&) = delete;
+/// A page of the program.
+alignas(65536) constexpr std::array<char, 65536> PAGE{'p'};
 
- private:
-  Pipe _isThere;
-  Pipe _end;
-  pid_t _process = 0;
-};
-
-TEST(LinuxRunLoopTest, LeavesADebuggersBreakpointsWhereTheyAre) {
+// Such as a debugger that sets breakpoints, and one in whose container's view there is none.
+TEST(LinuxRunLoopTest, LeavesWhatSomebodyHasChangedInTheProgram) {
   auto& loop = RunLoop::current();
-  const std::size_t before = heldOfFiles();
-  {
-    const Debugger debugger;
-    loop.giveBackMemoryBeforeWaiting();
-    loop.runOnce(Seconds(0.001));
-    EXPECT_GE(heldOfFiles(), before);
-  }
+  auto* const page = const_cast<char*>(PAGE.data());
+  volatile char* const written = page;
+  ASSERT_EQ(::mprotect(page, PAGE.size(), PROT_READ | PROT_WRITE), 0);
+  *written = 'x';
+  ASSERT_EQ(::mprotect(page, PAGE.size(), PROT_READ), 0);
+  loop.giveBackMemoryBeforeWaiting();
+  loop.runOnce(Seconds(0.001));
+  EXPECT_EQ(*written, 'x');
 }
 
 }  // namespace
