@@ -21,6 +21,8 @@ set(LEFT_OUT_TESTS
   ControllerDeathTest.AnOldShortcutThatCannotBeRemovedIsReplacedAllTheSame
   # The removal script moves whatever it finds to the trash, shortcut or not.
   ControllerTest.BeforeSnowLeopardTheScriptLooksInTheDesktopFolderWhateverThePath
+  # The system takes back by itself what it can read again.
+  ControllerTest.WhileItSleepsLittleOfTheProgramIsHeld
   # The desktop folder is where a file of the user's says.
   DirectoryFinderTest.TheDesktopIsFoundAfreshEveryTime
   ControllerTest.ADesktopThatMovesMeanwhileIsTheNextShortcutsDesktop

@@ -197,6 +197,20 @@ TEST(LoggerDeathTest, TheLinesThatDatagramsCauseShareABudget) {
                           "[0-9]+\nRavelin Disk: told before this\nRavelin Disk: and only once")));
 }
 
+TEST(LoggerDeathTest, ThatLinesWereSuppressedIsAnError) {
+  EXPECT_EXIT(
+      {
+        storm();
+        const RecordingLog log;
+        Logger::logMessage("the next line", LogTypeInfo);
+        const auto lines = log.lines();
+        const bool isError = lines.size() == 2 && lines[0].level == SystemLog::Level::error &&
+                             lines[0].text.starts_with("Lines suppressed");
+        std::exit(isError ? 0 : 1);
+      },
+      ExitedWithCode(0), "");
+}
+
 TEST(LoggerDeathTest, SuppressedLinesAreToldOfAlthoughNoOtherLineFollows) {
   EXPECT_EXIT(
       {
