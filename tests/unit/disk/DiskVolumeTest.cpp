@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdint>
+
 #include "disk/Disk.h"
 #include "platform/ChildProcess.h"
 #include "support/StandInPrograms.h"
@@ -47,6 +50,16 @@ TEST_F(DiskVolumeTest, TheVolumeWhoseNameIsInThePathIsFound) {
   _programs.takeCalls();
   EXPECT_TRUE(_disk.doesVolumeExist());
   EXPECT_TRUE(_programs.takeCalls().empty());
+}
+
+TEST_F(DiskVolumeTest, EveryReferenceBut0IsOfAVolume) {
+  _volumes.mounted = {{.name = "X", .rootPath = "/root/of/X"}};
+  list("/elsewhere");
+  for (const auto reference : std::array<std::int16_t, 5>{-32768, -1, 0, 1, 32767}) {
+    _volumes.paths = {{reference, "/Volumes/X"}};
+    _disk.setVolumeReference(reference);
+    EXPECT_EQ(_disk._getVolumePath(), reference == 0 ? "/elsewhere" : "/root/of/X") << reference;
+  }
 }
 
 TEST_F(DiskVolumeTest, TheLastVolumeWhoseNameIsInThePathWins) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -287,6 +288,93 @@ TEST(QueueTest, TheEventsOfOneSenderNeverOvertakeEachOther) {
     ASSERT_EQ(queue.tally().all().disks, all);
     ASSERT_EQ(queue.elements().size(), all);
   }
+}
+
+/// The promises to senders in their plainest form. What has left is not remembered: who has events
+/// waiting goes on counting from the last of them, and everybody else begins with the head's turn.
+class PlainQueue {
+ public:
+  /// Returns how many of those that wait it passes.
+  std::size_t enqueue(const DiskPtr& disk) {
+    Entry entry{.disk = disk, .firstTurn = turnOfHead(), .number = 0};
+    for (const Entry& waiting : _entries) {
+      if (waiting.disk->sender() == disk->sender()) {
+        entry.firstTurn = waiting.firstTurn;
+        entry.number = waiting.number + 1;
+      }
+    }
+    std::size_t place = 0;
+    while (place < _entries.size() && _entries[place].turn() <= entry.turn()) {
+      ++place;
+    }
+    const std::size_t passed = _entries.size() - place;
+    _entries.insert(_entries.begin() + static_cast<std::ptrdiff_t>(place), std::move(entry));
+    return passed;
+  }
+
+  DiskPtr dequeue() {
+    if (_entries.empty()) {
+      return nullptr;
+    }
+    const DiskPtr head = _entries.front().disk;
+    _entries.erase(_entries.begin());
+    return head;
+  }
+
+  [[nodiscard]] std::list<DiskPtr> disks() const {
+    std::list<DiskPtr> all;
+    std::ranges::transform(_entries, std::back_inserter(all), &Entry::disk);
+    return all;
+  }
+
+  [[nodiscard]] std::size_t turnOfHead() const {
+    return _entries.empty() ? 0 : _entries.front().turn();
+  }
+
+ private:
+  struct Entry {
+    DiskPtr disk;
+    std::size_t firstTurn;  // of its sender, since that had none waiting
+    std::size_t number;     // among its sender's since then, from 0
+    [[nodiscard]] std::size_t turn() const { return firstTurn + number / Queue::TURN; }
+  };
+
+  std::vector<Entry> _entries;
+};
+
+TEST(QueueTest, TurnsAreTakenAsIsPromisedWhoeverSendsWhen) {
+  constexpr unsigned SEED = 4127;
+  constexpr std::array<unsigned, 3> PHASES{6, 4, 1};
+  std::mt19937 random(SEED);
+  Queue queue;
+  PlainQueue plain;
+  int passing = 0;
+  int emptied = 0;
+  std::size_t lastTurn = 0;
+  for (int round = 0; round < 20000; ++round) {
+    SCOPED_TRACE(testing::Message() << "seed " << SEED << ", round " << round);
+    // It grows, stays about as long, and empties by turns. Two of the senders have most of it, and
+    // fall silent now and then.
+    const unsigned enqueuedOfEight = PHASES.at(static_cast<std::size_t>(round / 300 % 3));
+    const bool isFlooded = round / 100 % 7 != 0;
+    if (random() % 8 < enqueuedOfEight) {
+      const auto sender = static_cast<std::uint32_t>(
+          isFlooded && random() % 4 != 0 ? random() % 2 : 2 + random() % 6);
+      const DiskPtr disk = eventOf(sender, round);
+      passing += plain.enqueue(disk) > 0 ? 1 : 0;
+      queue.enqueue(disk);
+    } else {
+      lastTurn = std::max(lastTurn, plain.turnOfHead());
+      const DiskPtr head = plain.dequeue();
+      emptied += head != nullptr && plain.disks().empty() ? 1 : 0;
+      ASSERT_EQ(queue.dequeue(), head);
+    }
+    ASSERT_EQ(queue.elements(), plain.disks());
+  }
+  // All of it must have happened often.
+  EXPECT_GT(passing, 1000);
+  EXPECT_GT(emptied, 100);
+  EXPECT_GT(lastTurn, 8U);
 }
 
 TEST(QueueDeathTest, ANullDiskEndsTheProcess) {

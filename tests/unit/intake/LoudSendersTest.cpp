@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -21,6 +22,7 @@ using test::runUntil;
 using test::UdpSocket;
 
 constexpr int MANY = 4000;
+constexpr platform::RunLoop::Seconds SILENCE{1.5};
 
 class LoudSendersTest : public testing::Test {
  protected:
@@ -29,6 +31,37 @@ class LoudSendersTest : public testing::Test {
     for (int number = 0; number < MANY; ++number) {
       sender.send("flood", receiver->port());
     }
+  }
+
+  /// Fills the receiver's buffer, and sends on until so many datagrams have been lost.
+  void overfillUntilLost(const UdpSocket& sender, std::uint32_t lost) const {
+    const auto lostSoFar = [&] {
+      return platform::receiveBufferOf(receiver->descriptor())
+          .value_or(platform::ReceiveBuffer())
+          .dropped;
+    };
+    for (int number = 0; number < MANY && lostSoFar() < lost; ++number) {
+      sender.send("flood", receiver->port());
+    }
+    ASSERT_EQ(lostSoFar(), lost);
+  }
+
+  /// From now on the stranger is not listened to.
+  void silenceStranger() {
+    overfill(stranger);
+    ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
+    overfill(stranger);
+    ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
+    EXPECT_FALSE(hears(stranger));
+  }
+
+  /// Does so with a silence of that length, and has the run loop do one thing then, which is to see
+  /// whose silence is over: there is nothing else to do.
+  void silenceStrangerAndLookOnce(platform::RunLoop::Seconds silence) {
+    loudSenders = std::make_unique<LoudSenders>(silence);
+    silenceStranger();
+    test::settle();
+    platform::RunLoop::main().runOnce(test::PATIENCE);
   }
 
   /// Reads that many datagrams as a server does; false when there are fewer.
@@ -41,7 +74,7 @@ class LoudSendersTest : public testing::Test {
                      reinterpret_cast<sockaddr*>(&sender), &size) < 0) {
         return false;
       }
-      loudSenders.heard(senderIn(test::rawBytes(sender)), receiver->descriptor());
+      loudSenders->heard(senderIn(test::rawBytes(sender)), receiver->descriptor());
     }
     return true;
   }
@@ -72,26 +105,43 @@ class LoudSendersTest : public testing::Test {
   std::unique_ptr<UdpSocket> receiver = std::make_unique<UdpSocket>();
   const UdpSocket stranger{"127.0.0.2"};
   const UdpSocket device{"127.0.0.3"};
-  LoudSenders loudSenders{platform::RunLoop::Seconds(1.5)};
+  std::unique_ptr<LoudSenders> loudSenders = std::make_unique<LoudSenders>(SILENCE);
 };
 
 TEST_F(LoudSendersTest, WhoFillsTheBufferIsNotListenedToForAWhile) {
-  overfill(stranger);
-  ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
-  overfill(stranger);
-  ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
-  EXPECT_FALSE(hears(stranger));
+  const auto begin = std::chrono::steady_clock::now();
+  silenceStranger();
   EXPECT_TRUE(hears(device));
   EXPECT_TRUE(runUntil([&] { return hears(stranger); }));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, SILENCE);
   EXPECT_TRUE(hears(device));
 }
 
+TEST_F(LoudSendersTest, NobodyIsListenedToBeforeTheSilenceIsOver) {
+  silenceStrangerAndLookOnce(std::chrono::hours(1));
+  EXPECT_FALSE(hears(stranger));
+  EXPECT_TRUE(hears(device));
+}
+
+TEST_F(LoudSendersTest, WhoseSilenceIsSeenToBeOverIsListenedToAtOnce) {
+  silenceStrangerAndLookOnce(platform::RunLoop::Seconds(0.1));
+  EXPECT_TRUE(hears(stranger));
+}
+
+TEST_F(LoudSendersTest, AsManyLostAsAreReadBetweenTwoLooksAreEnough) {
+  overfillUntilLost(stranger, LoudSenders::LOOK_INTERVAL);
+  ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
+  EXPECT_FALSE(hears(stranger));
+}
+
+TEST_F(LoudSendersTest, OneLostFewerIsNotEnough) {
+  overfillUntilLost(stranger, LoudSenders::LOOK_INTERVAL - 1);
+  ASSERT_TRUE(read(LoudSenders::LOOK_INTERVAL));
+  EXPECT_TRUE(hears(stranger));
+}
+
 TEST_F(LoudSendersTest, WhileOneIsNotListenedToOthersMayStillSendWhatFitsIn) {
-  overfill(stranger);
-  read(LoudSenders::LOOK_INTERVAL);
-  overfill(stranger);
-  read(LoudSenders::LOOK_INTERVAL);
-  ASSERT_FALSE(hears(stranger));
+  silenceStranger();
   for (int number = 0; number < 3 * int{LoudSenders::LOOK_INTERVAL}; ++number) {
     // What is dropped of the stranger's is no reason to drop anybody else's.
     stranger.send("x", receiver->port());
@@ -116,7 +166,7 @@ TEST_F(LoudSendersTest, WhatWasLostBeforeIsNoReasonToLeaveOutWhoSendsMuchNow) {
 TEST_F(LoudSendersTest, WhatAnEarlierSocketLostDoesNotCount) {
   overfill(stranger);
   const std::uint32_t held = readAll();
-  loudSenders.forget();
+  loudSenders->forget();
   receiver = std::make_unique<UdpSocket>();
   sendWithoutLoss(held);
   EXPECT_TRUE(hears(device));
@@ -144,9 +194,9 @@ TEST_F(LoudSendersTest, WithoutASocketNothingHappens) {
   EXPECT_EQ(platform::receiveBufferOf(-1), std::nullopt);
   EXPECT_FALSE(platform::dropDatagramsFrom(-1, {}));
   for (std::uint32_t number = 0; number < 3 * LoudSenders::LOOK_INTERVAL; ++number) {
-    loudSenders.heard(number, -1);
+    loudSenders->heard(number, -1);
   }
-  loudSenders.forget();
+  loudSenders->forget();
 }
 
 }  // namespace

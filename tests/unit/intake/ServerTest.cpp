@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -19,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "intake/LoudSenders.h"
+#include "platform/SenderFilter.h"
 #include "support/Announcements.h"
 #include "support/Pipe.h"
 #include "support/RecordingLog.h"
@@ -187,6 +190,39 @@ TEST_F(ServerTest, AStoppedServerDeliversNothingThatStillWaited) {
   ASSERT_TRUE(sender.send("heard", port));
   expectDatagrams(*later, 1);
   EXPECT_THAT(collector->datagrams, IsEmpty());
+}
+
+TEST_F(ServerTest, WhatWasLostBeforeAStopIsNoReasonToLeaveAnybodyOutAfterIt) {
+  Server server;
+  server.setDelegate(collector);
+  server.startOnAddress(LOOPBACK, port);
+  const auto buffer = [&] {
+    return platform::receiveBufferOf(server.cfSocket()->native())
+        .value_or(platform::ReceiveBuffer());
+  };
+  constexpr std::size_t MANY = 4000;
+  for (std::size_t number = 0; number < MANY; ++number) {
+    sender.send("flood", port);
+  }
+  ASSERT_GT(buffer().dropped, LoudSenders::LOOK_INTERVAL);
+  ASSERT_TRUE(runUntil([&] { return collector->datagrams.size() >= LoudSenders::LOOK_INTERVAL; }));
+  server.stop();
+  server.startOnAddress(LOOPBACK, port);
+  collector->datagrams.clear();
+
+  // Without a loss, and after a look the buffer is still more than half full.
+  const UdpSocket device("127.0.0.3");
+  std::size_t sent = 0;
+  for (; sent < MANY && !buffer().isMoreThanHalfFull; ++sent) {
+    device.send("burst", port);
+  }
+  for (std::uint32_t more = 0; more < 2 * LoudSenders::LOOK_INTERVAL; ++more, ++sent) {
+    device.send("burst", port);
+  }
+  ASSERT_EQ(buffer().dropped, 0U);
+  expectDatagrams(*collector, sent);
+  ASSERT_TRUE(device.send("heard", port));
+  expectDatagrams(*collector, sent + 1);
 }
 
 TEST_F(ServerTest, NoChildProcessGetsTheSocket) {
