@@ -40,8 +40,12 @@ class LoudSendersTest : public testing::Test {
           .value_or(platform::ReceiveBuffer())
           .dropped;
     };
+    const UdpSocket other;
     for (int number = 0; number < MANY && lostSoFar() < lost; ++number) {
       sender.send("flood", receiver->port());
+      // What was sent before this one is there, or lost, when it is there.
+      sender.send("after", other.port());
+      ASSERT_EQ(other.receive(), "after");
     }
     ASSERT_EQ(lostSoFar(), lost);
   }
@@ -170,6 +174,14 @@ TEST_F(LoudSendersTest, WhatAnEarlierSocketLostDoesNotCount) {
   receiver = std::make_unique<UdpSocket>();
   sendWithoutLoss(held);
   EXPECT_TRUE(hears(device));
+}
+
+TEST_F(LoudSendersTest, WhoWasLeftOutOfAnEarlierSocketCanBeLeftOutOfTheNextOne) {
+  silenceStranger();
+  loudSenders->forget();
+  receiver = std::make_unique<UdpSocket>();
+  EXPECT_TRUE(hears(stranger));
+  silenceStranger();
 }
 
 TEST_F(LoudSendersTest, ManySendersCanBeLeftOutAndLetInAgain) {
