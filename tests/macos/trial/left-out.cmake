@@ -36,6 +36,12 @@ set(LEFT_OUT_TESTS
   LoudSendersTest.WhoFillsTheBufferIsNotListenedToForAWhile
   LoudSendersTest.WhileOneIsNotListenedToOthersMayStillSendWhatFitsIn
   LoudSendersTest.ManySendersCanBeLeftOutAndLetInAgain
+  LoudSendersTest.NobodyIsListenedToBeforeTheSilenceIsOver
+  LoudSendersTest.WhoseSilenceIsSeenToBeOverIsListenedToAtOnce
+  LoudSendersTest.AsManyLostAsAreReadBetweenTwoLooksAreEnough
+  LoudSendersTest.OneLostFewerIsNotEnough
+  LoudSendersTest.WhoWasLeftOutOfAnEarlierSocketCanBeLeftOutOfTheNextOne
+  ServerTest.WhatWasLostBeforeAStopIsNoReasonToLeaveAnybodyOutAfterIt
   # A socket hears the groups that others have joined, unless this system is told otherwise.
   ServerTest.OnlyJoinedGroupsAreHeard
   ServerTest.ADroppedGroupIsNotHeardAnyMore
