@@ -52,7 +52,8 @@ bool isOwn(PageEntry entry) {
   return (entry & (IS_PRESENT | IS_SWAPPED)) != 0 && (entry & IS_OF_FILE) == 0;
 }
 
-void giveBack(std::span<std::byte> segment, const Descriptor& pageMap) {
+/// Adds those parts of the segment of which the file holds the same.
+void addUnchanged(std::span<std::byte> segment, const Descriptor& pageMap, Pages& unchanged) {
   std::vector<PageEntry> entries((segment.size() + pageSize() - 1) / pageSize());
   const auto number = reinterpret_cast<std::uintptr_t>(segment.data()) / pageSize();
   const auto size = entries.size() * sizeof(PageEntry);
@@ -66,22 +67,30 @@ void giveBack(std::span<std::byte> segment, const Descriptor& pageMap) {
     end = std::find_if(begin, entries.end(), isOwn);
     const auto before = static_cast<std::size_t>(std::distance(entries.begin(), begin));
     const auto count = static_cast<std::size_t>(std::distance(begin, end));
-    ::madvise(segment.data() + before * pageSize(), count * pageSize(), MADV_DONTNEED);
+    unchanged.emplace_back(segment.data() + before * pageSize(), count * pageSize());
   }
+}
+
+Pages unchangedPages() {
+  Pages unchanged;
+  const Descriptor pageMap(::open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC));
+  if (pageMap.isOpen()) {
+    Pages segments;
+    ::dl_iterate_phdr(addReadOnly, &segments);
+    for (const auto& segment : segments) {
+      addUnchanged(segment, pageMap, unchanged);
+    }
+  }
+  return unchanged;
 }
 
 }  // namespace
 
 void giveBackIdleMemory() {
-  const Descriptor pageMap(::open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC));
-  if (!pageMap.isOpen()) {
-    return;
-  }
-  // First all, then none: the list itself is read from these pages.
-  Pages segments;
-  ::dl_iterate_phdr(addReadOnly, &segments);
-  for (const auto& segment : segments) {
-    giveBack(segment, pageMap);
+  // Nothing but the calls, once all is known: what runs in between is in memory again.
+  const Pages unchanged = unchangedPages();
+  for (const auto& pages : unchanged) {
+    ::madvise(pages.data(), pages.size(), MADV_DONTNEED);
   }
 }
 
