@@ -285,7 +285,7 @@ def test_a_process_unmounts_by_its_own_reference(session, server):
     path = point(session, "usb%20disk")
     assert process("exists") == "false"
     assert process("path") == "(null)"
-    assert process("mount") == "true"
+    assert process("mount") == "true", process.end()
     assert process("reference") == "1"
     assert process("path") == path
     assert process("exists") == "true"
@@ -293,7 +293,7 @@ def test_a_process_unmounts_by_its_own_reference(session, server):
     assert process("exists") == "false"
     assert process("lookup") == "(null)"
     assert process("path") == path
-    assert process("mount") == "true"
+    assert process("mount") == "true", process.end()
     assert process("reference") == "2"
     assert process("unmount") == "true"
     assert process.end() == (MOUNTED + UNMOUNTED) * 2
@@ -301,7 +301,7 @@ def test_a_process_unmounts_by_its_own_reference(session, server):
 
 def test_a_volume_that_somebody_else_has_unmounted_counts_as_unmounted(session, server):
     process = Process(session)
-    assert process("mount") == "true"
+    assert process("mount") == "true", process.end()
     assert session.volume("unmount", SERVER, SHARE)[0] == 0
     assert process("exists") == "false"
     assert process("unmount") == "true"
@@ -310,7 +310,7 @@ def test_a_volume_that_somebody_else_has_unmounted_counts_as_unmounted(session, 
 
 def test_a_share_whose_name_the_look_up_cannot_find_is_found_by_reference(session, server):
     process = Process(session, "Disk (1), 50% a=b")
-    assert process("mount") == "true"
+    assert process("mount") == "true", process.end()
     path = process("path")
     assert session.read(f"{path}/file.txt") == "This is Disk (1), 50% a=b.\n"
     assert process("unmount") == "true"
@@ -320,7 +320,7 @@ def test_a_share_whose_name_the_look_up_cannot_find_is_found_by_reference(sessio
 
 def test_what_libraries_say_is_no_part_of_a_mount_point(session, server):
     process = Process(session, environment={"LD_PRELOAD": "/nowhere/complains.so"})
-    assert process("mount") == "true"
+    assert process("mount") == "true", process.end()
     assert process("path") == point(session, "usb%20disk")
     assert process("unmount") == "true"
     said = process.end()
