@@ -17,22 +17,18 @@ def test_silent_disk_vanishes_and_repeated_one_stays(home):
     wait_until((home.desktop / "Silent.app").exists, "shortcut")
 
     next_repetition = announced
-    looked = announced
-    pause = 0  # the longest for which this machine lets a program wait that wants a tenth of a second
     while (home.desktop / "Silent.app").exists():
         assert time.monotonic() - announced < EXPECTED_UPDATE + CHECK + 5
         if time.monotonic() >= next_repetition:
             agent.announce("disk_status", label="Alive", uuid="alive")
             next_repetition += 20
         time.sleep(0.1)
-        pause = max(pause, time.monotonic() - looked)
-        looked = time.monotonic()
 
     assert time.monotonic() - announced > EXPECTED_UPDATE
     assert home.shortcuts() == ["Alive.app"]
     found = re.findall(r"^Ravelin Disk: Disk (.+) has not been updated in (\d+\.\d{6}) seconds, so "
                        r"it is assumed to be unmounted!$", agent.log(), re.MULTILINE)
     assert [label for label, _ in found] == ["Silent"]
-    assert EXPECTED_UPDATE < float(found[0][1]) < EXPECTED_UPDATE + CHECK + 1 + pause
+    assert EXPECTED_UPDATE < float(found[0][1]) < EXPECTED_UPDATE + CHECK + 1
     assert agent.terminate() == 0
     agent.check_clean_end()
