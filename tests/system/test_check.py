@@ -187,9 +187,17 @@ class Scene(Network):
         self.home.user_config.parent.mkdir(parents=True, exist_ok=True)
         self.home.user_config.write_bytes(plistlib.dumps(KEYS | values))
 
+    def members(self):
+        """How many sockets are members of the group on the first cable."""
+        return self.computer.memberships()["eth0"].get(GROUP, 0)
+
     def start(self, port=PORT):
+        """An agent that has joined the group."""
+        before = self.members()
         with self.computer.entered():
-            return self.home.start_as_configured(port)
+            agent = self.home.start_as_configured(port)
+        wait_until(lambda: self.members() == before + 1, "the membership")
+        return agent
 
     def findings(self, *arguments, **how):
         with self.computer.entered():
@@ -547,7 +555,7 @@ def test_the_agent_hears_what_it_would_hear_without(scene):
             assert listening.next()["fields"]["label"] == "Group"
             status, values, _ = listening.end()
             assert (status, [*values[0]]) == (0, ["summary"])
-        assert scene.computer.memberships()["eth0"][GROUP] == 1
+        assert scene.members() == 1
         assert "leave" not in [kind for _, kind in reports.reports()]
     wait_until(lambda: scene.send(MOUNTED.replace("USB Disk", "After").replace("1234", "after"))
                and "After.app" in agent.home.shortcuts(), "a shortcut", period=0.2)

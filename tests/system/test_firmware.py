@@ -183,6 +183,8 @@ def test_what_is_taken_back_and_said_again_at_once_counts_once(home):
         wait_until(first.exists, "the first shortcut")
         for event in ("disk_mounted", "disk_unmounted", "disk_mounted"):
             agent.announce(event, uuid=f"disk {number}")
+        wait_until(lambda: agent.log().count(f"uuid:disk {number};label:USB Disk;\n") == 3,
+                   "the announcements")
         if time.time() - first.stat().st_ctime < 0.4:
             return True
         agent.announce("no_disk")
