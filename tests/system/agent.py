@@ -28,6 +28,9 @@ ENDED = "Ravelin Disk: System will terminate signal has been catched and handled
 REMOVAL_FAILED = "Ravelin Disk: Error when deleting alias file. Reason: "
 SUPPRESSED = "Ravelin Disk: Lines suppressed because datagrams caused too many: "
 
+# How the name of a file on the desktop begins while the agent makes or removes a shortcut.
+BESIDE = ".ravelin-disk-"
+
 PATIENCE = 60 if SANITIZER is None else 180
 
 # Agents that end by SIGABRT as they should need not leave their memory behind.
@@ -182,6 +185,11 @@ class Home(contextlib.AbstractContextManager):
     def wait_for_shortcuts(self, *names):
         wait_until(lambda: self.shortcuts() == sorted(names), f"desktop holding just {names}")
 
+    def wait_until_gone(self, path):
+        """Waits until the shortcut is gone. It gets another name first."""
+        wait_until(lambda: not os.path.lexists(path) and not list(path.parent.glob(f"{BESIDE}*")),
+                   f"removal of {path.name}")
+
     def elsewhere(self):
         """Everything but the desktop."""
         found = snapshot(self.path, self.outside, self.base / "machine")
@@ -259,6 +267,7 @@ class Agent:
             return not os.path.lexists(path)
 
         wait_until(is_gone, f"removal of the shortcut of {label}", patience, period=0.25)
+        self.home.wait_until_gone(path)
 
     def check_works(self, patience=PATIENCE):
         """An ordinary disk comes and goes. What was sent before has been decided then."""

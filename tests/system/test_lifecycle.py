@@ -26,9 +26,7 @@ def wait_for_ticks(agent):
     disk = {"label": name, "uuid": name, "mac": "02:00:00:00:FF:FF"}
     path = agent.mount(**disk)
     agent.announce("disk_unmounted", **disk)
-    # It gets another name first, which begins so.
-    wait_until(lambda: not path.exists() and not list(path.parent.glob(".ravelin-disk-*")),
-               "removal of the shortcut")
+    agent.home.wait_until_gone(path)
 
 
 def entry(path):

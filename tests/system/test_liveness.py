@@ -25,7 +25,7 @@ def test_silent_disk_vanishes_and_repeated_one_stays(home):
         time.sleep(0.1)
 
     assert time.monotonic() - announced > EXPECTED_UPDATE
-    assert home.shortcuts() == ["Alive.app"]
+    home.wait_for_shortcuts("Alive.app")
     found = re.findall(r"^Ravelin Disk: Disk (.+) has not been updated in (\d+\.\d{6}) seconds, so "
                        r"it is assumed to be unmounted!$", agent.log(), re.MULTILINE)
     assert [label for label, _ in found] == ["Silent"]

@@ -7,7 +7,7 @@ import subprocess
 import pytest
 
 import namespaces
-from agent import EXECUTABLE, Agent, wait_until
+from agent import BESIDE, EXECUTABLE, Agent, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 LOCAL, VENDOR = pathlib.Path("/usr/local/share"), pathlib.Path("/usr/share")
@@ -35,7 +35,7 @@ def configuration_of_the_agent(home, folders, listed):
     def shortcuts():
         for number, port in enumerate(ports.values()):
             agent.announce("disk_mounted", port=port, uuid=str(number), label=str(number))
-        return home.shortcuts()
+        return [name for name in home.shortcuts() if not name.startswith(BESIDE)]
 
     (shortcut,) = wait_until(shortcuts, "a shortcut", period=0.25)
     assert agent.terminate() == 0

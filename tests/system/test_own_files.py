@@ -211,7 +211,7 @@ def test_a_hung_file_system_beneath_the_desktop_holds_nobody_up(home, place, lab
             wait_until((home.desktop / "Other.app").exists, "shortcut")
             agent.announce("disk_unmounted", uuid="hung")
             agent.announce("disk_unmounted", uuid="other")
-            wait_until(lambda: not (home.desktop / "Other.app").exists(), "removal")
+            home.wait_until_gone(home.desktop / "Other.app")
         agent.announce("disk_mounted", uuid="hung", label=label)
         agent.mount("Other", uuid="other")
         assert agent.terminate() == 0

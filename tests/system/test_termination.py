@@ -226,7 +226,7 @@ def test_log_that_nobody_reads_stalls_nothing(home):
         wait_until(is_full, "full pipe")
         agent.mount("Late", uuid="late")
         agent.announce("disk_unmounted", uuid="late")
-        wait_until(lambda: "Late.app" not in home.shortcuts(), "removal of the shortcut")
+        home.wait_until_gone(home.desktop / "Late.app")
         assert agent.terminate() == 0
         assert home.shortcuts() == []
         with os.fdopen(reader, "rb", closefd=False) as pipe:
