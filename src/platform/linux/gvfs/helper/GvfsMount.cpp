@@ -19,8 +19,9 @@ namespace {
 
 using Situation = GvfsMount::Situation;
 
-/// How long after the mount its path may become reachable.
-constexpr std::chrono::seconds PATH_LIMIT{5};
+/// How long after the mount its path may become reachable. Where the share has been mounted before,
+/// the FUSE side of a busy GVfs goes on asking for that mount for more than five seconds.
+constexpr std::chrono::seconds PATH_LIMIT{15};
 constexpr guint PATH_INTERVAL = 20;  // milliseconds
 
 /// How long undo() waits for a mount that was given up. GVfs itself gives up long before.
@@ -51,8 +52,8 @@ bool isMissing(const std::string& path) {
   return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
-/// Whether the files at the path can be listed. The FUSE side of GVfs may for a moment go on asking
-/// for the mount that was in this place before.
+/// Whether the files at the path can be listed. As long as the FUSE side of GVfs asks for the mount
+/// that was in this place before, that is an I/O error.
 bool isUsable(const std::string& path) {
   std::error_code error;
   const std::filesystem::directory_iterator folder(path, error);
