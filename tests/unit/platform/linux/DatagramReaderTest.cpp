@@ -4,8 +4,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <iterator>
+#include <span>
+#include <string>
 
 namespace ravelin::platform {
 namespace {
@@ -21,13 +25,26 @@ class LinuxDatagramReaderTest : public testing::Test {
     }
   }
 
-  void send(int count) {
+  void send(int count, const std::string& text = "x") {
     for (int number = 0; number < count; ++number) {
-      ASSERT_EQ(::send(_sockets[0], "x", 1, MSG_DONTWAIT), 1);
+      ASSERT_EQ(::send(_sockets[0], text.data(), text.size(), MSG_DONTWAIT), std::ssize(text));
     }
   }
 
   std::size_t read() { return _reader.read(_sockets[1]).size(); }
+
+  /// Reads so many datagrams and expects each to be this text.
+  void expect(std::size_t count, const std::string& text) {
+    while (count > 0) {
+      const auto datagrams = _reader.read(_sockets[1]);
+      ASSERT_GT(datagrams.size(), 0);
+      ASSERT_LE(datagrams.size(), count);
+      count -= datagrams.size();
+      for (const DatagramReader::Datagram& datagram : datagrams) {
+        EXPECT_TRUE(std::ranges::equal(datagram.data, std::as_bytes(std::span(text))));
+      }
+    }
+  }
 
   DatagramReader _reader;
 
@@ -57,6 +74,17 @@ TEST_F(LinuxDatagramReaderTest, TakesSeveralAtOnceAgainSoonAfterOneWasAlone) {
     most = taken > most ? taken : most;
   }
   EXPECT_GT(most, 1);
+}
+
+TEST_F(LinuxDatagramReaderTest, ReadsAsMuchAsTheLimitAndCutsOffTheRestAloneAndTogether) {
+  std::string greatest(DatagramReader::DATAGRAM_LIMIT, 'x');
+  greatest.back() = '!';
+  for (const int together : {2, 1, 1}) {
+    for (const std::string& text : {greatest, greatest + "?"}) {
+      send(together, text);
+      expect(static_cast<std::size_t>(together), greatest);
+    }
+  }
 }
 
 }  // namespace
