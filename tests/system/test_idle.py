@@ -4,7 +4,7 @@ import pathlib
 import re
 import time
 
-from agent import SANITIZER, wait_until
+from agent import EXECUTABLE, SANITIZER, wait_until
 
 
 def wake_ups(agent):
@@ -64,4 +64,16 @@ def test_agent_that_sleeps_gives_back_what_it_ran_on(home):
     assert used > asleep
     agent.mount()
     wait_until(lambda: agent.held_of_files() < used, "it is given back")
+    assert agent.terminate() == 0
+
+
+def test_agent_keeps_all_where_the_system_does_not_tell_what_has_changed(home, needs_root):
+    needs_root("mounts over the system's files")
+    mount = 'mount --bind /dev/zero /proc/$$/pagemap && exec "$0"'
+    agent = home.start(command=["unshare", "--mount", "sh", "-c", mount, EXECUTABLE])
+    agent.mount()
+    used = agent.held_of_files()
+    time.sleep(1.2)
+    assert agent.held_of_files() >= used
+    agent.unmount()
     assert agent.terminate() == 0

@@ -42,15 +42,17 @@ int addReadOnly(dl_phdr_info* object, std::size_t /*size*/, void* pages) {
 
 /// What the kernel says about one page.
 using PageEntry = std::uint64_t;
+constexpr PageEntry IS_PRESENT = PageEntry{1} << 63U;
+constexpr PageEntry IS_SWAPPED = PageEntry{1} << 62U;
+constexpr PageEntry IS_OF_FILE = PageEntry{1} << 61U;
 
 /// Whether nobody but this process has what is in the page: somebody has written into it, or has
 /// put memory in the place of the file.
 bool isOwn(PageEntry entry) {
-  constexpr PageEntry IS_PRESENT = PageEntry{1} << 63U;
-  constexpr PageEntry IS_SWAPPED = PageEntry{1} << 62U;
-  constexpr PageEntry IS_OF_FILE = PageEntry{1} << 61U;
   return (entry & (IS_PRESENT | IS_SWAPPED)) != 0 && (entry & IS_OF_FILE) == 0;
 }
+
+bool isOfFile(PageEntry entry) { return (entry & IS_PRESENT) != 0 && (entry & IS_OF_FILE) != 0; }
 
 /// Adds those parts of the segment of which the file holds the same.
 void addUnchanged(std::span<std::byte> segment, const Descriptor& pageMap, Pages& unchanged) {
@@ -65,6 +67,11 @@ void addUnchanged(std::span<std::byte> segment, const Descriptor& pageMap, Pages
   while (end != entries.end()) {
     const auto begin = std::find_if_not(end, entries.end(), isOwn);
     end = std::find_if(begin, entries.end(), isOwn);
+    // Where the map shows nothing at all, there is nothing to give back, or it is another memory's,
+    // as under an emulator.
+    if (std::none_of(begin, end, isOfFile)) {
+      continue;
+    }
     const auto before = static_cast<std::size_t>(std::distance(entries.begin(), begin));
     const auto count = static_cast<std::size_t>(std::distance(begin, end));
     unchanged.emplace_back(segment.data() + before * pageSize(), count * pageSize());
