@@ -680,7 +680,8 @@ def test_listening_ends_by_itself(scene):
         status, output, errors = check(scene.home, "--listen", 1)
     assert (status, errors) == (1, "ravelin-disk-check: no complete announcement has come\n")
     assert f"  ok     group {GROUP}, port {PORT}, on eth0\n" in output
-    assert output.endswith("\n0 announcements in 1.0 s: 0 complete, 0 passed over\n")
+    end = re.search(r"\n0 announcements in (\d+\.\d) s: 0 complete, 0 passed over\n\Z", output)
+    assert end and float(end[1]) >= 1
 
 
 def test_an_interface_that_comes_is_listened_to(scene):
