@@ -580,7 +580,7 @@ def test_the_trial_of_a_port_takes_nothing_from_whoever_has_it(scene):
         for option in socket.SO_REUSEADDR, socket.SO_REUSEPORT:
             holder.setsockopt(socket.SOL_SOCKET, option, 1)
         holder.bind(("0.0.0.0", PORT))
-        holder.settimeout(5)
+        holder.settimeout(PATIENCE)
         found = scene.findings()
         assert "port-free" in codes(found, "ok")
         assert f"(process {os.getpid()} of " in by_code(found, "port-shared")["sentence"]

@@ -31,14 +31,19 @@ def slept(agent, seconds):
     return main, sum(counts.values())
 
 
+def wait_until_asleep(agent):
+    """Waits until the agent has done all that there was to do, which takes two of its half seconds."""
+    wait_until(lambda: slept(agent, 1.2) == (0, 0), "the agent asleep")
+
+
 def test_agent_without_disks_sleeps(home):
     agent = home.start()
-    time.sleep(1.2)
+    wait_until_asleep(agent)
     assert slept(agent, 5) == (0, 0)
     # Nor does it keep awake because there once was a disk.
     agent.mount()
     agent.unmount()
-    time.sleep(1.2)
+    wait_until_asleep(agent)
     main, handler = slept(agent, 5)
     assert main == 0
     assert handler <= 1  # the last look at which disks have fallen silent may lie between
@@ -47,7 +52,7 @@ def test_agent_without_disks_sleeps(home):
 def test_agent_with_disks_sleeps_until_the_next_announcement(home):
     agent = home.start()
     agent.mount()
-    time.sleep(1.2)
+    wait_until_asleep(agent)
     main, handler = slept(agent, 5)
     assert main == 0
     assert handler <= 1  # the look at which disks have fallen silent may lie between
@@ -55,7 +60,7 @@ def test_agent_with_disks_sleeps_until_the_next_announcement(home):
 
 def test_agent_that_sleeps_gives_back_what_it_ran_on(home):
     agent = home.start()
-    time.sleep(1.2)
+    wait_until_asleep(agent)
     asleep = agent.held_of_files()
     # Of no interest to anybody but the log, so that it goes on sleeping.
     agent.announce("disk_mounted", ip=None)
